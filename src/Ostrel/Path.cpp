@@ -129,8 +129,10 @@ void parseElem(const std::string& text, std::string& buffer, unsigned& cursor,
       }
       ++cursor;
       parseUntil(text, buffer, cursor, '=', unescape);
-      std::string key;
-      key.swap(buffer);
+      // Copied rather than swapped out, so the buffer keeps its capacity for
+      // the value and the elements that follow (short keys fit in SSO).
+      std::string key(buffer);
+      buffer.clear();
       ++cursor;
       // Key values are always unescaped, whatever the element's flag.
       parseValForKey(text, buffer, cursor, true);

@@ -136,19 +136,32 @@ ZOLT_EXPORT void emit(const Debuggable& handle, unsigned level, const char* file
                                     const char* component, std::string message);
 }  // namespace detail
 
-// Emits a trace when `level` is enabled on `handle`; otherwise returns without
-// formatting or evaluating anything but the already-evaluated arguments.
+namespace detail {
+// The formatting half of `trace`, kept out of line so that a disabled trace
+// compiles to the mask test alone.
 template <typename... Args>
-inline void trace(const Debuggable& handle, unsigned level, const char* file,
-                  const char* function, unsigned line, const char* component,
-                  fmt::format_string<Args...> format, Args&&... args) {
-  if (!handle.enabled(level)) [[likely]] {
-    return;
-  }
+[[gnu::noinline, gnu::cold]] void traceEnabled(const Debuggable& handle, unsigned level,
+                                               const char* file, const char* function,
+                                               unsigned line, const char* component,
+                                               fmt::format_string<Args...> format,
+                                               Args&&... args) {
   fmt::memory_buffer buf;
   fmt::format_to(std::back_inserter(buf), format, std::forward<Args>(args)...);
-  detail::emit(handle, level, file, function, line, component,
-               std::string_view(buf.data(), buf.size()));
+  emit(handle, level, file, function, line, component, std::string_view(buf.data(), buf.size()));
+}
+}  // namespace detail
+
+// Emits a trace when `level` is enabled on `handle`; otherwise returns without
+// formatting anything (the arguments themselves are still evaluated).
+template <typename... Args>
+[[gnu::always_inline]] inline void trace(const Debuggable& handle, unsigned level,
+                                         const char* file, const char* function, unsigned line,
+                                         const char* component,
+                                         fmt::format_string<Args...> format, Args&&... args) {
+  if (handle.enabled(level)) [[unlikely]] {
+    detail::traceEnabled<Args...>(handle, level, file, function, line, component, format,
+                                  std::forward<Args>(args)...);
+  }
 }
 
 // Formats the message, emits it whatever the mask, calls the fatal handler and
