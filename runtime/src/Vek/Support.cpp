@@ -1,0 +1,254 @@
+// Small runtime services: allocation accounting, the clock, exceptions, the
+// byte mixer and the generic hash map.
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <mutex>
+#include <vector>
+
+#include "Vek/AllocTrack.h"
+#include "Vek/Exception.h"
+#include "Vek/GenericIf.h"
+#include "Vek/HashMap.h"
+#include "Vek/HashMix.h"
+#include "Vek/System.h"
+#include "Vek/Type.h"
+#include "Zolt/Zolt.h"
+
+namespace Vek {
+
+namespace {
+
+// Instances register here so `forEach` can list them. The registry is never
+// destroyed: instances with static storage may unregister during exit.
+struct AllocRegistry {
+  Zolt::Locking::Lock lock;
+  std::vector<const AllocTrackTypeInfo*> infos;
+};
+AllocRegistry& allocRegistry() {
+  static AllocRegistry* registry = new AllocRegistry;
+  return *registry;
+}
+
+}  // namespace
+
+AllocTrackTypeInfo::AllocTrackTypeInfo(std::string name) : name_(std::move(name)) {
+  auto& reg = allocRegistry();
+  std::lock_guard guard(reg.lock);
+  reg.infos.push_back(this);
+}
+
+AllocTrackTypeInfo::~AllocTrackTypeInfo() {
+  auto& reg = allocRegistry();
+  std::lock_guard guard(reg.lock);
+  std::erase(reg.infos, this);
+}
+
+void AllocTrackTypeInfo::forEach(const std::function<void(const AllocTrackTypeInfo&)>& fn) {
+  auto& reg = allocRegistry();
+  std::lock_guard guard(reg.lock);
+  for (const auto* info : reg.infos) fn(*info);
+}
+
+int64_t AllocTrackTypeInfo::totalLiveObjects() {
+  int64_t total = 0;
+  forEach([&](const AllocTrackTypeInfo& info) { total += info.liveObjects(); });
+  return total;
+}
+
+// ---------------------------------------------------------------- clock
+
+Clock::~Clock() = default;
+
+namespace {
+
+class SystemClock final : public Clock {
+ public:
+  Seconds currentTime() const override {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+  }
+  Seconds currentTimeUtc() const override {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+  }
+};
+
+const SystemClock systemClock;
+std::atomic<const Clock*> installedClock{&systemClock};
+
+}  // namespace
+
+Seconds System::currentTime() { return clock().currentTime(); }
+Seconds System::currentTimeUtc() { return clock().currentTimeUtc(); }
+const Clock& System::clock() { return *installedClock.load(std::memory_order_acquire); }
+const Clock* System::clockIs(const Clock* clock) {
+  const Clock* previous = installedClock.exchange(clock ? clock : &systemClock);
+  return previous == &systemClock ? nullptr : previous;
+}
+
+// ---------------------------------------------------------------- exceptions
+
+Exception::~Exception() = default;
+ValueRejectedException::~ValueRejectedException() = default;
+TypeMismatchException::~TypeMismatchException() = default;
+ParseException::~ParseException() = default;
+EnumException::~EnumException() = default;
+
+void throwNotEnumTypeException(const VekTypeBase& type) {
+  throw EnumException(fmt::format("{} is not an enumeration", type.qualifiedName()));
+}
+void throwNotEnumConstantException(const VekTypeBase& type, const std::string& name) {
+  throw EnumException(fmt::format("{} has no enumerator {}", type.qualifiedName(), name));
+}
+void throwEnumAttrWrongTypeException(const VekTypeBase& type, const std::string& attrName) {
+  throw EnumException(fmt::format("{} of {} is not an enumerator", attrName, type.qualifiedName()));
+}
+void throwEnumValueWrongUnderlyingTypeException(const VekTypeBase& type, const char* givenType) {
+  throw EnumException(fmt::format("{} is over {}, not {}", type.qualifiedName(),
+                                  type.underlyingType() ? type.underlyingType()->name() : "nothing",
+                                  givenType));
+}
+
+// ---------------------------------------------------------------- hashing
+
+void HashMix::mixBytes(const void* bytes, size_t size) {
+  const auto* p = static_cast<const unsigned char*>(bytes);
+  size_t i = 0;
+  for (; i + 4 <= size; i += 4) mixBytes4(p + i);
+  if (i < size) {
+    unsigned char tail[4] = {0, 0, 0, 0};
+    std::memcpy(tail, p + i, size - i);
+    mixBytes4(tail);
+  }
+  mixBytes4(static_cast<uint32_t>(size));
+}
+
+HashMap2018Generic::HashMap2018Generic(const HashMapOps& ops, float maxLoadFactor)
+    : ops_(&ops), maxLoadFactor_(maxLoadFactor > 0.0f ? maxLoadFactor : 1.0f) {
+  const auto roundUp = [](size_t n, size_t a) { return (n + a - 1) / a * a; };
+  nodeAlign_ = std::max({alignof(Node), ops.keyAlign, ops.valueAlign});
+  keyOffset_ = roundUp(sizeof(Node), ops.keyAlign);
+  valueOffset_ = roundUp(keyOffset_ + ops.keySize, ops.valueAlign);
+  nodeSize_ = roundUp(valueOffset_ + ops.valueSize, nodeAlign_);
+}
+
+HashMap2018Generic::HashMap2018Generic(HashMap2018Generic&& other) noexcept
+    : ops_(other.ops_),
+      maxLoadFactor_(other.maxLoadFactor_),
+      keyOffset_(other.keyOffset_),
+      valueOffset_(other.valueOffset_),
+      nodeSize_(other.nodeSize_),
+      nodeAlign_(other.nodeAlign_),
+      buckets_(std::exchange(other.buckets_, nullptr)),
+      bucketCount_(std::exchange(other.bucketCount_, 0)),
+      size_(std::exchange(other.size_, 0)) {}
+
+HashMap2018Generic::~HashMap2018Generic() {
+  clear();
+  delete[] buckets_;
+}
+
+const void* HashMap2018Generic::keyOf(const Node* node) const {
+  return reinterpret_cast<const char*>(node) + keyOffset_;
+}
+void* HashMap2018Generic::valueOf(const Node* node) const {
+  return const_cast<char*>(reinterpret_cast<const char*>(node)) + valueOffset_;
+}
+
+HashMap2018Generic::Node* HashMap2018Generic::findNode(const void* key, uint32_t hash) const {
+  if (bucketCount_ == 0) return nullptr;
+  for (Node* n = buckets_[hash & (bucketCount_ - 1)]; n; n = n->next) {
+    if (n->hash == hash && ops_->equal(keyOf(n), key)) return n;
+  }
+  return nullptr;
+}
+
+void* HashMap2018Generic::find(const void* key) const {
+  Node* n = findNode(key, ops_->hash(key));
+  return n ? valueOf(n) : nullptr;
+}
+
+void HashMap2018Generic::grow() {
+  const size_t count = bucketCount_ ? bucketCount_ * 2 : 8;
+  auto** buckets = new Node*[count]();
+  for (size_t b = 0; b < bucketCount_; ++b) {
+    for (Node* n = buckets_[b]; n;) {
+      Node* next = n->next;
+      Node*& head = buckets[n->hash & (count - 1)];
+      n->next = head;
+      head = n;
+      n = next;
+    }
+  }
+  delete[] buckets_;
+  buckets_ = buckets;
+  bucketCount_ = count;
+}
+
+void* HashMap2018Generic::insert(const void* key, const void* value) {
+  const uint32_t hash = ops_->hash(key);
+  if (Node* n = findNode(key, hash)) {
+    ops_->assignValue(valueOf(n), value);
+    return valueOf(n);
+  }
+  if (static_cast<float>(size_ + 1) > maxLoadFactor_ * static_cast<float>(bucketCount_)) grow();
+  void* raw = ::operator new(nodeSize_, std::align_val_t(nodeAlign_));
+  auto* n = new (raw) Node{nullptr, hash};
+  ops_->copyKey(const_cast<void*>(keyOf(n)), key);
+  ops_->copyValue(valueOf(n), value);
+  Node*& head = buckets_[hash & (bucketCount_ - 1)];
+  n->next = head;
+  head = n;
+  ++size_;
+  return valueOf(n);
+}
+
+void HashMap2018Generic::freeNode(Node* node) {
+  ops_->destroyValue(valueOf(node));
+  ops_->destroyKey(const_cast<void*>(keyOf(node)));
+  ::operator delete(node, std::align_val_t(nodeAlign_));
+}
+
+bool HashMap2018Generic::erase(const void* key) {
+  if (bucketCount_ == 0) return false;
+  const uint32_t hash = ops_->hash(key);
+  for (Node** link = &buckets_[hash & (bucketCount_ - 1)]; *link; link = &(*link)->next) {
+    Node* n = *link;
+    if (n->hash == hash && ops_->equal(keyOf(n), key)) {
+      *link = n->next;
+      --size_;
+      freeNode(n);
+      return true;
+    }
+  }
+  return false;
+}
+
+void HashMap2018Generic::clear() {
+  for (size_t b = 0; b < bucketCount_; ++b) {
+    for (Node* n = std::exchange(buckets_[b], nullptr); n;) {
+      Node* next = n->next;
+      freeNode(n);
+      n = next;
+    }
+  }
+  size_ = 0;
+}
+
+HashMap2018Generic::Node* HashMap2018Generic::first() const {
+  for (size_t b = 0; b < bucketCount_; ++b) {
+    if (buckets_[b]) return buckets_[b];
+  }
+  return nullptr;
+}
+
+HashMap2018Generic::Node* HashMap2018Generic::next(const Node* node) const {
+  if (node->next) return node->next;
+  for (size_t b = (node->hash & (bucketCount_ - 1)) + 1; b < bucketCount_; ++b) {
+    if (buckets_[b]) return buckets_[b];
+  }
+  return nullptr;
+}
+
+}  // namespace Vek

@@ -1,0 +1,541 @@
+// Value representations: construction, comparison, hashing and text of
+// builtin, enumeration and value types; the pooled value handle.
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <new>
+
+#include "ValueOps.h"
+#include "Vek/Entity.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define VEK_VALUE_POOL 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VEK_VALUE_POOL 0
+#endif
+#endif
+#ifndef VEK_VALUE_POOL
+#define VEK_VALUE_POOL 1
+#endif
+
+namespace Vek::detail {
+
+Zolt::Debuggable& debug() {
+  static Zolt::Debuggable& handle = Zolt::Platform::getDebugHandler("Vek");
+  return handle;
+}
+
+const char* builtinName(BuiltinCode code) {
+  switch (code) {
+    case BuiltinCode::UnsignedChar: return "unsigned char";
+    case BuiltinCode::SignedChar: return "signed char";
+    case BuiltinCode::UnsignedShort: return "unsigned short";
+    case BuiltinCode::Short: return "short";
+    case BuiltinCode::UnsignedInt: return "unsigned int";
+    case BuiltinCode::Int: return "int";
+    case BuiltinCode::UnsignedLongLong: return "unsigned long long";
+    case BuiltinCode::LongLong: return "long long";
+    case BuiltinCode::Bool: return "bool";
+    case BuiltinCode::Char: return "char";
+    case BuiltinCode::Float: return "float";
+    case BuiltinCode::Double: return "double";
+    case BuiltinCode::String: return "Vek::String";
+    case BuiltinCode::Bytes: return "Vek::Bytes";
+    case BuiltinCode::Seconds: return "Vek::Seconds";
+    case BuiltinCode::None: break;
+  }
+  return "none";
+}
+
+namespace {
+
+// Attributes of a value type that hold data, in order.
+template <typename Fn>
+void forEachField(const VekTypeBase& type, Fn&& fn) {
+  for (size_t i = 0; i < type.attrCount(); ++i) {
+    const VekAttr a = type.attrAt(i);
+    if (a->storage() == AttrStorage::Value) fn(*a);
+  }
+}
+
+const VekTypeBase& resolved(const VekTypeBase& type) { return *type.baseType(); }
+
+const Entity& entityAt(const void* raw) {
+  return *static_cast<const Entity*>(entityOf(raw));
+}
+
+template <typename T>
+void hashBuiltin(const T& v, HashMix& mix) {
+  if constexpr (std::is_same_v<T, String>) {
+    mix.mixBytes(v.stdString().data(), v.size());
+  } else if constexpr (std::is_same_v<T, Bytes>) {
+    mix.mixBytes(v.bytesPtr(), v.size());
+  } else if constexpr (std::is_floating_point_v<T> || std::is_same_v<T, Seconds>) {
+    double d = static_cast<double>(v);
+    if (d == 0.0) d = 0.0;  // -0.0 equals 0.0, so they must hash alike
+    uint64_t bits;
+    std::memcpy(&bits, &d, sizeof bits);
+    mix.mixBytes8(bits);
+  } else {
+    mix.mixBytes8(static_cast<uint64_t>(v));
+  }
+}
+
+template <typename T>
+void strBuiltin(const T& v, std::string& out) {
+  if constexpr (std::is_same_v<T, String>) {
+    out += v.stdString();
+  } else if constexpr (std::is_same_v<T, Bytes>) {
+    out += v.view();
+  } else if constexpr (std::is_same_v<T, bool>) {
+    out += v ? "true" : "false";
+  } else if constexpr (std::is_same_v<T, char>) {
+    out += v;
+  } else if constexpr (std::is_same_v<T, Seconds>) {
+    fmt::format_to(std::back_inserter(out), "{}", v.value());
+  } else {
+    fmt::format_to(std::back_inserter(out), "{}", v);
+  }
+}
+
+template <typename T>
+bool parseBuiltin(std::string_view text, T& v) {
+  if constexpr (std::is_same_v<T, String>) {
+    v = String(text);
+    return true;
+  } else if constexpr (std::is_same_v<T, Bytes>) {
+    v = Bytes(text);
+    return true;
+  } else if constexpr (std::is_same_v<T, bool>) {
+    if (text == "true") v = true;
+    else if (text == "false") v = false;
+    else return false;
+    return true;
+  } else if constexpr (std::is_same_v<T, char>) {
+    if (text.size() != 1) return false;
+    v = text[0];
+    return true;
+  } else if constexpr (std::is_same_v<T, Seconds>) {
+    double d = 0;
+    if (!parseBuiltin(text, d)) return false;
+    v = d;
+    return true;
+  } else {
+    const char* end = text.data() + text.size();
+    auto [ptr, ec] = std::from_chars(text.data(), end, v);
+    return ec == std::errc() && ptr == end && !text.empty();
+  }
+}
+
+const char BASE64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+void appendBase64(std::string_view bytes, std::string& out) {
+  size_t i = 0;
+  const auto at = [&](size_t k) { return static_cast<uint8_t>(bytes[k]); };
+  for (; i + 3 <= bytes.size(); i += 3) {
+    const uint32_t n = (at(i) << 16) | (at(i + 1) << 8) | at(i + 2);
+    for (int s = 18; s >= 0; s -= 6) out += BASE64[(n >> s) & 63];
+  }
+  if (i + 1 == bytes.size()) {
+    const uint32_t n = at(i) << 16;
+    out += BASE64[(n >> 18) & 63];
+    out += BASE64[(n >> 12) & 63];
+    out += "==";
+  } else if (i + 2 == bytes.size()) {
+    const uint32_t n = (at(i) << 16) | (at(i + 1) << 8);
+    out += BASE64[(n >> 18) & 63];
+    out += BASE64[(n >> 12) & 63];
+    out += BASE64[(n >> 6) & 63];
+    out += '=';
+  }
+}
+
+}  // namespace
+
+void construct(const VekTypeBase& t, void* dst) {
+  const VekTypeBase& type = resolved(t);
+  if (type.isValue()) {
+    if (type.defaultValueRaw()) {
+      copyConstruct(type, dst, type.defaultValueRaw());
+      return;
+    }
+    forEachField(type, [&](const VekAttrBase& a) {
+      void* at = static_cast<char*>(dst) + a.offset();
+      if (a.defaultValue()) {
+        copyConstruct(*a.type(), at, a.defaultValue()->voidPtr());
+      } else {
+        construct(*a.type(), at);
+      }
+    });
+    return;
+  }
+  visitBuiltin(type.storageCode(), [&]<typename T>(std::type_identity<T>) { new (dst) T(); });
+}
+
+void copyConstruct(const VekTypeBase& t, void* dst, const void* src) {
+  const VekTypeBase& type = resolved(t);
+  if (type.isValue()) {
+    forEachField(type, [&](const VekAttrBase& a) {
+      copyConstruct(*a.type(), static_cast<char*>(dst) + a.offset(),
+                    static_cast<const char*>(src) + a.offset());
+    });
+    return;
+  }
+  visitBuiltin(type.storageCode(),
+               [&]<typename T>(std::type_identity<T>) { new (dst) T(*static_cast<const T*>(src)); });
+}
+
+void assign(const VekTypeBase& t, void* dst, const void* src) {
+  const VekTypeBase& type = resolved(t);
+  if (dst == src) return;
+  if (type.isValue()) {
+    forEachField(type, [&](const VekAttrBase& a) {
+      assign(*a.type(), static_cast<char*>(dst) + a.offset(),
+             static_cast<const char*>(src) + a.offset());
+    });
+    return;
+  }
+  visitBuiltin(type.storageCode(), [&]<typename T>(std::type_identity<T>) {
+    *static_cast<T*>(dst) = *static_cast<const T*>(src);
+  });
+}
+
+void destroy(const VekTypeBase& t, void* dst) {
+  const VekTypeBase& type = resolved(t);
+  if (type.isValue()) {
+    forEachField(type, [&](const VekAttrBase& a) {
+      destroy(*a.type(), static_cast<char*>(dst) + a.offset());
+    });
+    return;
+  }
+  visitBuiltin(type.storageCode(),
+               [&]<typename T>(std::type_identity<T>) { static_cast<T*>(dst)->~T(); });
+}
+
+int compare(const VekTypeBase& t, const void* a, const void* b) {
+  const VekTypeBase& type = resolved(t);
+  if (type.isEntity()) {
+    const uint64_t x = entityAt(a).serial();
+    const uint64_t y = entityAt(b).serial();
+    return x < y ? -1 : (x > y ? 1 : 0);
+  }
+  if (type.isValue()) {
+    int result = 0;
+    forEachField(type, [&](const VekAttrBase& f) {
+      if (result == 0) {
+        result = compare(*f.type(), static_cast<const char*>(a) + f.offset(),
+                         static_cast<const char*>(b) + f.offset());
+      }
+    });
+    return result;
+  }
+  return visitBuiltin(type.storageCode(), [&]<typename T>(std::type_identity<T>) {
+    const T& x = *static_cast<const T*>(a);
+    const T& y = *static_cast<const T*>(b);
+    return x < y ? -1 : (y < x ? 1 : 0);
+  });
+}
+
+void hash(const VekTypeBase& t, const void* raw, HashMix& mix) {
+  const VekTypeBase& type = resolved(t);
+  if (type.isEntity()) {
+    mix.mixBytes8(entityAt(raw).serial());
+    return;
+  }
+  if (type.isValue()) {
+    forEachField(type, [&](const VekAttrBase& f) {
+      hash(*f.type(), static_cast<const char*>(raw) + f.offset(), mix);
+    });
+    return;
+  }
+  visitBuiltin(type.storageCode(), [&]<typename T>(std::type_identity<T>) {
+    hashBuiltin(*static_cast<const T*>(raw), mix);
+  });
+}
+
+void appendStr(const VekTypeBase& t, const void* raw, std::string& out) {
+  if (t.hasGnmiStrRep()) {
+    out += t.gnmiFormatter()(*valueView(t, raw));
+    return;
+  }
+  const VekTypeBase& type = resolved(t);
+  if (&type != &t) {
+    appendStr(type, raw, out);
+    return;
+  }
+  if (type.isEntity()) {
+    out += "entity('" + entityAt(raw).fullName() + "')";
+    return;
+  }
+  if (type.isEnum()) {
+    const int64_t v = visitBuiltin(type.storageCode(), [&]<typename T>(std::type_identity<T>) {
+      if constexpr (std::is_integral_v<T>) return static_cast<int64_t>(*static_cast<const T*>(raw));
+      return int64_t{0};
+    });
+    if (const VekAttr e = type.enumerator(v)) {
+      out += e->name();
+    } else {
+      fmt::format_to(std::back_inserter(out), "{}", v);
+    }
+    return;
+  }
+  if (type.isValue()) {
+    if (type.isWrapper() && type.valAttr()) {
+      appendStr(*type.valAttr()->type(), static_cast<const char*>(raw) + type.valAttr()->offset(),
+                out);
+      return;
+    }
+    out += type.name();
+    out += '(';
+    bool first = true;
+    forEachField(type, [&](const VekAttrBase& f) {
+      if (!first) out += ", ";
+      first = false;
+      out += f.name();
+      out += ':';
+      appendStr(*f.type(), static_cast<const char*>(raw) + f.offset(), out);
+    });
+    out += ')';
+    return;
+  }
+  visitBuiltin(type.storageCode(), [&]<typename T>(std::type_identity<T>) {
+    strBuiltin(*static_cast<const T*>(raw), out);
+  });
+}
+
+void appendJsonString(std::string_view text, std::string& out) {
+  out += '"';
+  for (const char c : text) {
+    switch (c) {
+      case '"': out += "\\\""; break;
+      case '\\': out += "\\\\"; break;
+      case '\n': out += "\\n"; break;
+      case '\r': out += "\\r"; break;
+      case '\t': out += "\\t"; break;
+      default:
+        if (static_cast<unsigned char>(c) < 0x20) {
+          fmt::format_to(std::back_inserter(out), "\\u{:04x}", static_cast<int>(c));
+        } else {
+          out += c;
+        }
+    }
+  }
+  out += '"';
+}
+
+void appendJson(const VekTypeBase& t, const void* raw, std::string& out) {
+  const VekTypeBase& type = resolved(t);
+  if (t.hasGnmiStrRep() || type.isEnum() || type.isEntity()) {
+    std::string text;
+    appendStr(t, raw, text);
+    appendJsonString(text, out);
+    return;
+  }
+  if (type.isValue()) {
+    out += '{';
+    bool first = true;
+    forEachField(type, [&](const VekAttrBase& f) {
+      if (!first) out += ',';
+      first = false;
+      appendJsonString(f.name(), out);
+      out += ':';
+      appendJson(*f.type(), static_cast<const char*>(raw) + f.offset(), out);
+    });
+    out += '}';
+    return;
+  }
+  visitBuiltin(type.storageCode(), [&]<typename T>(std::type_identity<T>) {
+    const T& v = *static_cast<const T*>(raw);
+    if constexpr (std::is_same_v<T, String>) {
+      appendJsonString(v.stdString(), out);
+    } else if constexpr (std::is_same_v<T, Bytes>) {
+      out += '"';
+      appendBase64(v.view(), out);
+      out += '"';
+    } else if constexpr (std::is_same_v<T, char>) {
+      appendJsonString(std::string_view(&v, 1), out);
+    } else if constexpr (std::is_same_v<T, long long> || std::is_same_v<T, unsigned long long>) {
+      // 64-bit integers travel as strings in gNMI JSON, so no precision is lost.
+      fmt::format_to(std::back_inserter(out), "\"{}\"", v);
+    } else if constexpr (std::is_same_v<T, Seconds>) {
+      fmt::format_to(std::back_inserter(out), "{}", v.value());
+    } else if constexpr (std::is_floating_point_v<T>) {
+      if (std::isfinite(v)) {
+        fmt::format_to(std::back_inserter(out), "{}", v);
+      } else {
+        out += "null";
+      }
+    } else if constexpr (std::is_same_v<T, bool>) {
+      out += v ? "true" : "false";
+    } else {
+      fmt::format_to(std::back_inserter(out), "{}", static_cast<long long>(v));
+    }
+  });
+}
+
+bool parse(const VekTypeBase& t, std::string_view text, void* dst) {
+  if (t.gnmiParser()) {
+    Ptr<GenericIf> view = valueView(t, dst);
+    return t.gnmiParser()(text, *view);
+  }
+  const VekTypeBase& type = resolved(t);
+  if (&type != &t) return parse(type, text, dst);
+  if (type.isEntity() || type.isCollectionControl()) return false;
+  if (type.isEnum()) {
+    for (size_t i = 0; i < type.attrCount(); ++i) {
+      const VekAttr a = type.attrAt(i);
+      if (a->name() == text) {
+        visitBuiltin(type.storageCode(), [&]<typename T>(std::type_identity<T>) {
+          if constexpr (std::is_integral_v<T>) *static_cast<T*>(dst) = static_cast<T>(a->enumValue());
+        });
+        return true;
+      }
+    }
+    return false;
+  }
+  if (type.isValue()) {
+    if (type.isWrapper() && type.valAttr()) {
+      return parse(*type.valAttr()->type(), text,
+                   static_cast<char*>(dst) + type.valAttr()->offset());
+    }
+    return false;
+  }
+  return visitBuiltin(type.storageCode(), [&]<typename T>(std::type_identity<T>) {
+    return parseBuiltin(text, *static_cast<T*>(dst));
+  });
+}
+
+// ---------------------------------------------------------------- handles
+
+namespace {
+
+// Freed value handles are kept per thread for reuse, so that reading a value
+// costs no heap allocation in the steady state. The list is bounded; after
+// the thread's list is gone, handles go straight back to the heap.
+struct FreeList {
+  static constexpr size_t LIMIT = 4096;
+  void* head = nullptr;
+  size_t count = 0;
+  ~FreeList();
+};
+thread_local bool freeListGone = false;
+thread_local FreeList freeList;
+
+FreeList::~FreeList() {
+  freeListGone = true;
+  while (head) {
+    void* next = *static_cast<void**>(head);
+    ::operator delete(head);
+    head = next;
+  }
+}
+
+// The handle of a builtin, enumeration or value object: owns a copy in its
+// inline buffer (or on the heap when larger), or views foreign memory.
+class Value final : public GenericIf {
+ public:
+  static constexpr size_t INLINE = 48;
+
+  Value(const VekTypeBase& type, const void* src, bool view)
+      : GenericIf(&type, view ? const_cast<void*>(src) : place(type, inline_)), view_(view) {
+    if (!view_) {
+      if (src) {
+        copyConstruct(type, voidPtr(), src);
+      } else {
+        construct(type, voidPtr());
+      }
+    }
+    type.allocTrack().trackAllocation(sizeof(Value));
+  }
+
+  ~Value() override {
+    const VekTypeBase& t = *type();
+    if (!view_) {
+      destroy(t, voidPtr());
+      if (voidPtr() != static_cast<void*>(inline_)) {
+        ::operator delete(voidPtr(), std::align_val_t(t.valueAlign()));
+      }
+    }
+    t.allocTrack().trackDeallocation(sizeof(Value));
+  }
+
+  static void* operator new(size_t size) {
+#if VEK_VALUE_POOL
+    if (!freeListGone && freeList.head) {
+      void* p = freeList.head;
+      freeList.head = *static_cast<void**>(p);
+      --freeList.count;
+      return p;
+    }
+#endif
+    return ::operator new(size);
+  }
+
+  static void operator delete(void* p) {
+#if VEK_VALUE_POOL
+    if (!freeListGone && freeList.count < FreeList::LIMIT) {
+      *static_cast<void**>(p) = freeList.head;
+      freeList.head = p;
+      ++freeList.count;
+      return;
+    }
+#endif
+    ::operator delete(p);
+  }
+
+ private:
+  static void* place(const VekTypeBase& type, std::byte* buffer) {
+    if (type.valueSize() <= INLINE && type.valueAlign() <= alignof(std::max_align_t)) return buffer;
+    return ::operator new(type.valueSize(), std::align_val_t(type.valueAlign()));
+  }
+
+  alignas(std::max_align_t) std::byte inline_[INLINE];
+  bool view_;
+};
+
+}  // namespace
+
+Ptr<GenericIf> valueNew(const VekTypeBase& type, const void* src) {
+  if (!type.isSealed() || type.isEntity() || type.isCollectionControl()) {
+    ZOLT_FMASSERT(debug(), "Vek", "{} cannot make values", type.qualifiedName());
+  }
+  return Ptr<GenericIf>(new Value(type, src, false));
+}
+
+Ptr<GenericIf> valueView(const VekTypeBase& type, const void* src) {
+  return Ptr<GenericIf>(new Value(type, src, true));
+}
+
+}  // namespace Vek::detail
+
+namespace Vek {
+
+GenericIf::~GenericIf() = default;
+
+const void* GenericIf::voidPtrIs(const VekTypeBase& type) const {
+  for (VekType t = type_; t; t = t->aliasOf()) {
+    if (t.base() == &type) return data_;
+  }
+  return type.isEntity() && type_->isEntity() && VekType(&type) == entityBaseType() ? data_ : nullptr;
+}
+
+uint32_t GenericIf::hash() const {
+  HashMix mix;
+  detail::hash(*type_, data_, mix);
+  return mix.value();
+}
+
+std::string GenericIf::strRep() const {
+  std::string out;
+  detail::appendStr(*type_, data_, out);
+  return out;
+}
+
+std::string GenericIf::gnmiStrRep() const { return strRep(); }
+
+Ptr<GenericIf> genericIfOfRaw(BuiltinCode code, const void* raw) {
+  return detail::valueNew(*builtinType(code), raw);
+}
+
+}  // namespace Vek

@@ -1,0 +1,75 @@
+// Operations on value representations, driven by type descriptors, and the
+// pooled value handle. Private to the runtime.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "Vek/Format.h"
+#include "Vek/GenericIf.h"
+#include "Vek/HashMix.h"
+#include "Zolt/Zolt.h"
+
+namespace Vek::detail {
+
+Zolt::Debuggable& debug();
+
+// Calls `fn(std::type_identity<T>{})` with the C++ type of a builtin code.
+template <typename Fn>
+decltype(auto) visitBuiltin(BuiltinCode code, Fn&& fn) {
+  switch (code) {
+    case BuiltinCode::UnsignedChar: return fn(std::type_identity<unsigned char>{});
+    case BuiltinCode::SignedChar: return fn(std::type_identity<signed char>{});
+    case BuiltinCode::UnsignedShort: return fn(std::type_identity<unsigned short>{});
+    case BuiltinCode::Short: return fn(std::type_identity<short>{});
+    case BuiltinCode::UnsignedInt: return fn(std::type_identity<unsigned int>{});
+    case BuiltinCode::Int: return fn(std::type_identity<int>{});
+    case BuiltinCode::UnsignedLongLong: return fn(std::type_identity<unsigned long long>{});
+    case BuiltinCode::LongLong: return fn(std::type_identity<long long>{});
+    case BuiltinCode::Bool: return fn(std::type_identity<bool>{});
+    case BuiltinCode::Char: return fn(std::type_identity<char>{});
+    case BuiltinCode::Float: return fn(std::type_identity<float>{});
+    case BuiltinCode::Double: return fn(std::type_identity<double>{});
+    case BuiltinCode::String: return fn(std::type_identity<String>{});
+    case BuiltinCode::Bytes: return fn(std::type_identity<Bytes>{});
+    case BuiltinCode::Seconds: return fn(std::type_identity<Seconds>{});
+    case BuiltinCode::None: break;
+  }
+  ZOLT_FMASSERT(debug(), "Vek", "unknown builtin code {}", static_cast<int>(code));
+}
+
+// The C++ name of a builtin code ("unsigned int", "Vek::String").
+const char* builtinName(BuiltinCode code);
+
+// Value representations of builtin, enumeration and value types. `dst`
+// arguments of construct/copyConstruct are raw memory of the type's size and
+// alignment; everything else takes live representations.
+void construct(const VekTypeBase& type, void* dst);
+void copyConstruct(const VekTypeBase& type, void* dst, const void* src);
+void assign(const VekTypeBase& type, void* dst, const void* src);
+void destroy(const VekTypeBase& type, void* dst);
+// <0, 0, >0. Entities (raw: the entity) compare by creation order.
+int compare(const VekTypeBase& type, const void* a, const void* b);
+void hash(const VekTypeBase& type, const void* raw, HashMix& mix);
+void appendStr(const VekTypeBase& type, const void* raw, std::string& out);
+void appendJson(const VekTypeBase& type, const void* raw, std::string& out);
+void appendJsonString(std::string_view text, std::string& out);
+// Parses `text` into the live representation `dst`; false when it does not
+// parse (dst then holds an unspecified valid value).
+bool parse(const VekTypeBase& type, std::string_view text, void* dst);
+
+// A new value handle of `type`: a copy of `src`, or the default when null.
+Ptr<GenericIf> valueNew(const VekTypeBase& type, const void* src);
+// A handle that views `src` without owning it.
+Ptr<GenericIf> valueView(const VekTypeBase& type, const void* src);
+
+// Whether a value or entity `gif` may be stored where `type` is expected:
+// same type after aliases, or any entity where every entity is admitted.
+bool admits(const VekTypeBase& type, const GenericIf& gif);
+
+// The entity behind an entity representation.
+inline const PtrInterface* entityOf(const void* raw) { return static_cast<const PtrInterface*>(raw); }
+
+}  // namespace Vek::detail
