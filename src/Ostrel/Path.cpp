@@ -1,15 +1,14 @@
 #include "Ostrel/Path.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <regex>
 #include <string_view>
 #include <vector>
 
 #include <Zolt/Zolt.h>
+
+#include "PlainAssert.h"
 
 namespace Ostrel {
 
@@ -55,16 +54,6 @@ inline uint32_t foldBytes(const std::string& s) {
 }
 
 inline uint32_t hashString(const std::string& s) { return murmurMix(0, foldBytes(s)); }
-
-// A failed plain assertion, reported the way the C library reports one and
-// whatever NDEBUG says: "prog: file:line: function: Assertion `expr' failed."
-[[noreturn]] void plainAssertFail(const char* expression, const char* file, unsigned line,
-                                  const char* function) {
-  std::fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", program_invocation_short_name,
-               file, line, function, expression);
-  std::fflush(stderr);
-  std::abort();
-}
 
 }  // namespace
 
