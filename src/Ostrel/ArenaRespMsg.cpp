@@ -86,7 +86,7 @@ class ArenaRespMsg::HandleAllocator {
 
   void deallocate(T*, size_t) noexcept {
     if (storage_.slot == nullptr) {
-      ::operator delete(storage_.bytes, HANDLE_SLOT_SIZE);
+      ::operator delete(storage_.bytes);
       return;
     }
     ArenaRespMsg* msg = msg_;
