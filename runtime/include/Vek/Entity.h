@@ -14,7 +14,9 @@ namespace Vek {
 // are made with `rootNew`; other entities are owned by a parent through an
 // instantiating attribute (`entityNew`) and are named by their attribute
 // (singletons) or by their key's text (collection members). An entity removed
-// from its parent becomes an orphan. Every change of an attribute reaches the
+// from its parent (or whose parent went) becomes an orphan: it has left the
+// model, and the references it held through pointers are released without
+// notification, so pointer cycles cannot keep removed entities alive. Every change of an attribute reaches the
 // registered notifiees synchronously, after the change is visible.
 class VEK_EXPORT Entity : public GenericIf {
  public:
@@ -84,6 +86,7 @@ class VEK_EXPORT Entity : public GenericIf {
   static Entity* make(const VekTypeBase* type, String name);
   void adopt(Entity* child, const VekAttrBase& attr);
   static void disown(GenericIf* member);
+  void releasePointers();
 
   String name_;
   Entity* parent_ = nullptr;

@@ -38,6 +38,15 @@ class VEK_EXPORT GenericIf : public PtrInterface {
     return type_->storageCode() == builtinCodeOf<T>() ? static_cast<const T*>(data_) : nullptr;
   }
 
+  // The value as T; throws `TypeMismatchException` when its representation
+  // is not T.
+  template <typename T>
+  const T& as() const {
+    const T* value = attrValPtr<T>();
+    if (!value) refuseRepresentation(builtinCodeOf<T>());
+    return *value;
+  }
+
   // A hash of the value: equal values (`genericIfBooleanOp` Equal) hash
   // alike; entities hash by identity.
   uint32_t hash() const;
@@ -79,6 +88,8 @@ class VEK_EXPORT GenericIf : public PtrInterface {
   const void* rawAttr(const VekAttr& attr, BuiltinCode code) const;
   // Writes the scalar attribute `attr` from the representation at `raw`.
   void rawAttrIs(const VekAttr& attr, BuiltinCode code, const void* raw);
+  // Throws the `TypeMismatchException` of `as` for a representation `code`.
+  [[noreturn]] void refuseRepresentation(BuiltinCode code) const;
 
  protected:
   GenericIf(const VekTypeBase* type, void* data) : type_(type), data_(data) {}

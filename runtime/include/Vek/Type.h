@@ -269,6 +269,8 @@ class VEK_EXPORT VekTypeBase {
   VekAttr attrAt(size_t position) const {
     return position < attrs_.size() ? attrs_[position].get() : nullptr;
   }
+  // The attribute at `position`, which must be below `attrCount()`.
+  const VekAttrBase& attrRefAt(size_t position) const { return *attrs_[position]; }
   VekAttr attr(AttributeId id) const;
   VekAttr attr(std::string_view name) const;
   VekAttr attr(const char* name) const { return attr(std::string_view(name ? name : "")); }
@@ -345,8 +347,9 @@ class VEK_EXPORT VekTypeBase::AttributeQIterator {
     ++position_;
     return *this;
   }
-  VekAttr operator*() const { return type_->attrAt(position_); }
-  const VekAttrBase* operator->() const { return type_->attrAt(position_).base(); }
+  // The current attribute; the cursor must be valid (`operator bool`).
+  VekAttr operator*() const { return &type_->attrRefAt(position_); }
+  const VekAttrBase* operator->() const { return &type_->attrRefAt(position_); }
   size_t position() const { return position_; }
 
  private:

@@ -33,10 +33,9 @@ void runCheck(const VekAttrBase& attr, const GenericIf& owner, const GenericIf* 
   if (!message.empty()) throw ValueRejectedException(message);
 }
 
-// The key of a collection attribute in the collection's key type. A wrapper
-// given for its bare index type, or the reverse, is converted, so both find
-// the same member. `holder` keeps a converted key alive.
-const GenericIf* keyFor(const VekAttrBase& attr, const GenericIf* key, Ptr<GenericIf>& holder) {
+}  // namespace
+
+const GenericIf* detail::keyFor(const VekAttrBase& attr, const GenericIf* key, Ptr<GenericIf>& holder) {
   if (!key) refuse(fmt::format("{} is a collection: a key is needed", attr.name()));
   const VekTypeBase& index = *attr.indexType();
   if (detail::admits(index, *key)) return key;
@@ -55,6 +54,8 @@ const GenericIf* keyFor(const VekAttrBase& attr, const GenericIf* key, Ptr<Gener
   refuse(fmt::format("{} is keyed by {}, not by {}", attr.name(), index.qualifiedName(),
                      key->type()->qualifiedName()));
 }
+
+namespace {
 
 Ptr<GenericIf>& refSlot(const GenericIf& gif, const VekAttrBase& attr) {
   return *reinterpret_cast<Ptr<GenericIf>*>(storageOf(gif) + attr.offset());
@@ -94,6 +95,10 @@ void GenericIf::rawAttrIs(const VekAttr& attr, BuiltinCode code, const void* raw
   attributeChanged(*attr, nullptr);
 }
 
+void GenericIf::refuseRepresentation(BuiltinCode code) const {
+  refuse(fmt::format("{} is not a {}", type_->qualifiedName(), detail::builtinName(code)));
+}
+
 void GenericIf::attributeChanged(const VekAttrBase&, const GenericIf*) {}
 
 // ---------------------------------------------------------------- generic access
@@ -112,7 +117,7 @@ Ptr<GenericIf const> VekAttr::genericIfGet(const GenericIf* gif, const GenericIf
       const Collection* c = static_cast<const Entity*>(gif)->collection(*base_, false);
       if (!c || !key) return nullptr;
       Ptr<GenericIf> holder;
-      return c->find(keyFor(*base_, key, holder));
+      return c->find(detail::keyFor(*base_, key, holder));
     }
     case AttrStorage::None:
       break;
@@ -134,7 +139,7 @@ bool VekAttr::genericIfExist(const GenericIf* gif, const GenericIf* key) const {
       if (!c) return false;
       if (!key) return c->size() > 0;
       Ptr<GenericIf> holder;
-      return c->find(keyFor(*base_, key, holder)) != nullptr;
+      return c->find(detail::keyFor(*base_, key, holder)) != nullptr;
     }
     case AttrStorage::None:
       break;
@@ -172,7 +177,7 @@ void VekAttr::genericIfSet(GenericIf* gif, const GenericIf* key, const GenericIf
       }
       checkMember(a, value);
       Ptr<GenericIf> holder;
-      const GenericIf* k = keyFor(a, key, holder);
+      const GenericIf* k = detail::keyFor(a, key, holder);
       runCheck(a, *gif, k, value);
       Collection* c = entityOf(*gif).collection(a, true);
       if (const GenericIf* current = c->find(k)) {
@@ -202,7 +207,7 @@ bool VekAttr::genericIfErase(GenericIf* gif, const GenericIf* key) const {
   if (a.storage() != AttrStorage::Collection) refuse(fmt::format("{} is not a collection", a.name()));
   if (a.isReadOnly()) refuse(fmt::format("{} is read-only", a.name()));
   Ptr<GenericIf> holder;
-  const GenericIf* k = keyFor(a, key, holder);
+  const GenericIf* k = detail::keyFor(a, key, holder);
   Collection* c = entityOf(*gif).collection(a, false);
   if (!c || !c->find(k)) return false;
   runCheck(a, *gif, k, nullptr);

@@ -132,6 +132,24 @@ void Entity::disown(GenericIf* member) {
   auto* child = static_cast<Entity*>(member);
   child->parent_ = nullptr;
   child->orphan_ = true;
+  child->releasePointers();
+}
+
+void Entity::releasePointers() {
+  // An orphan has left the model: the references it holds through pointers
+  // (and pointer keys) go, silently, so that pointer cycles between removed
+  // entities cannot keep them alive. Owned children stay until it dies.
+  const VekTypeBase& t = *type();
+  for (size_t i = 0; i < t.attrCount(); ++i) {
+    const VekAttrBase& a = *t.attrAt(i);
+    char* at = static_cast<char*>(block_) + a.offset();
+    if (a.storage() == AttrStorage::Ref && a.isPointer()) {
+      *reinterpret_cast<Ptr<GenericIf>*>(at) = nullptr;
+    } else if (a.storage() == AttrStorage::Collection && !a.isInstantiating() &&
+               (a.isPointer() || a.indexType()->isEntity())) {
+      if (auto& c = *reinterpret_cast<Ptr<Collection>*>(at)) c->clear();
+    }
+  }
 }
 
 Ptr<Entity> Entity::entityNew(const VekAttr& attr, const GenericIf* key, VekType type) {
@@ -153,17 +171,7 @@ Ptr<Entity> Entity::entityNew(const VekAttr& attr, const GenericIf* key, VekType
                                             attr->isCollection() ? "needs" : "takes no"));
   }
   Ptr<GenericIf> holder;
-  const GenericIf* k = nullptr;
-  if (key) {
-    // Normalise the key the way generic access does; a wrong key type throws
-    // before anything is made.
-    k = attr->indexType()->baseType() == key->type()->baseType() ? key : nullptr;
-    if (!k) {
-      attr.genericIfExist(this, key);  // throws for keys of a foreign type
-      holder = attr->indexType().genericIf(String(key->strRep()), true);
-      k = holder;
-    }
-  }
+  const GenericIf* k = key ? detail::keyFor(*attr, key, holder) : nullptr;
   Ptr<Entity> child = make(type.base(), key ? String(k->strRep()) : String(attr->name()));
   if (attr->check()) {
     std::string message = attr->check()(*this, k, child.ptr());

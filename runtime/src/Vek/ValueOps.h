@@ -69,6 +69,12 @@ Ptr<GenericIf> valueView(const VekTypeBase& type, const void* src);
 // same type after aliases, or any entity where every entity is admitted.
 bool admits(const VekTypeBase& type, const GenericIf& gif);
 
+// The key of the collection `attr` in the collection's key type. A wrapper
+// given for its bare index type, or the reverse, is converted, so both find
+// the same member; `holder` keeps a converted key alive. Other key types
+// throw `TypeMismatchException`.
+const GenericIf* keyFor(const VekAttrBase& attr, const GenericIf* key, Ptr<GenericIf>& holder);
+
 // The entity behind an entity representation.
 inline const PtrInterface* entityOf(const void* raw) { return static_cast<const PtrInterface*>(raw); }
 

@@ -1,0 +1,179 @@
+// Notifiees: change callbacks, change keys, weak references, zero references.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "SampleModel.h"
+
+namespace {
+
+using namespace Vek;
+using OstrelTest::Sample::buildTree;
+using OstrelTest::Sample::ipv4;
+using OstrelTest::Sample::name;
+using OstrelTest::Sample::types;
+
+// Records every callback as text: "attrName" or "attrName[key]", "zero".
+class Recorder : public GenericIf::NotifieeConst {
+ public:
+  explicit Recorder(const Entity* entity, bool weak = true) {
+    notifierIs(entity);
+    isRegisteredNotifieeIs(true);
+    isWeakReferenceIs(weak);
+  }
+  void onAttribute(AttributeId id, const void* key) override {
+    const Entity* e = static_cast<const Entity*>(notifier()->genericIfPtr());
+    const VekAttr attr = e->type()->attr(id);
+    std::string text = attr->name();
+    if (key) {
+      lastKey = keyPointerToGif(attr, key);
+      text += "[" + lastKey->strRep() + "]";
+      // The change is visible when the callback runs.
+      text += attr.genericIfExist(e, lastKey) ? "+" : "-";
+    }
+    events.push_back(text);
+    if (onChange) onChange();
+  }
+  void onZeroReferences() override {
+    events.push_back("zero");
+    if (onZero) onZero();
+  }
+
+  std::vector<std::string> events;
+  Ptr<GenericIf const> lastKey;
+  std::function<void()> onChange;
+  std::function<void()> onZero;
+};
+
+TEST(VekNotifiee, ScalarChangeReportsAttributeWithoutKey) {
+  auto tree = buildTree();
+  Ptr<Recorder> r = new Recorder(tree.eth0);
+  tree.eth0->valueIs("mtu", 1400u);
+  tree.eth0->valueIs("mtu", 1400u);  // unchanged: not reported
+  tree.eth0->pointerIs("peer", nullptr);
+  EXPECT_EQ(r->events, (std::vector<std::string>{"mtu", "peer"}));
+}
+
+TEST(VekNotifiee, ValueSeenInCallbackIsTheNewOne) {
+  auto tree = buildTree();
+  Ptr<Recorder> r = new Recorder(tree.eth0);
+  unsigned seen = 0;
+  r->onChange = [&] { seen = tree.eth0->value<unsigned>("mtu"); };
+  tree.eth0->valueIs("mtu", 1234u);
+  EXPECT_EQ(seen, 1234u);
+}
+
+TEST(VekNotifiee, CollectionChangesReportTheirKeys) {
+  auto tree = buildTree();
+  Ptr<Recorder> r = new Recorder(tree.eth0);
+  const VekAttr addresses = types().interface->attr("addresses");
+  addresses.genericIfSet(tree.eth0, ipv4("1.1.1.1"), types().addressInfo.genericIfDefault());
+  addresses.genericIfErase(tree.eth0, ipv4("10.0.0.1"));
+  EXPECT_EQ(r->events, (std::vector<std::string>{"addresses[1.1.1.1]+", "addresses[10.0.0.1]-"}));
+}
+
+TEST(VekNotifiee, OwnedEntityCreationAndRemovalAreReported) {
+  auto tree = buildTree();
+  Ptr<Recorder> r = new Recorder(tree.device);
+  tree.device->entityNew("interfaces", name("eth2"));
+  tree.device->entityDel(types().device->attr("interfaces"), name("eth2"));
+  tree.device->entityNew("chassis");
+  EXPECT_EQ(r->events,
+            (std::vector<std::string>{"interfaces[eth2]+", "interfaces[eth2]-", "chassis"}));
+}
+
+TEST(VekNotifiee, ChangeKeyEqualsIteratorKey) {
+  auto tree = buildTree();
+  Ptr<Recorder> r = new Recorder(tree.eth0);
+  const VekAttr addresses = types().interface->attr("addresses");
+  Ptr<GenericIf> info = types().addressInfo.genericIfDefault();
+  addresses.genericIfSet(tree.eth0, ipv4("10.0.0.1"), info);
+  ASSERT_TRUE(r->lastKey);
+  auto it = addresses.genericIfIteratorConst(tree.eth0);
+  EXPECT_TRUE(VekType::genericIfBooleanOp(it.key(), AttrOp::Equal, r->lastKey));
+  EXPECT_EQ(it.key()->hash(), r->lastKey->hash());
+  EXPECT_EQ(ipv4("10.0.0.1")->hash(), r->lastKey->hash());
+}
+
+TEST(VekNotifiee, UnregisteredNotifieeHearsNothing) {
+  auto tree = buildTree();
+  Ptr<Recorder> r = new Recorder(tree.eth0);
+  r->isRegisteredNotifieeIs(false);
+  tree.eth0->valueIs("mtu", 1400u);
+  EXPECT_TRUE(r->events.empty());
+  EXPECT_TRUE(tree.eth0->notifiees().empty());
+}
+
+TEST(VekNotifiee, NotifieeMayUnregisterAnotherDuringCallback) {
+  auto tree = buildTree();
+  Ptr<Recorder> first = new Recorder(tree.eth0);
+  Ptr<Recorder> second = new Recorder(tree.eth0);
+  first->onChange = [&] { second = nullptr; };
+  tree.eth0->valueIs("mtu", 1400u);
+  EXPECT_EQ(first->events.size(), 1u);
+  EXPECT_EQ(tree.eth0->notifiees().size(), 1u);
+}
+
+TEST(VekNotifiee, StrongNotifieeKeepsEntityAlive) {
+  Ptr<Entity> e = Entity::rootNew(types().chassis, "c");
+  Ptr<Recorder> r = new Recorder(e, false);
+  EXPECT_EQ(e->references(), 2u);
+  e = nullptr;
+  EXPECT_TRUE(r->events.empty());
+  EXPECT_EQ(types().chassis->allocTrack().liveObjects(), 1);
+  r = nullptr;
+  EXPECT_EQ(types().chassis->allocTrack().liveObjects(), 0);
+}
+
+TEST(VekNotifiee, WeakNotifieeHearsZeroReferences) {
+  Ptr<Entity> e = Entity::rootNew(types().chassis, "c");
+  Ptr<Recorder> r = new Recorder(e);
+  EXPECT_EQ(e->references(), 1u);
+  e = nullptr;
+  EXPECT_EQ(r->events, std::vector<std::string>{"zero"});
+  EXPECT_EQ(r->notifier(), nullptr);
+  EXPECT_EQ(types().chassis->allocTrack().liveObjects(), 0);
+}
+
+TEST(VekNotifiee, ZeroReferencesMayDropTheNotifieeAndTouchTheEntity) {
+  Ptr<Entity> e = Entity::rootNew(types().chassis, "c");
+  Ptr<Recorder> r = new Recorder(e);
+  Recorder* raw = r.ptr();
+  std::string seenName;
+  raw->onZero = [&] {
+    // Take and drop a handle of the dying entity, then drop the notifiee.
+    Ptr<GenericIf const> gif = VekType::genericIf(raw->notifier());
+    seenName = static_cast<const Entity*>(gif.ptr())->fullName();
+    r = nullptr;
+  };
+  const int64_t entitiesBefore = Entity::allocTrackInfo().liveObjects();
+  e = nullptr;
+  EXPECT_EQ(seenName, "c");
+  EXPECT_FALSE(r);
+  EXPECT_EQ(Entity::allocTrackInfo().liveObjects(), entitiesBefore - 1);
+}
+
+TEST(VekNotifiee, NotifieeOutlivingEntityIsDetached) {
+  Ptr<Recorder> r;
+  {
+    Ptr<Entity> e = Entity::rootNew(types().chassis, "c");
+    r = new Recorder(e);
+    r->zeroReferencesIs(false);
+  }
+  EXPECT_TRUE(r->events.empty());
+  EXPECT_EQ(r->notifier(), nullptr);
+  EXPECT_TRUE(r->notifieeList().empty());
+}
+
+TEST(VekNotifiee, PausedNotifieeHearsNothing) {
+  auto tree = buildTree();
+  Ptr<Recorder> r = new Recorder(tree.eth0);
+  r->hasNotificationActiveIs(false);
+  tree.eth0->valueIs("mtu", 1400u);
+  r->hasNotificationActiveIs(true);
+  tree.eth0->valueIs("mtu", 1500u);
+  EXPECT_EQ(r->events, std::vector<std::string>{"mtu"});
+  EXPECT_EQ(r->notifieeList().size(), 1u);
+}
+
+}  // namespace
