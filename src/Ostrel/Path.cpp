@@ -126,7 +126,7 @@ void parseElem(const std::string& text, std::string& buffer, unsigned& cursor,
       // Key values are always unescaped, whatever the element's flag.
       parseValForKey(text, buffer, cursor, true);
       // Insert semantics: the first occurrence of a repeated key wins.
-      elem->mutable_key()->insert({std::move(key), buffer});
+      elem->mutable_key()->insert({key, buffer});
       buffer.clear();
     } else {
       buffer.push_back(c);

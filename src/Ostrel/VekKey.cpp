@@ -1,0 +1,154 @@
+#include "Ostrel/VekKey.h"
+
+#include <algorithm>
+#include <iostream>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "Ostrel/Path.h"
+#include "PlainAssert.h"
+
+namespace Ostrel {
+
+namespace {
+
+// Key-map entries in ascending byte order of their names; the protobuf map
+// iterates in no defined order.
+std::vector<const VekKey::KeyMap::value_type*> sortedEntries(const VekKey::KeyMap& map) {
+  std::vector<const VekKey::KeyMap::value_type*> entries;
+  entries.reserve(map.size());
+  for (const auto& entry : map) entries.push_back(&entry);
+  std::sort(entries.begin(), entries.end(),
+            [](const auto* a, const auto* b) { return a->first < b->first; });
+  return entries;
+}
+
+}  // namespace
+
+VekKey::VekKey() = default;
+VekKey::VekKey(const VekKey& other) = default;
+VekKey& VekKey::operator=(const VekKey& other) = default;
+VekKey::VekKey(VekKey&&) noexcept = default;
+VekKey& VekKey::operator=(VekKey&&) noexcept = default;
+// Members go in reverse order: prefix, flags, queue, map.
+VekKey::~VekKey() = default;
+
+void VekKey::mapInsert(const std::string& name, const std::string& text, gnmi::TypedValue value) {
+  keyMap_.insert({name, text});
+  scalars_.emplace_back(name, std::move(value));
+}
+
+VekKey::operator std::string() const {
+  std::string out;
+  for (const auto* entry : sortedEntries(keyMap_)) {
+    fmt::format_to(std::back_inserter(out), "[{}={}]", entry->first, entry->second);
+  }
+  return out;
+}
+
+std::string VekKey::toString(const VekKey& key) { return static_cast<std::string>(key); }
+
+void VekKey::dumpKey() const { dumpKey(std::cerr); }
+
+void VekKey::dumpKey(std::ostream& out) const {
+  out << "{KeyStr" << static_cast<std::string>(*this) << "Values[ ";
+  for (const auto& [name, value] : scalars_) {
+    out << name << "=" << value.ShortDebugString() << " ";
+  }
+  out << "]}" << std::endl;
+}
+
+gnmi::Path VekKey::genKey(Vek::VekAttr attr, Vek::VekType keyType) {
+  const uint8_t kindCode = keyType->kindCode();
+  if ((kindCode != 0 && kindCode != 1) || keyType->valAttr() ||
+      (keyType->flags() & Vek::TypeFlag::WRAPPER) != 0) {
+    keyKind_ = KIND_GENERATED;
+  } else {
+    keyKind_ = KIND_SIMPLE;
+  }
+
+  gnmi::Path generated;
+  const std::string& keyAttrName = attr->keyAttrName();
+  if (!keyAttrName.empty() && attr->type() && attr->type()->attr(keyAttrName)) {
+    // The member carries its key in a declared attribute; the key is
+    // published under that attribute's name only when the index attribute
+    // asks for it.
+    const Vek::VekAttr index = attr->indexAttr();
+    if (index && (index->flags() & Vek::AttrFlag::KEY_NAME) != 0) {
+      generated.add_elem()->set_name(index->name());
+    }
+    return generated;
+  }
+  if (keyKind_ == KIND_GENERATED) {
+    generated.add_elem()->set_name(attr->name() + KEY_SUFFIX);
+  }
+  return generated;
+}
+
+gnmi::Path VekKey::updateTypeAndGenKey(Vek::VekAttr attr, Vek::VekType keyType) {
+  return genKey(attr, keyType);
+}
+
+gnmi::Path VekKey::updateTypeAndGenKeyForPtr(Vek::VekAttr attr, Vek::VekType keyType,
+                                             const std::string& ptrPathText) {
+  gnmi::Path generated = genKey(attr, keyType);
+  std::string name;
+  if (generated.elem_size() > 0) {
+    name = generated.elem(generated.elem_size() - 1).name();
+  } else if (const Vek::VekAttr index = attr->indexAttr()) {
+    name = index->name();
+  } else {
+    name = attr->name() + KEY_SUFFIX;
+  }
+  keyMap_.insert({name, ptrPathText});
+  return generated;
+}
+
+gnmi::Path VekKey::gnmiKeyName(const gnmi::Path& path) const {
+  std::string text = pathToKeyStr(path);
+  if (keyMap_.empty()) {
+    return strToPath(text);
+  }
+  if (!text.empty()) {
+    text.append("__");
+  }
+  bool first = true;
+  for (const auto* entry : sortedEntries(keyMap_)) {
+    if (!first) text.append("__");
+    first = false;
+    fmt::format_to(std::back_inserter(text), "{}__{}", entry->first, entry->second);
+  }
+  return strToPath(text);
+}
+
+void VekKey::updateAndStorePrefix(gnmi::Path& path, bool scalarMember, Vek::VekAttr attr) {
+  if (keyKind_ == KIND_SIMPLE) {
+    OSTREL_PLAIN_ASSERT(keyMap().size() == 1 && "Expected map size of 1");
+  }
+  const std::string& attrName = attr->name();
+  if (path.elem_size() == 0 || path.elem(path.elem_size() - 1).name() != attrName) {
+    path.add_elem()->set_name(attrName);
+  }
+  gnmi::PathElem* keyed = path.mutable_elem(path.elem_size() - 1);
+  for (const auto& [name, text] : keyMap_) {
+    (*keyed->mutable_key())[name] = text;
+  }
+  prefix_ = path;
+  if (scalarMember) {
+    path.add_elem()->set_name(attrName + VALUE_SUFFIX);
+  }
+  flags_ |= PREFIX_STORED;
+}
+
+void VekKey::copyScalars(gnmi::Notification& notification) const {
+  for (const auto& [name, value] : scalars_) {
+    gnmi::Update* update = notification.add_update();
+    gnmi::Path* path = update->mutable_path();
+    *path = prefix_;
+    path->add_elem()->set_name(name);
+    *update->mutable_val() = value;
+  }
+}
+
+}  // namespace Ostrel

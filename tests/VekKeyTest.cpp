@@ -1,0 +1,332 @@
+// VekKey: the key of one collection member.
+#include <sstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <Ostrel/Path.h>
+#include <Ostrel/VekKey.h>
+#include <Vek/Type.h>
+
+namespace {
+
+using Ostrel::VekKey;
+
+gnmi::TypedValue stringVal(const std::string& s) {
+  gnmi::TypedValue v;
+  v.set_string_val(s);
+  return v;
+}
+
+gnmi::TypedValue uintVal(uint64_t u) {
+  gnmi::TypedValue v;
+  v.set_uint_val(u);
+  return v;
+}
+
+// A small model with one collection per kind of key.
+struct KeyModel {
+  Vek::VekType status;     // enumeration
+  Vek::VekType addr;       // value type with two fields (composite key)
+  Vek::VekType wrapped;    // value type flagged as a wrapper
+  Vek::VekType port;       // entity with a declared key attribute "id"
+  Vek::VekType device;     // entity holding the collections
+  Vek::VekAttr byName;     // String -> unsigned
+  Vek::VekAttr byStatus;   // Status -> unsigned
+  Vek::VekAttr neighbor;   // Addr -> unsigned
+  Vek::VekAttr byWrapped;  // Wrapped -> unsigned
+  Vek::VekAttr ports;      // unsigned -> owned Port, key attribute "id" (published)
+  Vek::VekAttr hidden;     // unsigned -> owned Port, key attribute "id" (not published)
+  Vek::VekAttr byPeer;     // pointer to Port -> unsigned
+
+  static const KeyModel& get() {
+    static const KeyModel model;
+    return model;
+  }
+
+ private:
+  KeyModel() {
+    Vek::Module& m = Vek::Module::moduleNew("VekKeyTest");
+    const Vek::VekType u32 = Vek::builtinType<unsigned>();
+    status = m.enumType("Status", Vek::builtinType<int>())
+                 .enumerator("up", 1)
+                 .enumerator("down", 2)
+                 .done();
+    addr = m.valueType("Addr")
+               .scalar("vrf", Vek::builtinType<Vek::String>())
+               .scalar("ip", u32)
+               .done();
+    wrapped = m.valueType("Wrapped").scalar("value", u32).wrapperOf("value").done();
+    port = m.entityType("Port").scalar("id", u32).attrFlagsIs(Vek::AttrFlag::KEY_NAME).done();
+    Vek::VekType hiddenPort = m.entityType("HiddenPort").scalar("id", u32).done();
+    Vek::TypeDef dev = m.entityType("Device");
+    dev.collection("byName", Vek::builtinType<Vek::String>(), u32)
+        .collection("byStatus", status, u32)
+        .collection("neighbor", addr, u32)
+        .collection("byWrapped", wrapped, u32)
+        .collection("ports", u32, port, Vek::AttrFlag::INSTANTIATING)
+        .keyAttr("id")
+        .collection("hidden", u32, hiddenPort, Vek::AttrFlag::INSTANTIATING)
+        .keyAttr("id")
+        .collection("byPeer", port, u32);
+    device = dev.done();
+    byName = device->attr("byName");
+    byStatus = device->attr("byStatus");
+    neighbor = device->attr("neighbor");
+    byWrapped = device->attr("byWrapped");
+    ports = device->attr("ports");
+    hidden = device->attr("hidden");
+    byPeer = device->attr("byPeer");
+  }
+};
+
+TEST(VekKey, FreshKeyIsEmpty) {
+  const VekKey key;
+  EXPECT_EQ(key.keyKind(), VekKey::KIND_UNSET);
+  EXPECT_TRUE(key.keyMap().empty());
+  EXPECT_TRUE(key.scalars().empty());
+  EXPECT_EQ(key.flags(), 256u);
+  EXPECT_EQ(key.prefix().elem_size(), 0);
+  EXPECT_FALSE(key.collecting());
+  EXPECT_TRUE(key.escapesText());
+}
+
+TEST(VekKey, EmptyKeyHasEmptyKeyString) {
+  const VekKey key;
+  EXPECT_EQ(static_cast<std::string>(key), "");
+  EXPECT_EQ(VekKey::toString(key), "");
+}
+
+TEST(VekKey, EmptyKeyLeavesGnmiKeyNameUnchanged) {
+  const VekKey key;
+  const gnmi::Path path = Ostrel::strToPath("/neighborKey");
+  EXPECT_TRUE(key.gnmiKeyName(path) == path);
+  EXPECT_EQ(key.gnmiKeyName(gnmi::Path()).elem_size(), 0);
+}
+
+TEST(VekKey, KeyStringSortsNamesWhateverTheInsertionOrder) {
+  VekKey key;
+  key.mapInsert("b", "2", uintVal(2));
+  key.mapInsert("a", "1", uintVal(1));
+  EXPECT_EQ(static_cast<std::string>(key), "[a=1][b=2]");
+}
+
+TEST(VekKey, KeyNamesSortByBytesSoUpperCaseComesFirst) {
+  VekKey key;
+  key.mapInsert("a", "1", uintVal(1));
+  key.mapInsert("B", "2", uintVal(2));
+  EXPECT_EQ(static_cast<std::string>(key), "[B=2][a=1]");
+}
+
+TEST(VekKey, RepeatedNameKeepsFirstTextButQueuesBothValues) {
+  VekKey key;
+  key.mapInsert("name", "eth0", stringVal("eth0"));
+  key.mapInsert("name", "eth1", stringVal("eth1"));
+  ASSERT_EQ(key.keyMap().size(), 1u);
+  EXPECT_EQ(key.keyMap().at("name"), "eth0");
+  ASSERT_EQ(key.scalars().size(), 2u);
+  EXPECT_EQ(key.scalars()[0].second.string_val(), "eth0");
+  EXPECT_EQ(key.scalars()[1].second.string_val(), "eth1");
+}
+
+TEST(VekKey, FormatterPrintsKeyString) {
+  VekKey key;
+  key.mapInsert("k", "v", stringVal("v"));
+  EXPECT_EQ(fmt::format("<{}>", key), "<[k=v]>");
+}
+
+TEST(VekKey, DumpKeyWritesKeyStringAndValues) {
+  VekKey key;
+  key.mapInsert("name", "eth0", stringVal("eth0"));
+  key.mapInsert("idx", "3", uintVal(3));
+  std::ostringstream out;
+  key.dumpKey(out);
+  EXPECT_EQ(out.str(),
+            "{KeyStr[idx=3][name=eth0]Values[ name=string_val: \"eth0\" idx=uint_val: 3 ]}\n");
+}
+
+TEST(VekKey, CollectingAndEscapeFlags) {
+  VekKey key;
+  key.collectingIs(true);
+  EXPECT_TRUE(key.collecting());
+  EXPECT_EQ(key.flags(), 257u);
+  key.escapesTextIs(false);
+  EXPECT_FALSE(key.escapesText());
+  EXPECT_EQ(key.flags(), 1u);
+}
+
+TEST(VekKey, BuiltinKeyIsSimpleWithoutGeneratedElement) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  const gnmi::Path generated = key.updateTypeAndGenKey(m.byName, Vek::builtinType<Vek::String>());
+  EXPECT_EQ(key.keyKind(), VekKey::KIND_SIMPLE);
+  EXPECT_EQ(generated.elem_size(), 0);
+}
+
+TEST(VekKey, CompositeKeyGeneratesCollectionNameWithKeySuffix) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  const gnmi::Path generated = key.updateTypeAndGenKey(m.neighbor, m.addr);
+  EXPECT_EQ(key.keyKind(), VekKey::KIND_GENERATED);
+  EXPECT_EQ(Ostrel::pathToStr(generated), "/neighborKey");
+}
+
+TEST(VekKey, EnumerationKeyIsGenerated) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  EXPECT_EQ(Ostrel::pathToStr(key.updateTypeAndGenKey(m.byStatus, m.status)), "/byStatusKey");
+  EXPECT_EQ(key.keyKind(), VekKey::KIND_GENERATED);
+}
+
+TEST(VekKey, WrapperKeyIsGenerated) {
+  const KeyModel& m = KeyModel::get();
+  ASSERT_NE(m.wrapped->flags() & 0x1000u, 0u);
+  VekKey key;
+  EXPECT_EQ(Ostrel::pathToStr(key.updateTypeAndGenKey(m.byWrapped, m.wrapped)), "/byWrappedKey");
+  EXPECT_EQ(key.keyKind(), VekKey::KIND_GENERATED);
+}
+
+TEST(VekKey, DeclaredKeyAttributeWithNameFlagGivesIndexAttributeElement) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  const gnmi::Path generated = key.updateTypeAndGenKey(m.ports, Vek::builtinType<unsigned>());
+  EXPECT_EQ(Ostrel::pathToStr(generated), "/id");
+  EXPECT_EQ(key.keyKind(), VekKey::KIND_SIMPLE);
+}
+
+TEST(VekKey, DeclaredKeyAttributeWithoutNameFlagGivesNoElement) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  EXPECT_EQ(key.updateTypeAndGenKey(m.hidden, Vek::builtinType<unsigned>()).elem_size(), 0);
+}
+
+TEST(VekKey, PointerKeyRecordsPathTextUnderCollectionKeyName) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  const gnmi::Path generated = key.updateTypeAndGenKeyForPtr(m.byPeer, m.port, "/dev/ports[id=3]");
+  EXPECT_EQ(key.keyKind(), VekKey::KIND_SIMPLE);
+  EXPECT_EQ(generated.elem_size(), 0);
+  ASSERT_EQ(key.keyMap().size(), 1u);
+  EXPECT_EQ(key.keyMap().at("byPeerKey"), "/dev/ports[id=3]");
+  EXPECT_TRUE(key.scalars().empty());
+}
+
+TEST(VekKey, PointerKeyKeepsAnEarlierEntry) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  key.updateTypeAndGenKeyForPtr(m.byPeer, m.port, "/first");
+  key.updateTypeAndGenKeyForPtr(m.byPeer, m.port, "/second");
+  EXPECT_EQ(key.keyMap().at("byPeerKey"), "/first");
+}
+
+TEST(VekKey, GnmiKeyNameJoinsEntriesWithDoubleUnderscore) {
+  VekKey key;
+  key.mapInsert("b", "2", uintVal(2));
+  key.mapInsert("a", "1", uintVal(1));
+  const gnmi::Path name = key.gnmiKeyName(Ostrel::strToPath("x"));
+  ASSERT_EQ(name.elem_size(), 1);
+  EXPECT_EQ(name.elem(0).name(), "x__a__1__b__2");
+}
+
+TEST(VekKey, GnmiKeyNameOfEmptyPathStartsWithFirstEntry) {
+  VekKey key;
+  key.mapInsert("ip", "10.0.0.1", stringVal("10.0.0.1"));
+  EXPECT_EQ(Ostrel::pathToStr(key.gnmiKeyName(gnmi::Path())), "/ip__10.0.0.1");
+}
+
+TEST(VekKey, SimpleKeyFoldsIntoCollectionElement) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  key.updateTypeAndGenKey(m.byName, Vek::builtinType<Vek::String>());
+  key.mapInsert("byName", "eth0", stringVal("eth0"));
+  gnmi::Path path = Ostrel::strToPath("/dev/byName");
+  key.updateAndStorePrefix(path, false, m.byName);
+  EXPECT_EQ(Ostrel::pathToStr(path), "/dev/byName[byName=eth0]");
+  EXPECT_EQ(Ostrel::pathToStr(key.prefix()), "/dev/byName[byName=eth0]");
+  EXPECT_NE(key.flags() & VekKey::PREFIX_STORED, 0u);
+}
+
+TEST(VekKey, CollectionElementIsAddedWhenPathEndsElsewhere) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  key.updateTypeAndGenKey(m.byName, Vek::builtinType<Vek::String>());
+  key.mapInsert("name", "eth0", stringVal("eth0"));
+  gnmi::Path path = Ostrel::strToPath("/dev");
+  key.updateAndStorePrefix(path, false, m.byName);
+  EXPECT_EQ(Ostrel::pathToStr(path), "/dev/byName[name=eth0]");
+}
+
+TEST(VekKey, ScalarMemberIsPublishedUnderValueLeaf) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  key.updateTypeAndGenKey(m.byName, Vek::builtinType<Vek::String>());
+  key.mapInsert("name", "eth0", stringVal("eth0"));
+  gnmi::Path path = Ostrel::strToPath("/dev/byName");
+  key.updateAndStorePrefix(path, true, m.byName);
+  EXPECT_EQ(Ostrel::pathToStr(path), "/dev/byName[name=eth0]/byNameValue");
+  EXPECT_EQ(Ostrel::pathToStr(key.prefix()), "/dev/byName[name=eth0]");
+}
+
+TEST(VekKey, CompositeKeyFoldsEveryEntry) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  key.updateTypeAndGenKey(m.neighbor, m.addr);
+  key.mapInsert("vrf", "red", stringVal("red"));
+  key.mapInsert("ip", "167772161", uintVal(167772161));
+  gnmi::Path path = Ostrel::strToPath("/dev/neighbor");
+  key.updateAndStorePrefix(path, false, m.neighbor);
+  EXPECT_EQ(Ostrel::pathToStr(path), "/dev/neighbor[ip=167772161][vrf=red]");
+}
+
+TEST(VekKey, KeyValuesWithPathCharactersSurviveFolding) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  key.updateTypeAndGenKeyForPtr(m.byPeer, m.port, "/dev/ports[id=3]");
+  gnmi::Path path = Ostrel::strToPath("/dev/byPeer");
+  key.updateAndStorePrefix(path, true, m.byPeer);
+  ASSERT_EQ(path.elem_size(), 3);
+  EXPECT_EQ(path.elem(1).key().at("byPeerKey"), "/dev/ports[id=3]");
+}
+
+TEST(VekKeyDeathTest, SimpleKeyWithoutExactlyOneEntryEndsTheProcess) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  key.updateTypeAndGenKey(m.byName, Vek::builtinType<Vek::String>());
+  gnmi::Path path = Ostrel::strToPath("/dev/byName");
+  EXPECT_DEATH(key.updateAndStorePrefix(path, false, m.byName),
+               "Assertion `keyMap\\(\\)\\.size\\(\\) == 1 && \"Expected map size of 1\"' failed");
+}
+
+TEST(VekKey, CopyScalarsAddsOneUpdatePerQueuedValueUnderPrefix) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  key.updateTypeAndGenKey(m.neighbor, m.addr);
+  key.mapInsert("vrf", "red", stringVal("red"));
+  key.mapInsert("ip", "7", uintVal(7));
+  gnmi::Path path = Ostrel::strToPath("/dev/neighbor");
+  key.updateAndStorePrefix(path, false, m.neighbor);
+  gnmi::Notification notification;
+  key.copyScalars(notification);
+  ASSERT_EQ(notification.update_size(), 2);
+  EXPECT_EQ(Ostrel::pathToStr(notification.update(0).path()), "/dev/neighbor[ip=7][vrf=red]/vrf");
+  EXPECT_EQ(notification.update(0).val().string_val(), "red");
+  EXPECT_EQ(Ostrel::pathToStr(notification.update(1).path()), "/dev/neighbor[ip=7][vrf=red]/ip");
+  EXPECT_EQ(notification.update(1).val().uint_val(), 7u);
+}
+
+TEST(VekKey, CopyScalarsOfEmptyKeyAddsNothing) {
+  gnmi::Notification notification;
+  VekKey().copyScalars(notification);
+  EXPECT_EQ(notification.update_size(), 0);
+}
+
+TEST(VekKey, CopiesAreIndependent) {
+  VekKey key;
+  key.mapInsert("a", "1", uintVal(1));
+  VekKey copy = key;
+  copy.mapInsert("b", "2", uintVal(2));
+  EXPECT_EQ(static_cast<std::string>(key), "[a=1]");
+  EXPECT_EQ(static_cast<std::string>(copy), "[a=1][b=2]");
+}
+
+}  // namespace
