@@ -1,9 +1,37 @@
 // Value handles: construction, text forms, comparison, hashing, JSON.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <new>
+
 #include "SampleModel.h"
 
+// Counts heap allocations of this test program.
 namespace {
+size_t heapAllocations = 0;
+}  // namespace
+
+void* operator new(std::size_t size) {
+  ++heapAllocations;
+  if (void* p = std::malloc(size ? size : 1)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool SANITIZED = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr bool SANITIZED = true;
+#else
+constexpr bool SANITIZED = false;
+#endif
+#else
+constexpr bool SANITIZED = false;
+#endif
 
 using namespace Vek;
 using OstrelTest::Sample::ipv4;
@@ -138,6 +166,22 @@ TEST(VekValue, HandlesAreCountedAndFreed) {
     EXPECT_EQ(types().counters->allocTrack().liveObjects(), before + 1);
   }
   EXPECT_EQ(types().counters->allocTrack().liveObjects(), before);
+}
+
+TEST(VekValue, GenericScalarReadAllocatesNothingOnceWarm) {
+  if (SANITIZED) GTEST_SKIP() << "sanitizer builds keep no handle pool";
+  auto tree = OstrelTest::Sample::buildTree();
+  const VekAttr mtu = types().interface->attr("mtu");
+  const VekAttr status = types().interface->attr("status");
+  (void)mtu.genericIfGet(tree.eth0);  // warms this thread's handle pool
+  const size_t before = heapAllocations;
+  unsigned long long sum = 0;
+  for (int i = 0; i < 1000; ++i) {
+    sum += mtu.genericIfGet(tree.eth0)->as<unsigned>();
+    sum += static_cast<unsigned long long>(status.genericIfGet(tree.eth0)->as<int>());
+  }
+  EXPECT_EQ(heapAllocations, before);
+  EXPECT_EQ(sum, 9001000u);
 }
 
 }  // namespace

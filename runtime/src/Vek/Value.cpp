@@ -414,7 +414,7 @@ namespace {
 // costs no heap allocation in the steady state. The list is bounded; after
 // the thread's list is gone, handles go straight back to the heap.
 struct FreeList {
-  static constexpr size_t LIMIT = 4096;
+  [[maybe_unused]] static constexpr size_t LIMIT = 4096;
   void* head = nullptr;
   size_t count = 0;
   ~FreeList();
