@@ -6,7 +6,9 @@
 
 #include <Ostrel/Path.h>
 #include <Ostrel/VekKey.h>
-#include <Vek/Type.h>
+#include <Vek/Vek.h>
+
+#include "SampleModel.h"
 
 namespace {
 
@@ -327,6 +329,88 @@ TEST(VekKey, CopiesAreIndependent) {
   copy.mapInsert("b", "2", uintVal(2));
   EXPECT_EQ(static_cast<std::string>(key), "[a=1]");
   EXPECT_EQ(static_cast<std::string>(copy), "[a=1][b=2]");
+}
+
+// ---------------------------------------------------------------------------
+// Keys of the sample model's collections, folded under the device's path.
+
+namespace Sample = OstrelTest::Sample;
+
+const gnmi::Path& devicePath() {
+  static const gnmi::Path path = Ostrel::strToPath("/devices/dev1");
+  return path;
+}
+
+TEST(VekKeySample, StringKeyWithDeclaredKeyAttributeIsSimpleAndPublishedByName) {
+  const Sample::Types& t = Sample::types();
+  const Vek::VekAttr interfaces = t.device->attr("interfaces");
+  VekKey key;
+  EXPECT_EQ(key.updateTypeAndGenKey(interfaces, interfaces->indexType()).elem_size(), 0);
+  EXPECT_EQ(key.keyKind(), VekKey::KIND_SIMPLE);
+  key.mapInsert("name", "eth0", stringVal("eth0"));
+  gnmi::Path path = devicePath();
+  key.updateAndStorePrefix(path, false, interfaces);
+  EXPECT_EQ(Ostrel::pathToStr(path), "/devices/dev1/interfaces[name=eth0]");
+  gnmi::Notification notification;
+  key.copyScalars(notification);
+  ASSERT_EQ(notification.update_size(), 1);
+  EXPECT_EQ(Ostrel::pathToStr(notification.update(0).path()),
+            "/devices/dev1/interfaces[name=eth0]/name");
+  EXPECT_EQ(notification.update(0).val().string_val(), "eth0");
+}
+
+TEST(VekKeySample, IntegerKeyOfScalarCollectionPublishesValueLeaf) {
+  const Sample::Types& t = Sample::types();
+  const Vek::VekAttr vlanNames = t.device->attr("vlanNames");
+  VekKey key;
+  EXPECT_EQ(key.updateTypeAndGenKey(vlanNames, vlanNames->indexType()).elem_size(), 0);
+  EXPECT_EQ(key.keyKind(), VekKey::KIND_SIMPLE);
+  key.mapInsert("vlanNames", "10", uintVal(10));
+  gnmi::Path path = devicePath();
+  key.updateAndStorePrefix(path, true, vlanNames);
+  EXPECT_EQ(Ostrel::pathToStr(path), "/devices/dev1/vlanNames[vlanNames=10]/vlanNamesValue");
+  EXPECT_EQ(Ostrel::pathToStr(key.prefix()), "/devices/dev1/vlanNames[vlanNames=10]");
+}
+
+TEST(VekKeySample, ArrayIndexIsASimpleIntegerKey) {
+  const Sample::Types& t = Sample::types();
+  const Vek::VekAttr vlans = t.interface->attr("vlans");
+  VekKey key;
+  EXPECT_EQ(key.updateTypeAndGenKey(vlans, vlans->indexType()).elem_size(), 0);
+  EXPECT_EQ(key.keyKind(), VekKey::KIND_SIMPLE);
+}
+
+TEST(VekKeySample, ValueTypeKeyGetsGeneratedElementAndKeyName) {
+  const Sample::Types& t = Sample::types();
+  const Vek::VekAttr addresses = t.interface->attr("addresses");
+  VekKey key;
+  const gnmi::Path generated = key.updateTypeAndGenKey(addresses, addresses->indexType());
+  EXPECT_EQ(key.keyKind(), VekKey::KIND_GENERATED);
+  EXPECT_EQ(Ostrel::pathToStr(generated), "/addressesKey");
+  key.mapInsert("addressesKey", "10.0.0.1", stringVal("10.0.0.1"));
+  EXPECT_EQ(Ostrel::pathToStr(key.gnmiKeyName(generated)), "/addressesKey__addressesKey__10.0.0.1");
+  gnmi::Path path = Ostrel::strToPath("/devices/dev1/interfaces[name=eth0]");
+  key.updateAndStorePrefix(path, false, addresses);
+  EXPECT_EQ(Ostrel::pathToStr(path),
+            "/devices/dev1/interfaces[name=eth0]/addresses[addressesKey=10.0.0.1]");
+}
+
+TEST(VekKeySample, PointerKeyRecordsTargetPath) {
+  const Sample::Types& t = Sample::types();
+  const Sample::Tree tree = Sample::buildTree();
+  const Vek::VekAttr linkCosts = t.device->attr("linkCosts");
+  ASSERT_TRUE(linkCosts.genericIfExist(tree.device, tree.eth0));
+  VekKey key;
+  const gnmi::Path generated = key.updateTypeAndGenKeyForPtr(
+      linkCosts, linkCosts->indexType(), "/devices/dev1/interfaces[name=eth0]");
+  EXPECT_EQ(key.keyKind(), VekKey::KIND_SIMPLE);
+  EXPECT_EQ(generated.elem_size(), 0);
+  gnmi::Path path = devicePath();
+  key.updateAndStorePrefix(path, true, linkCosts);
+  ASSERT_EQ(path.elem_size(), 4);
+  EXPECT_EQ(path.elem(2).name(), "linkCosts");
+  EXPECT_EQ(path.elem(2).key().at("linkCostsKey"), "/devices/dev1/interfaces[name=eth0]");
+  EXPECT_EQ(path.elem(3).name(), "linkCostsValue");
 }
 
 }  // namespace

@@ -89,6 +89,9 @@ Types makeTypes() {
                  .keyAttr("name")
                  .collectionControl("interfacesControl")
                  .pointer("uplink", t.interface)
+                 .collection("vlanNames", builtinType<unsigned short>(),
+                             builtinType<Vek::String>())
+                 .collection("linkCosts", t.interface, builtinType<unsigned>())
                  .done();
   return t;
 }
@@ -144,6 +147,15 @@ Tree buildTree() {
   tree.eth0->pointerIs("peer", tree.eth1);
   tree.eth1->pointerIs("peer", tree.eth0);
   tree.device->pointerIs("uplink", tree.eth0);
+
+  const Vek::VekAttr vlanNames = t.device->attr("vlanNames");
+  vlanNames.genericIfSet(tree.device, Vek::genericIfOf(static_cast<unsigned short>(10)),
+                         Vek::genericIfOf("mgmt"));
+  vlanNames.genericIfSet(tree.device, Vek::genericIfOf(static_cast<unsigned short>(20)),
+                         Vek::genericIfOf("data"));
+  const Vek::VekAttr linkCosts = t.device->attr("linkCosts");
+  linkCosts.genericIfSet(tree.device, tree.eth0, Vek::genericIfOf(10u));
+  linkCosts.genericIfSet(tree.device, tree.eth1, Vek::genericIfOf(20u));
   return tree;
 }
 

@@ -1,7 +1,8 @@
 // A sample model for tests: a device under a directory tree, with interfaces
 // keyed by name, counters (a value type), an operational status enumeration,
 // addresses keyed by an IPv4 value type printed as dotted text, pointers
-// between interfaces, an array of VLAN ids and a JSON-text attribute.
+// between interfaces, an array of VLAN ids, a JSON-text attribute, and
+// collections keyed by an integer and by a pointer to an interface.
 //
 //   Vek::Dir ""                         root directory
 //     devices  (Vek::Dir)
@@ -15,6 +16,8 @@
 //         interfaces["eth1"]            defaults (mtu 1500, status down),
 //                                       peer -> eth0
 //         uplink -> eth0
+//         vlanNames                     10 -> "mgmt", 20 -> "data" (integer key)
+//         linkCosts                     eth0 -> 10, eth1 -> 20 (pointer key)
 #pragma once
 
 #include <cstdint>
