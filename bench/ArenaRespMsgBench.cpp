@@ -30,40 +30,7 @@
 #include "Ostrel/Path.h"
 #include "Ostrel/VekGnmiUtils.h"
 
-// g++ cannot pair the std::free in the replacement delete with the std::malloc
-// in the replacement new through inlining and warns.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-#endif
-
-namespace {
-std::atomic<uint64_t> heapAllocations{0};
-}  // namespace
-
-void* operator new(std::size_t size) {
-  heapAllocations.fetch_add(1, std::memory_order_relaxed);
-  if (void* p = std::malloc(size == 0 ? 1 : size)) {
-    return p;
-  }
-  throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) { return ::operator new(size); }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  try {
-    return ::operator new(size);
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return ::operator new(size, std::nothrow);
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
-void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
+#include "CountingNew.h"
 
 namespace {
 
@@ -99,7 +66,7 @@ size_t pooled() {
 }
 
 void reportAllocations(benchmark::State& state, uint64_t before) {
-  const uint64_t allocations = heapAllocations.load() - before;
+  const uint64_t allocations = OstrelTest::heapAllocationCount() - before;
   state.counters["allocs_per_msg"] =
       static_cast<double>(allocations) / static_cast<double>(state.iterations());
   state.SetItemsProcessed(state.iterations());
@@ -109,7 +76,7 @@ void reportAllocations(benchmark::State& state, uint64_t before) {
 // does with the message on release is the only difference between them.
 void createFillRelease(benchmark::State& state) {
   uint64_t value = 0;
-  const uint64_t before = heapAllocations.load();
+  const uint64_t before = OstrelTest::heapAllocationCount();
   for (auto _ : state) {
     auto [msg, notification] = ArenaRespMsg::createResponse(prefix(), STAMP);
     fill(notification, ++value);
@@ -141,7 +108,7 @@ void FreshArena(benchmark::State& state) {
 
 void HeapNoArena(benchmark::State& state) {
   uint64_t value = 0;
-  const uint64_t before = heapAllocations.load();
+  const uint64_t before = OstrelTest::heapAllocationCount();
   for (auto _ : state) {
     auto response = std::make_shared<gnmi::SubscribeResponse>();
     gnmi::Notification* notification = response->mutable_update();
@@ -213,7 +180,7 @@ void PooledCrossThread(benchmark::State& state) {
   std::vector<ArenaRespMsgPtr> batch;
   batch.reserve(Releaser::BATCH);
   uint64_t value = 0;
-  const uint64_t before = heapAllocations.load();
+  const uint64_t before = OstrelTest::heapAllocationCount();
   for (auto _ : state) {
     auto [msg, notification] = ArenaRespMsg::createResponse(prefix(), STAMP);
     fill(notification, ++value);

@@ -15,46 +15,7 @@
 #include "Ostrel/Path.h"
 #include "Ostrel/VekGnmiUtils.h"
 
-// The replacement operator delete below frees with std::free what the
-// replacement operator new took with std::malloc; g++ cannot see that pairing
-// through inlining and warns.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-#endif
-
-// Counts every global allocation of the program, so that a test can measure
-// what one message costs. Counting is off outside the measured windows.
-namespace {
-std::atomic<bool> countingOn{false};
-std::atomic<uint64_t> allocationCount{0};
-}  // namespace
-
-void* operator new(std::size_t size) {
-  if (countingOn.load(std::memory_order_relaxed)) {
-    allocationCount.fetch_add(1, std::memory_order_relaxed);
-  }
-  if (void* p = std::malloc(size == 0 ? 1 : size)) {
-    return p;
-  }
-  throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) { return ::operator new(size); }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  try {
-    return ::operator new(size);
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return ::operator new(size, std::nothrow);
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
-void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
+#include "CountingNew.h"
 
 namespace {
 
@@ -367,11 +328,9 @@ TEST(ArenaRespMsgTest, RecyclingCostsNoHeapAllocationBeyondTheArenaBlocks) {
   cycle(&space);  // builds the message and puts it in the pool
 
   uint64_t measured = 0;
-  allocationCount = 0;
-  countingOn = true;
+  const uint64_t before = OstrelTest::heapAllocationCount();
   cycle(&measured);
-  countingOn = false;
-  const uint64_t allocations = allocationCount.load();
+  const uint64_t allocations = OstrelTest::heapAllocationCount() - before;
 
   EXPECT_EQ(measured, space);
   EXPECT_GE(blocksBeyondFirst(measured), 1u);  // the notification outgrows 256 bytes
@@ -380,13 +339,12 @@ TEST(ArenaRespMsgTest, RecyclingCostsNoHeapAllocationBeyondTheArenaBlocks) {
 
 TEST(ArenaRespMsgTest, BuildingAMessageAllocatesOnlyTheMessageItself) {
   PoolEmptier emptier;
-  allocationCount = 0;
-  countingOn = true;
+  const uint64_t before = OstrelTest::heapAllocationCount();
   auto created = ArenaRespMsg::createResponse(gnmi::Path(), 0);
-  countingOn = false;
+  const uint64_t allocations = OstrelTest::heapAllocationCount() - before;
   // The object (with the first block and the handle's control block inside
   // it), plus the blocks the empty notification needed beyond the first.
-  EXPECT_EQ(allocationCount.load(), 1 + blocksBeyondFirst(created.msg->arena()->SpaceAllocated()));
+  EXPECT_EQ(allocations, 1 + blocksBeyondFirst(created.msg->arena()->SpaceAllocated()));
 }
 
 // ---------------------------------------------------------------------------

@@ -4,20 +4,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "CountingNew.h"
 #include "SampleModel.h"
-
-// Counts heap allocations of this test program.
-namespace {
-size_t heapAllocations = 0;
-}  // namespace
-
-void* operator new(std::size_t size) {
-  ++heapAllocations;
-  if (void* p = std::malloc(size ? size : 1)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -174,13 +162,13 @@ TEST(VekValue, GenericScalarReadAllocatesNothingOnceWarm) {
   const VekAttr mtu = types().interface->attr("mtu");
   const VekAttr status = types().interface->attr("status");
   (void)mtu.genericIfGet(tree.eth0);  // warms this thread's handle pool
-  const size_t before = heapAllocations;
+  const uint64_t before = OstrelTest::heapAllocationCount();
   unsigned long long sum = 0;
   for (int i = 0; i < 1000; ++i) {
     sum += mtu.genericIfGet(tree.eth0)->as<unsigned>();
     sum += static_cast<unsigned long long>(status.genericIfGet(tree.eth0)->as<int>());
   }
-  EXPECT_EQ(heapAllocations, before);
+  EXPECT_EQ(OstrelTest::heapAllocationCount(), before);
   EXPECT_EQ(sum, 9001000u);
 }
 
