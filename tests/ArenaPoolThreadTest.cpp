@@ -18,30 +18,17 @@
 #include "Ostrel/Path.h"
 #include "Ostrel/VekGnmiUtils.h"
 
+#include "ArenaPoolState.h"
+
 namespace {
 
 using Ostrel::ArenaPool;
 using Ostrel::ArenaRespMsg;
 using Ostrel::ArenaRespMsgPtr;
 namespace Utils = Ostrel::VekGnmiUtils;
+using OstrelTest::PoolCounters;
+using OstrelTest::poolCounters;
 
-struct Counters {
-  uint64_t msgs;
-  uint64_t releases;
-  uint64_t recycles;
-  size_t pooled;
-};
-
-Counters counters() {
-  std::lock_guard<Zolt::Locking::Lock> guard(ArenaRespMsg::mutex_);
-  return {Ostrel::arenaMsgCount, Ostrel::arenaReleaseCount, Ostrel::arenaRecycleCount,
-          Ostrel::arenaPool.size()};
-}
-
-void setPoolSize(uint32_t size) {
-  std::lock_guard<Zolt::Locking::Lock> guard(ArenaRespMsg::mutex_);
-  ArenaPool::ARENA_POOL_SIZE = size;
-}
 
 // A message with what its creator wrote into it, to check when releasing that
 // nobody else wrote into it meanwhile.
@@ -87,7 +74,7 @@ Totals run(const Workload& work) {
 
   auto checkBalance = [&]() noexcept {
     std::lock_guard<std::mutex> guard(handoffMutex);
-    const Counters c = counters();
+    const PoolCounters c = poolCounters();
     const uint64_t inUse = static_cast<uint64_t>(heldNow.load()) + handoff.size();
     if (c.msgs != inUse + c.pooled) {
       imbalances.fetch_add(1);
@@ -173,11 +160,11 @@ Totals run(const Workload& work) {
 }
 
 TEST(ArenaPoolThreadTest, CountersBalanceWhileThreadsCreateAndRelease) {
-  const Counters before = counters();
+  const PoolCounters before = poolCounters();
   ASSERT_EQ(before.msgs, before.pooled);  // nothing is held between tests
 
   const Totals totals = run(Workload{});
-  const Counters after = counters();
+  const PoolCounters after = poolCounters();
 
   EXPECT_GT(totals.creates, 10000u);
   EXPECT_EQ(totals.releases, totals.creates);
@@ -194,18 +181,18 @@ TEST(ArenaPoolThreadTest, CountersBalanceWhenASmallPoolOverflows) {
   // Start from an empty pool so that the small limit is what bounds it.
   {
     std::vector<ArenaRespMsgPtr> all;
-    while (counters().pooled > 0) {
+    while (poolCounters().pooled > 0) {
       all.push_back(ArenaRespMsg::createResponse(gnmi::Path(), 0).msg);
     }
-    setPoolSize(0);  // release them all for good
+    OstrelTest::poolSizeIs(0);  // release them all for good
   }
-  setPoolSize(4);
-  const Counters before = counters();
+  OstrelTest::poolSizeIs(4);
+  const PoolCounters before = poolCounters();
   ASSERT_EQ(before.msgs, 0u);
 
   const Totals totals = run(Workload{});
-  const Counters after = counters();
-  setPoolSize(2000);
+  const PoolCounters after = poolCounters();
+  OstrelTest::poolSizeIs(2000);
 
   EXPECT_EQ(totals.releases, totals.creates);
   EXPECT_EQ(after.msgs, after.pooled);

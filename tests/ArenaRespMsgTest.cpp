@@ -15,6 +15,7 @@
 #include "Ostrel/Path.h"
 #include "Ostrel/VekGnmiUtils.h"
 
+#include "ArenaPoolState.h"
 #include "CountingNew.h"
 
 namespace {
@@ -24,48 +25,11 @@ using Ostrel::ArenaRespMsg;
 using Ostrel::ArenaRespMsgPtr;
 using Ostrel::strToPath;
 namespace Utils = Ostrel::VekGnmiUtils;
+using OstrelTest::PoolCounters;
+using OstrelTest::poolCounters;
+using OstrelTest::PoolEmptier;
+using OstrelTest::PoolSizeOverride;
 
-struct Counters {
-  uint64_t msgs;
-  uint64_t releases;
-  uint64_t recycles;
-  size_t pooled;
-};
-
-Counters counters() {
-  std::lock_guard<Zolt::Locking::Lock> guard(ArenaRespMsg::mutex_);
-  return {Ostrel::arenaMsgCount, Ostrel::arenaReleaseCount, Ostrel::arenaRecycleCount,
-          Ostrel::arenaPool.size()};
-}
-
-// Takes every pooled message out of the pool and holds it, so that a test
-// starts from an empty pool; gives them back when it goes out of scope.
-class PoolEmptier {
- public:
-  PoolEmptier() {
-    while (counters().pooled > 0) {
-      held_.push_back(ArenaRespMsg::createResponse(gnmi::Path(), 0).msg);
-    }
-  }
-  std::vector<ArenaRespMsgPtr> held_;
-};
-
-// Sets ARENA_POOL_SIZE for the scope of a test.
-class PoolSizeOverride {
- public:
-  explicit PoolSizeOverride(uint32_t size) {
-    std::lock_guard<Zolt::Locking::Lock> guard(ArenaRespMsg::mutex_);
-    previous_ = ArenaPool::ARENA_POOL_SIZE;
-    ArenaPool::ARENA_POOL_SIZE = size;
-  }
-  ~PoolSizeOverride() {
-    std::lock_guard<Zolt::Locking::Lock> guard(ArenaRespMsg::mutex_);
-    ArenaPool::ARENA_POOL_SIZE = previous_;
-  }
-
- private:
-  uint32_t previous_;
-};
 
 // ---------------------------------------------------------------------------
 // Pool and counters
@@ -78,26 +42,26 @@ TEST(ArenaRespMsgTest, PoolIsBuiltWithItsCapacityAtLoad) {
 
 TEST(ArenaRespMsgTest, EmptyPoolBuildsThenReleaseRecyclesAndReuseTakesIt) {
   PoolEmptier emptier;
-  const Counters before = counters();
+  const PoolCounters before = poolCounters();
   ASSERT_EQ(before.pooled, 0u);
 
   auto [msg, notification] = ArenaRespMsg::createResponse(strToPath("/a"), 1);
   ASSERT_NE(msg, nullptr);
   ASSERT_NE(notification, nullptr);
   const ArenaRespMsg* first = msg.get();
-  Counters now = counters();
+  PoolCounters now = poolCounters();
   EXPECT_EQ(now.msgs, before.msgs + 1);
   EXPECT_EQ(now.recycles, before.recycles);
   EXPECT_EQ(now.releases, before.releases);
 
   msg.reset();
-  now = counters();
+  now = poolCounters();
   EXPECT_EQ(now.releases, before.releases + 1);
   EXPECT_EQ(now.pooled, 1u);
   EXPECT_EQ(now.msgs, before.msgs + 1);
 
   auto again = ArenaRespMsg::createResponse(strToPath("/b"), 2);
-  now = counters();
+  now = poolCounters();
   EXPECT_EQ(again.msg.get(), first);
   EXPECT_EQ(now.recycles, before.recycles + 1);
   EXPECT_EQ(now.msgs, before.msgs + 1);
@@ -130,11 +94,11 @@ TEST(ArenaRespMsgTest, ReleaseWhenPoolHoldsTwoThousandDestroysTheMessage) {
   ArenaRespMsgPtr last = std::move(held.back());
   held.pop_back();
   held.clear();  // 2000 releases fill the pool
-  const Counters full = counters();
+  const PoolCounters full = poolCounters();
   ASSERT_EQ(full.pooled, 2000u);
 
   last.reset();
-  const Counters after = counters();
+  const PoolCounters after = poolCounters();
   EXPECT_EQ(after.msgs, full.msgs - 1);
   EXPECT_EQ(after.releases, full.releases + 1);
   EXPECT_EQ(after.pooled, 2000u);
@@ -144,9 +108,9 @@ TEST(ArenaRespMsgTest, PoolSizeZeroFreesEveryReleasedMessage) {
   PoolEmptier emptier;
   auto msg = ArenaRespMsg::createResponse(gnmi::Path(), 0).msg;
   PoolSizeOverride zero(0);
-  const Counters before = counters();
+  const PoolCounters before = poolCounters();
   msg.reset();
-  const Counters after = counters();
+  const PoolCounters after = poolCounters();
   EXPECT_EQ(after.msgs, before.msgs - 1);
   EXPECT_EQ(after.releases, before.releases + 1);
   EXPECT_EQ(after.pooled, 0u);
@@ -159,9 +123,9 @@ TEST(ArenaRespMsgTest, LoweredPoolSizeKeepsPoolAtThatSize) {
     held.push_back(ArenaRespMsg::createResponse(gnmi::Path(), 0).msg);
   }
   PoolSizeOverride three(3);
-  const Counters before = counters();
+  const PoolCounters before = poolCounters();
   held.clear();
-  const Counters after = counters();
+  const PoolCounters after = poolCounters();
   EXPECT_EQ(after.pooled, 3u);
   EXPECT_EQ(after.msgs, before.msgs - 2);
   EXPECT_EQ(after.releases, before.releases + 5);
@@ -174,7 +138,7 @@ TEST(ArenaRespMsgTest, DrainingAPoolSetsItsSizeToZeroAndFreesEveryMessage) {
     handles.push_back(ArenaRespMsg::createResponse(gnmi::Path(), 0).msg);
   }
   PoolSizeOverride restore(2000);  // the drain below sets it to 0
-  const Counters before = counters();
+  const PoolCounters before = poolCounters();
   {
     ArenaPool pool;
     EXPECT_EQ(pool.capacity(), 2000u);
@@ -182,9 +146,9 @@ TEST(ArenaRespMsgTest, DrainingAPoolSetsItsSizeToZeroAndFreesEveryMessage) {
       pool.push_back(std::move(handle));
     }
     handles.clear();
-    EXPECT_EQ(counters().msgs, before.msgs);
+    EXPECT_EQ(poolCounters().msgs, before.msgs);
   }
-  const Counters after = counters();
+  const PoolCounters after = poolCounters();
   EXPECT_EQ(after.msgs, before.msgs - 4);
   EXPECT_EQ(after.releases, before.releases + 4);
   EXPECT_EQ(after.pooled, 0u);
@@ -199,15 +163,15 @@ TEST(ArenaRespMsgTest, MessageObservedByAWeakPtrFromAnEarlierUseIsStillPooled) {
   std::weak_ptr<ArenaRespMsg> observer = msg;
   msg.reset();  // pooled under a new handle; the weak_ptr keeps the old one
   EXPECT_TRUE(observer.expired());
-  EXPECT_EQ(counters().pooled, 1u);
+  EXPECT_EQ(poolCounters().pooled, 1u);
 
   // Both of the message's own handle slots are now taken (the observed old
   // handle and the pooled one), so the next handle lives on the heap.
   msg = ArenaRespMsg::createResponse(gnmi::Path(), 0).msg;
   ASSERT_EQ(msg.get(), raw);
-  const Counters before = counters();
+  const PoolCounters before = poolCounters();
   msg.reset();
-  Counters after = counters();
+  PoolCounters after = poolCounters();
   EXPECT_EQ(after.msgs, before.msgs);
   EXPECT_EQ(after.pooled, 1u);
   observer.reset();
@@ -217,7 +181,7 @@ TEST(ArenaRespMsgTest, MessageObservedByAWeakPtrFromAnEarlierUseIsStillPooled) {
   ASSERT_EQ(msg.get(), raw);
   EXPECT_EQ(msg->toString(), "timestamp:3 prefix:/a ");
   msg.reset();
-  after = counters();
+  after = poolCounters();
   EXPECT_EQ(after.msgs, before.msgs);
   EXPECT_EQ(after.pooled, 1u);
 }
@@ -227,10 +191,10 @@ TEST(ArenaRespMsgTest, FreedMessageKeepsItsMemoryWhileAnObserverRemains) {
   auto msg = ArenaRespMsg::createResponse(gnmi::Path(), 0).msg;
   std::weak_ptr<ArenaRespMsg> observer = msg;
   PoolSizeOverride zero(0);
-  const Counters before = counters();
+  const PoolCounters before = poolCounters();
   msg.reset();  // freed; the observer keeps only the old handle's bookkeeping
   EXPECT_TRUE(observer.expired());
-  EXPECT_EQ(counters().msgs, before.msgs - 1);
+  EXPECT_EQ(poolCounters().msgs, before.msgs - 1);
   observer.reset();  // the message memory goes now (the sanitizer build checks it)
 }
 
