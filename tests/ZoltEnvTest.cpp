@@ -10,9 +10,9 @@
 namespace {
 
 TEST(ZoltEnv, RunnerSetsTheVariable) {
-  const char* spec = std::getenv("ZOLT_TRACE");
-  ASSERT_NE(spec, nullptr);
-  EXPECT_EQ(std::string(spec), "*=0x1,EnvAlpha=0x5 EnvBeta=12,EnvGamma=0x80000000,bogus");
+  const char* levels = std::getenv("ZOLT_TRACE");
+  ASSERT_NE(levels, nullptr);
+  EXPECT_EQ(std::string(levels), "*=0x1,EnvAlpha=0x5 EnvBeta=12,EnvGamma=0x80000000,bogus");
 }
 
 TEST(ZoltEnv, HexMaskFromEnvironment) {

@@ -162,41 +162,41 @@ TEST(ZoltTrace, SinkReplacementReturnsPrevious) {
   EXPECT_EQ(calls, 1);
 }
 
-TEST(ZoltLevelSpec, SetsNamedHandles) {
-  Zolt::Debuggable& a = Zolt::Platform::getDebugHandler("SpecA");
-  Zolt::Debuggable& b = Zolt::Platform::getDebugHandler("SpecB");
-  EXPECT_EQ(Zolt::Platform::applyLevelSpec("SpecA=3,SpecB=0x10"), 2u);
+TEST(ZoltTraceLevels, SetsNamedHandles) {
+  Zolt::Debuggable& a = Zolt::Platform::getDebugHandler("LevelsA");
+  Zolt::Debuggable& b = Zolt::Platform::getDebugHandler("LevelsB");
+  EXPECT_EQ(Zolt::Platform::applyTraceLevels("LevelsA=3,LevelsB=0x10"), 2u);
   EXPECT_EQ(a.levelMask(), 3u);
   EXPECT_EQ(b.levelMask(), 0x10u);
 }
 
-TEST(ZoltLevelSpec, AppliesToHandlesCreatedLater) {
-  EXPECT_EQ(Zolt::Platform::applyLevelSpec("SpecLater=0xff"), 1u);
-  EXPECT_EQ(Zolt::Platform::getDebugHandler("SpecLater").levelMask(), 0xffu);
+TEST(ZoltTraceLevels, AppliesToHandlesCreatedLater) {
+  EXPECT_EQ(Zolt::Platform::applyTraceLevels("LevelsLater=0xff"), 1u);
+  EXPECT_EQ(Zolt::Platform::getDebugHandler("LevelsLater").levelMask(), 0xffu);
 }
 
-TEST(ZoltLevelSpec, LaterEntriesOverrideEarlierOnes) {
-  Zolt::Platform::applyLevelSpec("SpecOverride=1;SpecOverride=6");
-  EXPECT_EQ(Zolt::Platform::getDebugHandler("SpecOverride").levelMask(), 6u);
+TEST(ZoltTraceLevels, LaterEntriesOverrideEarlierOnes) {
+  Zolt::Platform::applyTraceLevels("LevelsOverride=1;LevelsOverride=6");
+  EXPECT_EQ(Zolt::Platform::getDebugHandler("LevelsOverride").levelMask(), 6u);
 }
 
-TEST(ZoltLevelSpec, MalformedEntriesAreSkipped) {
+TEST(ZoltTraceLevels, MalformedEntriesAreSkipped) {
   testing::internal::CaptureStderr();
-  EXPECT_EQ(Zolt::Platform::applyLevelSpec("noequals, =5 SpecBad=0xzz SpecBad=99999999999 SpecGood=2"),
+  EXPECT_EQ(Zolt::Platform::applyTraceLevels("noequals, =5 LevelsBad=0xzz LevelsBad=99999999999 LevelsGood=2"),
             1u);
   const std::string err = testing::internal::GetCapturedStderr();
   EXPECT_NE(err.find("ignoring malformed trace level entry \"noequals\""), std::string::npos);
-  EXPECT_NE(err.find("ignoring malformed trace level entry \"SpecBad=0xzz\""), std::string::npos);
-  EXPECT_EQ(Zolt::Platform::getDebugHandler("SpecGood").levelMask(), 2u);
-  EXPECT_EQ(Zolt::Platform::getDebugHandler("SpecBad").levelMask(), 0u);
+  EXPECT_NE(err.find("ignoring malformed trace level entry \"LevelsBad=0xzz\""), std::string::npos);
+  EXPECT_EQ(Zolt::Platform::getDebugHandler("LevelsGood").levelMask(), 2u);
+  EXPECT_EQ(Zolt::Platform::getDebugHandler("LevelsBad").levelMask(), 0u);
 }
 
-TEST(ZoltLevelSpec, WildcardSetsEveryHandle) {
-  Zolt::Debuggable& existing = Zolt::Platform::getDebugHandler("SpecWildExisting");
-  Zolt::Platform::applyLevelSpec("*=0x4");
+TEST(ZoltTraceLevels, WildcardSetsEveryHandle) {
+  Zolt::Debuggable& existing = Zolt::Platform::getDebugHandler("LevelsWildExisting");
+  Zolt::Platform::applyTraceLevels("*=0x4");
   EXPECT_EQ(existing.levelMask(), 0x4u);
-  EXPECT_EQ(Zolt::Platform::getDebugHandler("SpecWildNew").levelMask(), 0x4u);
-  Zolt::Platform::applyLevelSpec("*=0");
+  EXPECT_EQ(Zolt::Platform::getDebugHandler("LevelsWildNew").levelMask(), 0x4u);
+  Zolt::Platform::applyTraceLevels("*=0");
   EXPECT_EQ(existing.levelMask(), 0u);
 }
 

@@ -12,7 +12,7 @@
 //   ZOLT_FMASSERT(dbg, "Path", "path \"{}\" contains a trailing backslash", text);
 //
 // Masks are set from code (`Debuggable::levelMaskIs`) or, when the process
-// loads, from the environment variable ZOLT_TRACE (see `applyLevelSpec`).
+// loads, from the environment variable ZOLT_TRACE (see `applyTraceLevels`).
 // Emitted traces go to a replaceable sink; the default sink writes one line per
 // trace to stderr:
 //
@@ -69,14 +69,14 @@ namespace Platform {
 // for its name (or for "*"), else 0. Thread-safe; the reference never dangles.
 ZOLT_EXPORT Debuggable& getDebugHandler(std::string_view name);
 
-// Applies a level specification: entries separated by ',', ';' or blanks,
+// Applies a list of trace levels: entries separated by ',', ';' or blanks,
 // each NAME=MASK with MASK in decimal or 0x-prefixed hex. The name "*" applies
 // to every handle, existing and future; later entries override earlier ones.
 // Sets the masks of existing handles and remembers the entries for handles
 // created later. Returns the number of entries applied; malformed entries are
 // skipped with a warning on stderr. The environment variable ZOLT_TRACE is
 // applied this way when the runtime loads.
-ZOLT_EXPORT unsigned applyLevelSpec(std::string_view spec);
+ZOLT_EXPORT unsigned applyTraceLevels(std::string_view levels);
 
 }  // namespace Platform
 

@@ -19,7 +19,7 @@ namespace {
 struct Registry {
   std::mutex mutex;
   std::map<std::string, std::unique_ptr<Debuggable>, std::less<>> handles;
-  // Entries of applied level specifications, in order; the last entry that
+  // Entries of the applied trace-level lists, in order; the last entry that
   // names a handle (or "*") decides its mask.
   std::vector<std::pair<std::string, uint32_t>> entries;
 
@@ -92,8 +92,8 @@ void defaultSink(const TraceRecord& record) {
 
 // Reads ZOLT_TRACE when the runtime library loads.
 [[maybe_unused]] const bool envApplied = [] {
-  if (const char* spec = std::getenv("ZOLT_TRACE")) {
-    Platform::applyLevelSpec(spec);
+  if (const char* levels = std::getenv("ZOLT_TRACE")) {
+    Platform::applyTraceLevels(levels);
   }
   return true;
 }();
@@ -115,15 +115,15 @@ Debuggable& getDebugHandler(std::string_view name) {
   return *it->second;
 }
 
-unsigned applyLevelSpec(std::string_view spec) {
+unsigned applyTraceLevels(std::string_view levels) {
   Registry& reg = registry();
   std::lock_guard<std::mutex> guard(reg.mutex);
   unsigned applied = 0;
   size_t pos = 0;
-  while (pos < spec.size()) {
-    size_t end = spec.find_first_of(",; \t\n", pos);
-    if (end == std::string_view::npos) end = spec.size();
-    std::string_view entry = spec.substr(pos, end - pos);
+  while (pos < levels.size()) {
+    size_t end = levels.find_first_of(",; \t\n", pos);
+    if (end == std::string_view::npos) end = levels.size();
+    std::string_view entry = levels.substr(pos, end - pos);
     pos = end + 1;
     if (entry.empty()) continue;
     size_t eq = entry.find('=');
