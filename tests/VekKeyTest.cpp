@@ -106,6 +106,16 @@ TEST(VekKey, EmptyKeyLeavesGnmiKeyNameUnchanged) {
   EXPECT_EQ(key.gnmiKeyName(gnmi::Path()).elem_size(), 0);
 }
 
+TEST(VekKey, EmptyKeyGnmiKeyNameGoesThroughTheKeyText) {
+  // The key text of /a[k=1]/b is a[k=1]__b, which parses back as one element:
+  // the text after the bracket names it and the key stays.
+  const VekKey key;
+  const gnmi::Path path = Ostrel::strToPath("/a[k=1]/b");
+  const gnmi::Path name = key.gnmiKeyName(path);
+  EXPECT_TRUE(name == Ostrel::strToPath(Ostrel::pathToKeyStr(path)));
+  EXPECT_EQ(Ostrel::pathToStr(name), "/__b[k=1]");
+}
+
 TEST(VekKey, KeyStringSortsNamesWhateverTheInsertionOrder) {
   VekKey key;
   key.mapInsert("b", "2", uintVal(2));
@@ -280,6 +290,33 @@ TEST(VekKey, CompositeKeyFoldsEveryEntry) {
   EXPECT_EQ(Ostrel::pathToStr(path), "/dev/neighbor[ip=167772161][vrf=red]");
 }
 
+TEST(VekKey, ElementKeyedAlreadyGetsANewElement) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  key.updateTypeAndGenKey(m.byName, Vek::builtinType<Vek::String>());
+  key.mapInsert("name", "eth1", stringVal("eth1"));
+  gnmi::Path path = Ostrel::strToPath("/dev/byName[name=eth0]");
+  key.updateAndStorePrefix(path, false, m.byName);
+  EXPECT_EQ(Ostrel::pathToStr(path), "/dev/byName[name=eth0]/byName[name=eth1]");
+}
+
+TEST(VekKey, PointerKeyWithUnpublishedKeyAttributeUsesCollectionKeyName) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  // "hidden" declares the key attribute "id" without the publish flag.
+  key.updateTypeAndGenKeyForPtr(m.hidden, m.port, "/dev/ports[id=1]");
+  ASSERT_EQ(key.keyMap().size(), 1u);
+  EXPECT_EQ(key.keyMap().at("hiddenKey"), "/dev/ports[id=1]");
+}
+
+TEST(VekKey, PointerKeyWithPublishedKeyAttributeUsesItsName) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  const gnmi::Path generated = key.updateTypeAndGenKeyForPtr(m.ports, m.port, "/dev/ports[id=1]");
+  EXPECT_EQ(Ostrel::pathToStr(generated), "/id");
+  EXPECT_EQ(key.keyMap().at("id"), "/dev/ports[id=1]");
+}
+
 TEST(VekKey, KeyValuesWithPathCharactersSurviveFolding) {
   const KeyModel& m = KeyModel::get();
   VekKey key;
@@ -332,7 +369,8 @@ TEST(VekKey, CopiesAreIndependent) {
 }
 
 // ---------------------------------------------------------------------------
-// Keys of the sample model's collections, folded under the device's path.
+// Keys of the sample model's collections, taken from their first member and
+// folded under the device's path.
 
 namespace Sample = OstrelTest::Sample;
 
@@ -341,13 +379,24 @@ const gnmi::Path& devicePath() {
   return path;
 }
 
+// The key handle of the first member of collection `attr` of `owner`.
+Vek::Ptr<Vek::GenericIf const> firstKey(Vek::VekAttr attr, const Vek::GenericIf* owner) {
+  Vek::CollectionIterator it = attr.genericIfIteratorConst(owner);
+  EXPECT_TRUE(static_cast<bool>(it)) << attr->name() << " is empty";
+  return it ? it.key() : Vek::Ptr<Vek::GenericIf const>();
+}
+
 TEST(VekKeySample, StringKeyWithDeclaredKeyAttributeIsSimpleAndPublishedByName) {
   const Sample::Types& t = Sample::types();
+  const Sample::Tree tree = Sample::buildTree();
   const Vek::VekAttr interfaces = t.device->attr("interfaces");
+  const auto keyGif = firstKey(interfaces, tree.device);
+  ASSERT_TRUE(keyGif);
   VekKey key;
-  EXPECT_EQ(key.updateTypeAndGenKey(interfaces, interfaces->indexType()).elem_size(), 0);
+  EXPECT_EQ(key.updateTypeAndGenKey(interfaces, keyGif->type()).elem_size(), 0);
   EXPECT_EQ(key.keyKind(), VekKey::KIND_SIMPLE);
-  key.mapInsert("name", "eth0", stringVal("eth0"));
+  key.mapInsert(interfaces->keyAttrName(), keyGif->strRep(),
+                stringVal(keyGif->attrValPtr<Vek::String>()->stdString()));
   gnmi::Path path = devicePath();
   key.updateAndStorePrefix(path, false, interfaces);
   EXPECT_EQ(Ostrel::pathToStr(path), "/devices/dev1/interfaces[name=eth0]");
@@ -361,33 +410,48 @@ TEST(VekKeySample, StringKeyWithDeclaredKeyAttributeIsSimpleAndPublishedByName) 
 
 TEST(VekKeySample, IntegerKeyOfScalarCollectionPublishesValueLeaf) {
   const Sample::Types& t = Sample::types();
+  const Sample::Tree tree = Sample::buildTree();
   const Vek::VekAttr vlanNames = t.device->attr("vlanNames");
+  const auto keyGif = firstKey(vlanNames, tree.device);
+  ASSERT_TRUE(keyGif);
   VekKey key;
-  EXPECT_EQ(key.updateTypeAndGenKey(vlanNames, vlanNames->indexType()).elem_size(), 0);
+  EXPECT_EQ(key.updateTypeAndGenKey(vlanNames, keyGif->type()).elem_size(), 0);
   EXPECT_EQ(key.keyKind(), VekKey::KIND_SIMPLE);
-  key.mapInsert("vlanNames", "10", uintVal(10));
+  key.mapInsert("vlanNames", keyGif->strRep(), uintVal(*keyGif->attrValPtr<unsigned short>()));
   gnmi::Path path = devicePath();
   key.updateAndStorePrefix(path, true, vlanNames);
   EXPECT_EQ(Ostrel::pathToStr(path), "/devices/dev1/vlanNames[vlanNames=10]/vlanNamesValue");
   EXPECT_EQ(Ostrel::pathToStr(key.prefix()), "/devices/dev1/vlanNames[vlanNames=10]");
+  gnmi::Notification notification;
+  key.copyScalars(notification);
+  ASSERT_EQ(notification.update_size(), 1);
+  EXPECT_EQ(notification.update(0).val().uint_val(), 10u);
 }
 
 TEST(VekKeySample, ArrayIndexIsASimpleIntegerKey) {
   const Sample::Types& t = Sample::types();
+  const Sample::Tree tree = Sample::buildTree();
   const Vek::VekAttr vlans = t.interface->attr("vlans");
+  const auto keyGif = firstKey(vlans, tree.eth0);
+  ASSERT_TRUE(keyGif);
+  EXPECT_EQ(keyGif->strRep(), "0");
   VekKey key;
-  EXPECT_EQ(key.updateTypeAndGenKey(vlans, vlans->indexType()).elem_size(), 0);
+  EXPECT_EQ(key.updateTypeAndGenKey(vlans, keyGif->type()).elem_size(), 0);
   EXPECT_EQ(key.keyKind(), VekKey::KIND_SIMPLE);
 }
 
 TEST(VekKeySample, ValueTypeKeyGetsGeneratedElementAndKeyName) {
   const Sample::Types& t = Sample::types();
+  const Sample::Tree tree = Sample::buildTree();
   const Vek::VekAttr addresses = t.interface->attr("addresses");
+  const auto keyGif = firstKey(addresses, tree.eth0);
+  ASSERT_TRUE(keyGif);
+  ASSERT_TRUE(keyGif->type()->hasGnmiStrRep());
   VekKey key;
-  const gnmi::Path generated = key.updateTypeAndGenKey(addresses, addresses->indexType());
+  const gnmi::Path generated = key.updateTypeAndGenKey(addresses, keyGif->type());
   EXPECT_EQ(key.keyKind(), VekKey::KIND_GENERATED);
   EXPECT_EQ(Ostrel::pathToStr(generated), "/addressesKey");
-  key.mapInsert("addressesKey", "10.0.0.1", stringVal("10.0.0.1"));
+  key.mapInsert("addressesKey", keyGif->gnmiStrRep(), stringVal(keyGif->gnmiStrRep()));
   EXPECT_EQ(Ostrel::pathToStr(key.gnmiKeyName(generated)), "/addressesKey__addressesKey__10.0.0.1");
   gnmi::Path path = Ostrel::strToPath("/devices/dev1/interfaces[name=eth0]");
   key.updateAndStorePrefix(path, false, addresses);
@@ -399,18 +463,22 @@ TEST(VekKeySample, PointerKeyRecordsTargetPath) {
   const Sample::Types& t = Sample::types();
   const Sample::Tree tree = Sample::buildTree();
   const Vek::VekAttr linkCosts = t.device->attr("linkCosts");
-  ASSERT_TRUE(linkCosts.genericIfExist(tree.device, tree.eth0));
+  const auto keyGif = firstKey(linkCosts, tree.device);
+  ASSERT_TRUE(keyGif);
+  ASSERT_TRUE(keyGif->type()->isEntity());
+  // The pointer's path text, from the entity reference's own text form.
+  const std::string target = "/" + Ostrel::extractGifPath(keyGif->strRep());
+  EXPECT_EQ(target, "/devices/dev1/eth0");
   VekKey key;
-  const gnmi::Path generated = key.updateTypeAndGenKeyForPtr(
-      linkCosts, linkCosts->indexType(), "/devices/dev1/interfaces[name=eth0]");
+  const gnmi::Path generated = key.updateTypeAndGenKeyForPtr(linkCosts, keyGif->type(), target);
   EXPECT_EQ(key.keyKind(), VekKey::KIND_SIMPLE);
   EXPECT_EQ(generated.elem_size(), 0);
   gnmi::Path path = devicePath();
   key.updateAndStorePrefix(path, true, linkCosts);
+  EXPECT_EQ(Ostrel::pathToStr(path),
+            "/devices/dev1/linkCosts[linkCostsKey=/devices/dev1/eth0]/linkCostsValue");
   ASSERT_EQ(path.elem_size(), 4);
-  EXPECT_EQ(path.elem(2).name(), "linkCosts");
-  EXPECT_EQ(path.elem(2).key().at("linkCostsKey"), "/devices/dev1/interfaces[name=eth0]");
-  EXPECT_EQ(path.elem(3).name(), "linkCostsValue");
+  EXPECT_EQ(path.elem(2).key().at("linkCostsKey"), "/devices/dev1/eth0");
 }
 
 }  // namespace

@@ -47,9 +47,10 @@ class OSTREL_EXPORT VekKey {
   // The key is being filled: value extractors record into it with
   // `mapInsert` instead of emitting updates.
   static constexpr uint32_t COLLECTING = 0x1;
-  // String parts of the key escape "__" as "\__" in their text, so that the
-  // "__"-joined name built by `gnmiKeyName` stays unambiguous. Set on a fresh
-  // key.
+  // Asks the value extractors that fill this key to escape "__" as "\__" in
+  // the text of string parts, so that the "__"-joined name built by
+  // `gnmiKeyName` stays unambiguous. The key itself stores texts as given;
+  // the flag is the request. Set on a fresh key.
   static constexpr uint32_t ESCAPE_TEXT = 0x100;
   // `updateAndStorePrefix` has run: the stored prefix is valid.
   static constexpr uint32_t PREFIX_STORED = 0x200;
@@ -110,9 +111,9 @@ class OSTREL_EXPORT VekKey {
   gnmi::Path updateTypeAndGenKey(Vek::VekAttr attr, Vek::VekType keyType);
 
   // The same for a key that is a pointer to an entity: also records the
-  // pointer's path text as the key's value, under the name of the generated
-  // key element (or, when there is none, the index attribute's name, or
-  // "<attr name>Key"), unless that name is in the key map already.
+  // pointer's path text as the key's value, unless the name is in the key map
+  // already. The name is that of the generated key element when there is
+  // one, else "<attr name>Key".
   gnmi::Path updateTypeAndGenKeyForPtr(Vek::VekAttr attr, Vek::VekType keyType,
                                        const std::string& ptrPathText);
 
@@ -126,8 +127,11 @@ class OSTREL_EXPORT VekKey {
 
   // Folds the key into `path`, the path of the collection `attr`, and stores
   // the result as the prefix of the key's scalar values:
-  //   - an element named after `attr` is appended when `path` does not end in
-  //     one, then the key map is merged into that last element:
+  //   - an element named after `attr` is appended unless `path` ends in a
+  //     keyless element of that name, then the key map is merged into that
+  //     last element (a path that ends in an element keyed already, as in a
+  //     collection nested in a member of a collection of the same name, gets
+  //     a new element):
   //       /dev/intf  ->  /dev/intf[name=eth0];
   //   - that keyed path becomes the stored prefix (`prefix()`);
   //   - with `scalarMember` (the member's value is one scalar leaf), `path` is

@@ -93,14 +93,9 @@ gnmi::Path VekKey::updateTypeAndGenKey(Vek::VekAttr attr, Vek::VekType keyType) 
 gnmi::Path VekKey::updateTypeAndGenKeyForPtr(Vek::VekAttr attr, Vek::VekType keyType,
                                              const std::string& ptrPathText) {
   gnmi::Path generated = genKey(attr, keyType);
-  std::string name;
-  if (generated.elem_size() > 0) {
-    name = generated.elem(generated.elem_size() - 1).name();
-  } else if (const Vek::VekAttr index = attr->indexAttr()) {
-    name = index->name();
-  } else {
-    name = attr->name() + KEY_SUFFIX;
-  }
+  const std::string name = generated.elem_size() > 0
+                               ? generated.elem(generated.elem_size() - 1).name()
+                               : attr->name() + KEY_SUFFIX;
   keyMap_.insert({name, ptrPathText});
   return generated;
 }
@@ -127,7 +122,9 @@ void VekKey::updateAndStorePrefix(gnmi::Path& path, bool scalarMember, Vek::VekA
     OSTREL_PLAIN_ASSERT(keyMap().size() == 1 && "Expected map size of 1");
   }
   const std::string& attrName = attr->name();
-  if (path.elem_size() == 0 || path.elem(path.elem_size() - 1).name() != attrName) {
+  const int count = path.elem_size();
+  if (count == 0 || path.elem(count - 1).name() != attrName ||
+      !path.elem(count - 1).key().empty()) {
     path.add_elem()->set_name(attrName);
   }
   gnmi::PathElem* keyed = path.mutable_elem(path.elem_size() - 1);
