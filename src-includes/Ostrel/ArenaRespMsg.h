@@ -60,6 +60,8 @@ class OSTREL_EXPORT ArenaRespMsg {
 
   // Deleter of every handle: recycles the message into `arenaPool`, or frees
   // it when the pool is full. Callers never delete a message themselves.
+  // It runs inside shared_ptr destruction and so never throws: running out of
+  // memory while recycling ends the process, as in any destructor.
   struct OSTREL_EXPORT Deleter {
     void operator()(ArenaRespMsg* msg) const noexcept;
   };
@@ -149,6 +151,9 @@ class OSTREL_EXPORT ArenaRespMsg {
 // The pool of idle messages: shared handles, most recently released at the
 // front. Room for `ARENA_POOL_SIZE` entries is allocated once, when the
 // library loads.
+//
+// Only `createResponse` and the deleter change the global pool, always under
+// `ArenaRespMsg::mutex_`; an agent reads it (size, capacity) under that lock.
 class OSTREL_EXPORT ArenaPool : public boost::circular_buffer<ArenaRespMsgPtr> {
  public:
   // Capacity of the pool (2000). Read under `ArenaRespMsg::mutex_`. Lowering

@@ -179,10 +179,12 @@ void ArenaRespMsg::Deleter::operator()(ArenaRespMsg* msg) const noexcept {
   }
   --arenaMsgCount;
   msg->response = nullptr;
-  // Frees the message (its arena's destructor running the cleanups and
-  // freeing the blocks) as soon as no control block occupies its slots: when
-  // the handle being dropped now has finished tearing down, on this thread,
-  // right after this call returns.
+  // The arena's cleanups run and its blocks go back under the lock, as the
+  // counter says. Only the shell (the first block and the control-block
+  // slots, which the handle being dropped still occupies) outlives this
+  // call: it is freed as soon as no control block sits in its slots, on this
+  // thread right after this call returns (or when the last weak_ptr goes).
+  msg->arena_.Reset();
   msg->dropHold();
 }
 
