@@ -1,6 +1,7 @@
 // HashMix and the generic hash map.
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 
 #include "SampleModel.h"
@@ -101,6 +102,75 @@ TEST(VekHash, MapHoldsCountedHandles) {
     EXPECT_EQ((*map.find(1))->strRep(), "1.2.3.6");
   }
   EXPECT_EQ(types().ipv4->allocTrack().liveObjects(), before);
+}
+
+// Counts its live instances; its copy constructor throws on demand. One
+// instantiation per tag, so keys and values are counted apart.
+template <int Tag>
+struct Tracked {
+  static inline int live = 0;
+  static inline bool refuseCopies = false;
+  int id;
+  explicit Tracked(int i) : id(i) { ++live; }
+  Tracked(const Tracked& other) : id(other.id) {
+    if (refuseCopies) throw std::runtime_error("copy refused");
+    ++live;
+  }
+  Tracked& operator=(const Tracked&) = default;
+  ~Tracked() { --live; }
+  uint32_t hash() const { return static_cast<uint32_t>(id) * 2654435761u; }
+  friend bool operator==(const Tracked& a, const Tracked& b) { return a.id == b.id; }
+};
+using TrackedKey = Tracked<0>;
+using TrackedValue = Tracked<1>;
+
+TEST(VekHash, MapInsertWhoseValueCopyThrowsLeavesNothingBehind) {
+  {
+    HMap<TrackedKey, TrackedValue> map;
+    for (int i = 0; i < 7; ++i) map.insert(TrackedKey(i), TrackedValue(i));
+    ASSERT_EQ(TrackedKey::live, 7);
+    const TrackedKey key(7);
+    const TrackedValue value(7);
+    TrackedValue::refuseCopies = true;
+    EXPECT_THROW(map.insert(key, value), std::runtime_error);
+    TrackedValue::refuseCopies = false;
+    EXPECT_EQ(TrackedKey::live, 8);  // the map's seven and `key`
+    EXPECT_EQ(TrackedValue::live, 8);
+    EXPECT_EQ(map.size(), 7u);
+    EXPECT_FALSE(map.contains(key));
+    map.insert(key, value);
+    EXPECT_EQ(map.find(key)->id, 7);
+    size_t count = 0;
+    map.forEach([&](const TrackedKey& k, TrackedValue& v) {
+      EXPECT_EQ(k.id, v.id);
+      ++count;
+    });
+    EXPECT_EQ(count, 8u);
+  }
+  EXPECT_EQ(TrackedKey::live, 0);
+  EXPECT_EQ(TrackedValue::live, 0);
+}
+
+TEST(VekHash, MapInsertWhoseKeyCopyThrowsLeavesTheMapUsable) {
+  {
+    HMap<TrackedKey, TrackedValue> map;
+    map.insert(TrackedKey(1), TrackedValue(1));
+    const TrackedKey key(2);
+    const TrackedValue value(2);
+    TrackedKey::refuseCopies = true;
+    EXPECT_THROW(map.insert(key, value), std::runtime_error);
+    // A key already present is not copied again: only its value is replaced.
+    EXPECT_NO_THROW(map.insert(TrackedKey(1), TrackedValue(10)));
+    TrackedKey::refuseCopies = false;
+    EXPECT_EQ(map.size(), 1u);
+    EXPECT_EQ(map.find(TrackedKey(1))->id, 10);
+    EXPECT_FALSE(map.contains(key));
+    EXPECT_EQ(TrackedValue::live, 2);  // the map's one and `value`
+    map.insert(key, value);
+    EXPECT_EQ(map.size(), 2u);
+  }
+  EXPECT_EQ(TrackedKey::live, 0);
+  EXPECT_EQ(TrackedValue::live, 0);
 }
 
 TEST(VekHash, AllocTrackCountsObjectsAndArrays) {

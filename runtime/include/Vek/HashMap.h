@@ -48,7 +48,9 @@ class VEK_EXPORT HashMap2018Generic {
   // The value stored under `key`, or null.
   void* find(const void* key) const;
   // Stores `value` under `key`, replacing the value of an existing entry.
-  // Returns the stored value.
+  // Returns the stored value. When copying the key or the value throws, the
+  // exception passes on and the map keeps its entries and frees what it
+  // built.
   void* insert(const void* key, const void* value);
   // Removes the entry of `key`; returns whether there was one.
   bool erase(const void* key);

@@ -193,10 +193,23 @@ void* HashMap2018Generic::insert(const void* key, const void* value) {
     return valueOf(n);
   }
   if (static_cast<float>(size_ + 1) > maxLoadFactor_ * static_cast<float>(bucketCount_)) grow();
+  // A copy that throws leaves the map as it was: the node and whatever part
+  // of it was already built go again before the exception passes on.
   void* raw = ::operator new(nodeSize_, std::align_val_t(nodeAlign_));
   auto* n = new (raw) Node{nullptr, hash};
-  ops_->copyKey(const_cast<void*>(keyOf(n)), key);
-  ops_->copyValue(valueOf(n), value);
+  try {
+    ops_->copyKey(const_cast<void*>(keyOf(n)), key);
+  } catch (...) {
+    ::operator delete(raw, std::align_val_t(nodeAlign_));
+    throw;
+  }
+  try {
+    ops_->copyValue(valueOf(n), value);
+  } catch (...) {
+    ops_->destroyKey(const_cast<void*>(keyOf(n)));
+    ::operator delete(raw, std::align_val_t(nodeAlign_));
+    throw;
+  }
   Node*& head = buckets_[hash & (bucketCount_ - 1)];
   n->next = head;
   head = n;
