@@ -1,6 +1,8 @@
 // Keyed collections and arrays: order, insert, replace, erase, key kinds.
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "SampleModel.h"
 
 namespace {
@@ -118,6 +120,65 @@ TEST(VekCollection, WrappedAndBareKeysFindTheSameMember) {
   rows.genericIfSet(table, genericIfOf("eth0"), genericIfOf(7));
   EXPECT_EQ(rows.genericIfGet(table, ifName.genericIf("eth0", true))->as<int>(), 7);
   EXPECT_EQ(rows.genericIfIteratorConst(table).key()->type(), ifName);
+}
+
+template <typename T>
+void checkFloatingKeys(const VekAttr& attr, Entity* owner) {
+  const T nan = std::numeric_limits<T>::quiet_NaN();
+  const T negativeNan = -nan;
+  const T inf = std::numeric_limits<T>::infinity();
+  // NaN first, so a broken order would swallow the later numbers.
+  attr.genericIfSet(owner, genericIfOf(nan), genericIfOf(1));
+  attr.genericIfSet(owner, genericIfOf(T(2)), genericIfOf(2));
+  attr.genericIfSet(owner, genericIfOf(T(-0.0)), genericIfOf(3));
+  attr.genericIfSet(owner, genericIfOf(-inf), genericIfOf(4));
+  attr.genericIfSet(owner, genericIfOf(inf), genericIfOf(5));
+  attr.genericIfSet(owner, genericIfOf(T(0.0)), genericIfOf(6));     // replaces -0.0
+  attr.genericIfSet(owner, genericIfOf(negativeNan), genericIfOf(7));  // replaces NaN
+  EXPECT_EQ(owner->memberCount(attr), 5u);
+  EXPECT_EQ(keys(attr, owner), (std::vector<std::string>{"-inf", "-0", "2", "inf", "nan"}));
+  std::vector<int> members;
+  for (auto it = attr.genericIfIteratorConst(owner); it; ++it) members.push_back(it.ptr()->as<int>());
+  EXPECT_EQ(members, (std::vector<int>{4, 6, 2, 5, 7}));
+  EXPECT_EQ(attr.genericIfGet(owner, genericIfOf(nan))->template as<int>(), 7);
+  EXPECT_EQ(attr.genericIfGet(owner, genericIfOf(T(0.0)))->template as<int>(), 6);
+  EXPECT_EQ(attr.genericIfGet(owner, genericIfOf(T(-0.0)))->template as<int>(), 6);
+  EXPECT_EQ(attr.genericIfGet(owner, genericIfOf(T(2)))->template as<int>(), 2);
+  EXPECT_FALSE(attr.genericIfExist(owner, genericIfOf(T(1))));
+  EXPECT_TRUE(attr.genericIfErase(owner, genericIfOf(negativeNan)));
+  EXPECT_FALSE(attr.genericIfExist(owner, genericIfOf(nan)));
+  EXPECT_EQ(keys(attr, owner), (std::vector<std::string>{"-inf", "-0", "2", "inf"}));
+}
+
+TEST(VekCollection, FloatingKeysHaveATotalOrder) {
+  Module& m = Module::moduleNew("FloatKeys");
+  const VekType owner = m.entityType("Samples")
+                            .collection("byDouble", builtinType<double>(), builtinType<int>())
+                            .collection("byFloat", builtinType<float>(), builtinType<int>())
+                            .done();
+  Ptr<Entity> samples = Entity::rootNew(owner, "s");
+  checkFloatingKeys<double>(owner->attr("byDouble"), samples);
+  checkFloatingKeys<float>(owner->attr("byFloat"), samples);
+}
+
+TEST(VekCollection, EqualFloatingKeysHashAlike) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const Ptr<GenericIf> a = genericIfOf(nan);
+  const Ptr<GenericIf> b = genericIfOf(-nan);
+  const Ptr<GenericIf> c = genericIfOf(std::numeric_limits<double>::signaling_NaN());
+  EXPECT_TRUE(VekType::genericIfBooleanOp(a, AttrOp::Equal, b));
+  EXPECT_TRUE(VekType::genericIfBooleanOp(a, AttrOp::Equal, c));
+  EXPECT_EQ(a->hash(), b->hash());
+  EXPECT_EQ(a->hash(), c->hash());
+  EXPECT_TRUE(VekType::genericIfBooleanOp(genericIfOf(1e300), AttrOp::Less, a));
+  EXPECT_FALSE(VekType::genericIfBooleanOp(a, AttrOp::Equal, genericIfOf(1.0)));
+  const Ptr<GenericIf> zero = genericIfOf(0.0);
+  const Ptr<GenericIf> negativeZero = genericIfOf(-0.0);
+  EXPECT_TRUE(VekType::genericIfBooleanOp(zero, AttrOp::Equal, negativeZero));
+  EXPECT_EQ(zero->hash(), negativeZero->hash());
+  EXPECT_EQ(genericIfOf(0.0f)->hash(), genericIfOf(-0.0f)->hash());
+  EXPECT_EQ(genericIfOf(std::numeric_limits<float>::quiet_NaN())->hash(),
+            genericIfOf(-std::numeric_limits<float>::quiet_NaN())->hash());
 }
 
 TEST(VekCollection, MembersAreFreedWithTheirOwner) {

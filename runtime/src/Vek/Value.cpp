@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <new>
 
 #include "ValueOps.h"
@@ -73,7 +74,10 @@ void hashBuiltin(const T& v, HashMix& mix) {
     mix.mixBytes(v.bytesPtr(), v.size());
   } else if constexpr (std::is_floating_point_v<T> || std::is_same_v<T, Seconds>) {
     double d = static_cast<double>(v);
-    if (d == 0.0) d = 0.0;  // -0.0 equals 0.0, so they must hash alike
+    // Equal values hash alike: -0.0 equals 0.0, and every NaN equals every
+    // other (see `compare`).
+    if (d == 0.0) d = 0.0;
+    if (std::isnan(d)) d = std::numeric_limits<double>::quiet_NaN();
     uint64_t bits;
     std::memcpy(&bits, &d, sizeof bits);
     mix.mixBytes8(bits);
@@ -233,6 +237,13 @@ int compare(const VekTypeBase& t, const void* a, const void* b) {
   return visitBuiltin(type.storageCode(), [&]<typename T>(std::type_identity<T>) {
     const T& x = *static_cast<const T*>(a);
     const T& y = *static_cast<const T*>(b);
+    if constexpr (std::is_floating_point_v<T> || std::is_same_v<T, Seconds>) {
+      // A total order, so floating values can be keys: NaN (any payload or
+      // sign) after every number and equal to itself; -0.0 equal to 0.0.
+      const bool xNan = std::isnan(static_cast<double>(x));
+      const bool yNan = std::isnan(static_cast<double>(y));
+      if (xNan || yNan) return static_cast<int>(xNan) - static_cast<int>(yNan);
+    }
     return x < y ? -1 : (y < x ? 1 : 0);
   });
 }
