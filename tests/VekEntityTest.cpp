@@ -139,6 +139,19 @@ TEST(VekEntity, JsonTextAttributeIsReturnedVerbatim) {
   EXPECT_EQ(types().interface->attr("config").genericIfGnmiJsonStrep(tree.eth1), "{}");
 }
 
+TEST(VekEntity, JsonOfPlainTextAttributeIsAQuotedString) {
+  auto tree = buildTree();
+  const VekAttr description = types().interface->attr("description");
+  tree.eth0->valueIs("description", "eth0 uplink");
+  EXPECT_EQ(description.genericIfGnmiJsonStrep(tree.eth0), R"("eth0 uplink")");
+  tree.eth0->valueIs("description", "say \"hi\"\\\n");
+  EXPECT_EQ(description.genericIfGnmiJsonStrep(tree.eth0), R"("say \"hi\"\\\n")");
+  EXPECT_EQ(description.genericIfGnmiJsonStrep(tree.eth1), R"("")");
+  // Text that happens to look like JSON is still only text.
+  tree.eth1->valueIs("description", "{}");
+  EXPECT_EQ(description.genericIfGnmiJsonStrep(tree.eth1), R"("{}")");
+}
+
 TEST(VekEntity, JsonOfOtherAttributesIsRendered) {
   auto tree = buildTree();
   const VekTypeBase& intf = *types().interface;

@@ -88,10 +88,11 @@ class VEK_EXPORT VekAttr {
   // An iterator over the members of a collection or array of `gif`, in
   // ascending key order (see `CollectionIterator` for mutation).
   CollectionIterator genericIfIteratorConst(const GenericIf* gif) const;
-  // The value of this attribute of `gif` as JSON text: a string-typed
-  // attribute holds its JSON text already and is returned as is; any other
-  // value is rendered (objects for values and collections, arrays for arrays,
-  // paths text for entities).
+  // The value of this attribute of `gif` as JSON text: an attribute flagged
+  // as JSON text (`hasGnmiJsonStrep`) holds its JSON text already and is
+  // returned as is; any other value is rendered (strings quoted and escaped,
+  // objects for values and collections, arrays for arrays, path text for
+  // entities).
   std::string genericIfGnmiJsonStrep(const GenericIf* gif) const;
 
  private:

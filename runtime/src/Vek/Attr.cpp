@@ -243,7 +243,8 @@ std::string VekAttr::genericIfGnmiJsonStrep(const GenericIf* gif) const {
       detail::appendJsonString(static_cast<const Entity*>(gif)->name().stdString(), out);
       break;
     case AttrStorage::Value:
-      if (a.type()->storageCode() == BuiltinCode::String && !a.type()->isEnum()) {
+      if (a.hasGnmiJsonStrep() && a.type()->storageCode() == BuiltinCode::String &&
+          !a.type()->isEnum()) {
         // A text attribute flagged as JSON holds its JSON text already.
         return static_cast<const String*>(gif->rawAttr(*this, BuiltinCode::String))->stdString();
       }
