@@ -25,19 +25,37 @@ TEST(VekException, EnumeratorLookupOnNonEnumeration) {
   EXPECT_THROW(types().counters->enumerator("up"), EnumException);
 }
 
+TEST(VekException, EnumeratorLookupByValueOnNonEnumeration) {
+  // The name attribute of an entity type stores the value 0, yet it is no
+  // enumerator.
+  EXPECT_THROW(types().interface->enumerator(int64_t{0}), EnumException);
+  EXPECT_EQ(messageOf([] { types().interface->enumerator(int64_t{0}); }),
+            "Sample::Interface is not an enumeration");
+  EXPECT_EQ(messageOf([] { types().counters->enumerator(int64_t{1}); }),
+            "Sample::Counters is not an enumeration");
+  EXPECT_EQ(types().operStatus->enumerator(int64_t{3})->name(), "testing");
+  EXPECT_FALSE(types().operStatus->enumerator(int64_t{9}));
+}
+
 TEST(VekException, UnknownEnumeratorName) {
   EXPECT_EQ(messageOf([] { types().operStatus->enumerator("sideways"); }),
             "Sample::OperStatus has no enumerator sideways");
+  EXPECT_THROW(types().operStatus->enumerator("sideways"), EnumException);
 }
 
 TEST(VekException, EnumeratorValueOfWrongUnderlyingType) {
   EXPECT_EQ(messageOf([] { types().operStatus->attr<short>(1); }),
             "Sample::OperStatus is over int, not short");
+  EXPECT_THROW(types().operStatus->attr<short>(1), EnumException);
 }
 
-TEST(VekException, ThrowersReportAttribute) {
-  EXPECT_EQ(messageOf([] { throwEnumAttrWrongTypeException(*types().interface, "mtu"); }),
-            "mtu of Sample::Interface is not an enumerator");
+TEST(VekException, EnumeratorValueOfAnOrdinaryAttribute) {
+  const VekAttr mtu = types().interface->attr("mtu");
+  EXPECT_THROW(mtu->enumValue(), EnumException);
+  EXPECT_EQ(messageOf([&] { mtu->enumValue(); }), "mtu of Sample::Interface is not an enumerator");
+  EXPECT_EQ(messageOf([] { types().counters->attr("inPkts")->enumValue(); }),
+            "inPkts of Sample::Counters is not an enumerator");
+  EXPECT_EQ(types().operStatus->enumerator("down")->enumValue(), 2);
 }
 
 TEST(VekException, RefusedWritesAreRuntimeExceptions) {

@@ -193,8 +193,12 @@ class VEK_EXPORT VekAttrBase {
   const std::string& keyAttrName() const { return keyAttrName_; }
   // The default value of a scalar attribute (null: the type's default).
   const Ptr<GenericIf const>& defaultValue() const { return default_; }
-  // The value of an enumerator.
-  int64_t enumValue() const { return enumValue_; }
+  // The value of an enumerator; throws `EnumException` for any other
+  // attribute.
+  int64_t enumValue() const {
+    if (!isEnumerator()) throwEnumAttrWrongTypeException(*owner_, name_);
+    return enumValue_;
+  }
   const AttrCheck& check() const { return check_; }
 
   // Layout: how and where the owner stores this attribute.
@@ -287,6 +291,8 @@ class VEK_EXPORT VekTypeBase {
   // The enumerator named `name`; throws `EnumException` when this is not an
   // enumeration or it has no such enumerator.
   VekAttr enumerator(std::string_view name) const;
+  // The enumerator whose value is `value`, null when there is none; throws
+  // `EnumException` when this is not an enumeration.
   VekAttr enumerator(int64_t value) const;
 
   // Live objects of this type (entities and value handles).

@@ -220,8 +220,9 @@ VekAttr VekTypeBase::attr(std::string_view name) const {
 }
 
 VekAttr VekTypeBase::enumerator(int64_t value) const {
+  if (!isEnum()) throwNotEnumTypeException(*this);
   for (const auto& a : baseType()->attrs_) {
-    if (a->enumValue() == value) return a.get();
+    if (a->enumValue_ == value) return a.get();
   }
   return nullptr;
 }
