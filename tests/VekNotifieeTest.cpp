@@ -92,7 +92,6 @@ TEST(VekNotifiee, ChangeKeyEqualsIteratorKey) {
   auto it = addresses.genericIfIteratorConst(tree.eth0);
   EXPECT_TRUE(VekType::genericIfBooleanOp(it.key(), AttrOp::Equal, r->lastKey));
   EXPECT_EQ(it.key()->hash(), r->lastKey->hash());
-  EXPECT_EQ(ipv4("10.0.0.1")->hash(), r->lastKey->hash());
 }
 
 TEST(VekNotifiee, UnregisteredNotifieeHearsNothing) {
@@ -112,6 +111,107 @@ TEST(VekNotifiee, NotifieeMayUnregisterAnotherDuringCallback) {
   tree.eth0->valueIs("mtu", 1400u);
   EXPECT_EQ(first->events.size(), 1u);
   EXPECT_EQ(tree.eth0->notifiees().size(), 1u);
+}
+
+// Counts callbacks and records its own destruction; owned by whoever made
+// it, never by a `Ptr`.
+class PlainNotifiee : public GenericIf::NotifieeConst {
+ public:
+  PlainNotifiee(const Entity* entity, bool* destroyed = nullptr) : destroyed_(destroyed) {
+    notifierIs(entity);
+    isWeakReferenceIs(true);
+    isRegisteredNotifieeIs(true);
+  }
+  ~PlainNotifiee() override {
+    if (destroyed_) *destroyed_ = true;
+  }
+  void onAttribute(AttributeId, const void*) override {
+    ++calls;
+    if (onChange) onChange();
+  }
+
+  int calls = 0;
+  std::function<void()> onChange;
+
+ private:
+  bool* destroyed_;
+};
+
+TEST(VekNotifiee, StackNotifieeOutlivesItsNotifications) {
+  auto tree = buildTree();
+  PlainNotifiee n(tree.eth0);
+  tree.eth0->valueIs("mtu", 1400u);
+  tree.eth0->valueIs("mtu", 1500u);
+  EXPECT_EQ(n.calls, 2);
+  EXPECT_EQ(n.references(), 0u);
+  EXPECT_EQ(tree.eth0->notifiees(), std::vector<PtrInterface::NotifieeConst*>{&n});
+}
+
+TEST(VekNotifiee, NotifieeHeldByPlainPointerIsNotDeletedByNotifying) {
+  auto tree = buildTree();
+  bool destroyed = false;
+  auto* n = new PlainNotifiee(tree.eth0, &destroyed);
+  tree.eth0->valueIs("mtu", 1400u);
+  EXPECT_FALSE(destroyed);
+  if (destroyed) return;  // deleted already: nothing left to check or free
+  EXPECT_EQ(n->calls, 1);
+  delete n;
+  EXPECT_TRUE(destroyed);
+  EXPECT_TRUE(tree.eth0->notifiees().empty());
+}
+
+TEST(VekNotifiee, StackNotifieeMayUnregisterAnotherDuringCallback) {
+  auto tree = buildTree();
+  PlainNotifiee first(tree.eth0);
+  PlainNotifiee second(tree.eth0);
+  first.onChange = [&] { second.isRegisteredNotifieeIs(false); };
+  tree.eth0->valueIs("mtu", 1400u);
+  EXPECT_EQ(first.calls, 1);
+  EXPECT_EQ(second.calls, 0);
+  EXPECT_EQ(tree.eth0->notifiees(), std::vector<PtrInterface::NotifieeConst*>{&first});
+  tree.eth0->valueIs("mtu", 1500u);
+  EXPECT_EQ(first.calls, 2);
+  EXPECT_EQ(second.calls, 0);
+}
+
+TEST(VekNotifiee, NotifieeMayDeleteAPlainOwnedOneDuringCallback) {
+  auto tree = buildTree();
+  bool destroyed = false;
+  PlainNotifiee first(tree.eth0);
+  auto* second = new PlainNotifiee(tree.eth0, &destroyed);
+  first.onChange = [&] {
+    delete second;
+    second = nullptr;
+  };
+  tree.eth0->valueIs("mtu", 1400u);
+  EXPECT_EQ(first.calls, 1);
+  EXPECT_TRUE(destroyed);
+  EXPECT_EQ(tree.eth0->notifiees(), std::vector<PtrInterface::NotifieeConst*>{&first});
+}
+
+TEST(VekNotifiee, PtrOwnedNotifieeMayDropItselfDuringCallback) {
+  auto tree = buildTree();
+  Ptr<Recorder> r = new Recorder(tree.eth0);
+  PlainNotifiee after(tree.eth0);
+  r->onChange = [&] { r = nullptr; };
+  tree.eth0->valueIs("mtu", 1400u);
+  EXPECT_FALSE(r);
+  EXPECT_EQ(after.calls, 1);
+  EXPECT_EQ(tree.eth0->notifiees(), std::vector<PtrInterface::NotifieeConst*>{&after});
+}
+
+TEST(VekNotifiee, StackNotifieeHearsZeroReferences) {
+  struct ZeroNotifiee : PlainNotifiee {
+    using PlainNotifiee::PlainNotifiee;
+    void onZeroReferences() override { ++zeros; }
+    int zeros = 0;
+  };
+  Ptr<Entity> e = Entity::rootNew(types().chassis, "c");
+  ZeroNotifiee n(e);
+  e = nullptr;
+  EXPECT_EQ(n.zeros, 1);
+  EXPECT_EQ(n.notifier(), nullptr);
+  EXPECT_EQ(n.references(), 0u);
 }
 
 TEST(VekNotifiee, StrongNotifieeKeepsEntityAlive) {

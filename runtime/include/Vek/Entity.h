@@ -17,7 +17,9 @@ namespace Vek {
 // from its parent (or whose parent went) becomes an orphan: it has left the
 // model, and the references it held through pointers are released without
 // notification, so pointer cycles cannot keep removed entities alive. Every change of an attribute reaches the
-// registered notifiees synchronously, after the change is visible.
+// registered notifiees synchronously, after the change is visible. Notifying
+// neither takes nor keeps a reference on a notifiee that no `Ptr` owns, so
+// notifiees may live on the stack or be owned by plain pointers.
 class VEK_EXPORT Entity : public GenericIf {
  public:
   // A new root entity of the entity type `type`.
@@ -87,6 +89,13 @@ class VEK_EXPORT Entity : public GenericIf {
   void adopt(Entity* child, const VekAttrBase& attr);
   static void disown(GenericIf* member);
   void releasePointers();
+  // Whether `notifiee`, listed when a notification round started (at
+  // registration version `roundVersion`), is still registered here.
+  bool stillNotified(const PtrInterface::NotifieeConst* notifiee, uint64_t roundVersion) const;
+  // Calls `call(notifiee)` for each registered notifiee, tolerating changes
+  // of the registrations made by the callbacks.
+  template <typename Fn>
+  void notifyRound(Fn&& call);
 
   String name_;
   Entity* parent_ = nullptr;
@@ -95,6 +104,8 @@ class VEK_EXPORT Entity : public GenericIf {
   uint64_t serial_;
   void* block_ = nullptr;
   mutable std::vector<PtrInterface::NotifieeConst*> notifiees_;
+  // Bumped by every registration and unregistration.
+  mutable uint64_t notifieesVersion_ = 0;
 };
 
 // A directory: an entity whose `entityPtr` collection (keyed by name) owns

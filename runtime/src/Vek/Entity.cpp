@@ -8,7 +8,7 @@ namespace Vek {
 
 namespace {
 std::atomic<uint64_t> nextSerial{1};
-using NotifieeRefs = boost::container::small_vector<Ptr<PtrInterface::NotifieeConst>, 4>;
+using NotifieeRound = boost::container::small_vector<PtrInterface::NotifieeConst*, 4>;
 }  // namespace
 
 AllocTrackTypeInfo& Entity::allocTrackInfo() {
@@ -229,30 +229,61 @@ size_t Entity::memberCount(const VekAttr& attr) const {
 
 void Entity::notifieeRegisteredIs(PtrInterface::NotifieeConst* notifiee, bool registered) const {
   auto it = std::find(notifiees_.begin(), notifiees_.end(), notifiee);
-  if (registered && it == notifiees_.end()) notifiees_.push_back(notifiee);
-  if (!registered && it != notifiees_.end()) notifiees_.erase(it);
+  if (registered && it == notifiees_.end()) {
+    notifiees_.push_back(notifiee);
+    ++notifieesVersion_;
+  }
+  if (!registered && it != notifiees_.end()) {
+    notifiees_.erase(it);
+    ++notifieesVersion_;
+  }
+}
+
+bool Entity::stillNotified(const PtrInterface::NotifieeConst* notifiee, uint64_t roundVersion) const {
+  // Unchanged registrations: every notifiee of the round is still there.
+  // Otherwise one may have gone, even been deleted, so only the address is
+  // looked at until it is found registered.
+  if (notifieesVersion_ != roundVersion &&
+      std::find(notifiees_.begin(), notifiees_.end(), notifiee) == notifiees_.end()) {
+    return false;
+  }
+  return notifiee->notifier_ == this && notifiee->attached_;
+}
+
+template <typename Fn>
+void Entity::notifyRound(Fn&& call) {
+  // Notifiees may register, unregister or drop one another from inside the
+  // callback, so the round works on a copy of the list and calls only those
+  // still registered. The round takes no reference on a notifiee that no
+  // `Ptr` owns (count zero): that would delete it when dropped. One that is
+  // owned is held during its own callback, which may drop it.
+  const NotifieeRound round(notifiees_.begin(), notifiees_.end());
+  const uint64_t version = notifieesVersion_;
+  for (PtrInterface::NotifieeConst* n : round) {
+    if (!stillNotified(n, version)) continue;
+    if (n->references() == 0) {
+      call(*n);
+    } else {
+      const Ptr<PtrInterface::NotifieeConst> hold(n);
+      call(*n);
+    }
+  }
 }
 
 void Entity::attributeChanged(const VekAttrBase& attr, const GenericIf* key) {
   if (notifiees_.empty()) return;
-  // Notifiees may register, unregister or drop one another from inside the
-  // callback; each is held for the duration of the round.
-  NotifieeRefs round(notifiees_.begin(), notifiees_.end());
-  for (auto& n : round) {
-    if (n->notifier_ == this && n->attached_ && n->active_) n->onAttribute(attr.id(), key);
-  }
+  notifyRound([&](PtrInterface::NotifieeConst& n) {
+    if (n.active_) n.onAttribute(attr.id(), key);
+  });
 }
 
 void Entity::handleZeroRef() {
   if (zeroRefRunning_) return;  // a handle taken and dropped by a notifiee
   if (!notifiees_.empty()) {
     zeroRefRunning_ = true;
-    {
-      NotifieeRefs round(notifiees_.begin(), notifiees_.end());
-      for (auto& n : round) {
-        if (n->notifier_ == this && n->attached_ && n->wantsZeroRefs_) n->onZeroReferences();
-      }
-    }
+    notifyRound([](PtrInterface::NotifieeConst& n) {
+      if (n.wantsZeroRefs_) n.onZeroReferences();
+    });
     zeroRefRunning_ = false;
     if (references() != 0) return;  // a notifiee kept the entity
   }
