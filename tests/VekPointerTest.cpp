@@ -1,6 +1,9 @@
 // Pointers between entities, orphans, and reference counts.
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 #include "SampleModel.h"
 
 namespace {
@@ -74,6 +77,126 @@ TEST(VekPointer, PointerCycleIsFreedWithTheTree) {
     EXPECT_EQ(types().interface->allocTrack().liveObjects(), before + 2);
   }
   EXPECT_EQ(types().interface->allocTrack().liveObjects(), before);
+}
+
+// Root owns Mid, Mid owns Leaf, and Leaf points back up at Mid.
+struct Upward {
+  VekType root;
+  VekType mid;
+  VekType leaf;
+};
+const Upward& upward() {
+  static const Upward types = [] {
+    Module& m = Module::moduleNew("Upward");
+    TypeDef mid = m.entityType("Mid");
+    const VekType leaf = m.entityType("Leaf").pointer("up", mid.type()).done();
+    mid.child("leaf", leaf);
+    Upward t;
+    t.mid = mid.done();
+    t.leaf = leaf;
+    t.root = m.entityType("Root").child("mid", t.mid).done();
+    return t;
+  }();
+  return types;
+}
+
+TEST(VekPointer, PointerBackToOwnerDoesNotKeepARemovedSubtree) {
+  const int64_t before = Entity::allocTrackInfo().liveObjects();
+  Ptr<Entity> root = Entity::rootNew(upward().root, "r");
+  {
+    Ptr<Entity> mid = root->entityNew("mid");
+    mid->entityNew("leaf")->pointerIs("up", mid);
+  }
+  EXPECT_EQ(Entity::allocTrackInfo().liveObjects(), before + 3);
+  EXPECT_TRUE(root->entityDel(upward().root->attr("mid")));
+  EXPECT_EQ(Entity::allocTrackInfo().liveObjects(), before + 1);
+  EXPECT_EQ(upward().mid->allocTrack().liveObjects(), 0);
+  EXPECT_EQ(upward().leaf->allocTrack().liveObjects(), 0);
+  root = nullptr;
+  EXPECT_EQ(Entity::allocTrackInfo().liveObjects(), before);
+}
+
+TEST(VekPointer, PointerBackToOwnerDoesNotKeepATreeWhoseRootWent) {
+  const int64_t before = Entity::allocTrackInfo().liveObjects();
+  {
+    Ptr<Entity> root = Entity::rootNew(upward().root, "r");
+    Ptr<Entity> mid = root->entityNew("mid");
+    mid->entityNew("leaf")->pointerIs("up", mid);
+  }
+  EXPECT_EQ(Entity::allocTrackInfo().liveObjects(), before);
+  EXPECT_EQ(upward().mid->allocTrack().liveObjects(), 0);
+  EXPECT_EQ(upward().leaf->allocTrack().liveObjects(), 0);
+}
+
+TEST(VekPointer, RemovedSubtreeReleasesPointersAtEveryDepth) {
+  Ptr<Entity> root = Entity::rootNew(upward().root, "r");
+  Ptr<Entity> mid = root->entityNew("mid");
+  Ptr<Entity> leaf = mid->entityNew("leaf");
+  leaf->pointerIs("up", mid);
+  root->entityDel(upward().root->attr("mid"));
+  EXPECT_TRUE(mid->isOrphan());
+  EXPECT_FALSE(leaf->entity("up"));
+  // The subtree keeps its shape; only pointers went.
+  EXPECT_EQ(mid->entity("leaf"), leaf);
+  EXPECT_EQ(leaf->parent(), mid.ptr());
+}
+
+TEST(VekPointer, DirEntryPointingAtAnAncestorDoesNotKeepIt) {
+  const int64_t before = Entity::allocTrackInfo().liveObjects();
+  {
+    Ptr<Dir> root = Dir::rootNew("");
+    Ptr<Dir> a = root->dirNew("a");
+    a->dirNew("b")->entryNew("top", a);
+    EXPECT_EQ(Entity::allocTrackInfo().liveObjects(), before + 4);
+    a = nullptr;
+    EXPECT_TRUE(root->childDel("a"));
+    EXPECT_EQ(Entity::allocTrackInfo().liveObjects(), before + 1);
+  }
+  EXPECT_EQ(Entity::allocTrackInfo().liveObjects(), before);
+  {
+    Ptr<Dir> root = Dir::rootNew("");
+    Ptr<Dir> a = root->dirNew("a");
+    a->dirNew("b")->entryNew("top", a);
+  }
+  EXPECT_EQ(Entity::allocTrackInfo().liveObjects(), before);
+}
+
+TEST(VekPointer, ClearedPointersOfARemovedSubtreeAreReported) {
+  auto tree = buildTree();
+  std::vector<std::string> deviceEvents;
+  std::vector<std::string> eth1Events;
+  class Names : public GenericIf::NotifieeConst {
+   public:
+    Names(const Entity* e, std::vector<std::string>& out) : entity_(e), out_(out) {
+      notifierIs(e);
+      isWeakReferenceIs(true);
+      isRegisteredNotifieeIs(true);
+    }
+    void onAttribute(AttributeId id, const void* key) override {
+      const VekAttr attr = entity_->type()->attr(id);
+      std::string text = attr->name();
+      if (key) {
+        Ptr<GenericIf const> k = keyPointerToGif(attr, key);
+        text += "[" + k->strRep() + "]";
+        text += attr.genericIfExist(entity_, k) ? "+" : "-";
+      } else if (attr->isPointer()) {
+        text += attr.genericIfExist(entity_) ? "+" : "-";
+      }
+      out_.push_back(text);
+    }
+
+   private:
+    const Entity* entity_;
+    std::vector<std::string>& out_;
+  };
+  Names device(tree.device, deviceEvents);
+  Names eth1(tree.eth1, eth1Events);
+  EXPECT_TRUE(tree.devices->childDel("dev1"));
+  EXPECT_EQ(deviceEvents, (std::vector<std::string>{"uplink-", "linkCosts[entity('dev1.eth0')]-",
+                                                    "linkCosts[entity('dev1.eth1')]-"}));
+  EXPECT_EQ(eth1Events, std::vector<std::string>{"peer-"});
+  EXPECT_EQ(tree.device->memberCount("linkCosts"), 0u);
+  EXPECT_EQ(tree.device->memberCount("vlanNames"), 2u);
 }
 
 TEST(VekPointer, OrphanLivesWhileHeld) {

@@ -15,11 +15,17 @@ namespace Vek {
 // instantiating attribute (`entityNew`) and are named by their attribute
 // (singletons) or by their key's text (collection members). An entity removed
 // from its parent (or whose parent went) becomes an orphan: it has left the
-// model, and the references it held through pointers are released without
-// notification, so pointer cycles cannot keep removed entities alive. Every change of an attribute reaches the
-// registered notifiees synchronously, after the change is visible. Notifying
-// neither takes nor keeps a reference on a notifiee that no `Ptr` owns, so
-// notifiees may live on the stack or be owned by plain pointers.
+// model together with the entities it owns, and every pointer held in that
+// subtree is cleared (pointer attributes set to null, members of pointer
+// collections and of collections keyed by entities erased), so pointers
+// between removed entities, or back up to one of their owners, cannot keep
+// them alive. Each clearing is a change like any other. Every change of an
+// attribute reaches the registered notifiees synchronously, after the change
+// is visible, as `onAttribute(attrId, key)`: `key` is the stored key of the
+// inserted, changed or erased member for a collection (kept alive for the
+// callback), null otherwise. Notifying neither takes nor keeps a reference on
+// a notifiee that no `Ptr` owns, so notifiees may live on the stack or be
+// owned by plain pointers.
 class VEK_EXPORT Entity : public GenericIf {
  public:
   // A new root entity of the entity type `type`.

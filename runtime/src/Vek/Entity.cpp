@@ -136,19 +136,46 @@ void Entity::disown(GenericIf* member) {
 }
 
 void Entity::releasePointers() {
-  // An orphan has left the model: the references it holds through pointers
-  // (and pointer keys) go, silently, so that pointer cycles between removed
-  // entities cannot keep them alive. Owned children stay until it dies.
+  // A removed entity has left the model with everything it owns: the
+  // references held through pointers (and pointer keys) anywhere in that
+  // subtree go, so that pointers between removed entities, or back up to
+  // an owner, cannot keep them alive. Each clearing is reported like any
+  // other change. Owned children stay until their owner dies.
   const VekTypeBase& t = *type();
+  boost::container::small_vector<Ptr<GenericIf>, 4> children;
   for (size_t i = 0; i < t.attrCount(); ++i) {
     const VekAttrBase& a = *t.attrAt(i);
     char* at = static_cast<char*>(block_) + a.offset();
-    if (a.storage() == AttrStorage::Ref && a.isPointer()) {
-      *reinterpret_cast<Ptr<GenericIf>*>(at) = nullptr;
-    } else if (a.storage() == AttrStorage::Collection && !a.isInstantiating() &&
-               (a.isPointer() || a.indexType()->isEntity())) {
-      if (auto& c = *reinterpret_cast<Ptr<Collection>*>(at)) c->clear();
+    if (a.storage() == AttrStorage::Ref) {
+      auto& slot = *reinterpret_cast<Ptr<GenericIf>*>(at);
+      if (a.isInstantiating()) {
+        if (slot) children.push_back(slot);
+      } else if (slot) {
+        Ptr<GenericIf> previous = std::exchange(slot, nullptr);
+        attributeChanged(a, nullptr);
+      }
+    } else if (a.storage() == AttrStorage::Collection) {
+      const Collection* c = collection(a, false);
+      if (!c || c->size() == 0) continue;
+      if (a.isInstantiating()) {
+        for (const auto& [key, member] : c->members()) children.push_back(member);
+      } else if (a.isPointer() || a.indexType()->isEntity()) {
+        // Erased one by one, each reported with its key, as an ordinary
+        // erase does; members a notifiee adds meanwhile stay.
+        std::vector<Ptr<GenericIf const>> keys;
+        keys.reserve(c->size());
+        for (const auto& [key, member] : c->members()) keys.push_back(key);
+        for (const auto& key : keys) {
+          Collection* current = collection(a, false);
+          if (!current) break;
+          auto [storedKey, erased] = current->erase(key);
+          if (storedKey) attributeChanged(a, storedKey);
+        }
+      }
     }
+  }
+  for (const auto& child : children) {
+    if (child->isEntity()) static_cast<Entity*>(child.ptr())->releasePointers();
   }
 }
 
