@@ -94,6 +94,37 @@ TEST(VekNotifiee, ChangeKeyEqualsIteratorKey) {
   EXPECT_EQ(it.key()->hash(), r->lastKey->hash());
 }
 
+TEST(VekNotifiee, ChangeKeyEqualsAKeyBuiltApart) {
+  auto tree = buildTree();
+  Ptr<Recorder> intf = new Recorder(tree.eth0);
+  Ptr<Recorder> device = new Recorder(tree.device);
+  const auto expectKey = [](const Ptr<GenericIf const>& reported, const Ptr<GenericIf const>& built) {
+    ASSERT_TRUE(reported);
+    EXPECT_NE(reported.ptr(), built.ptr());
+    EXPECT_TRUE(VekType::genericIfBooleanOp(reported, AttrOp::Equal, built)) << reported->strRep();
+    EXPECT_EQ(reported->hash(), built->hash()) << reported->strRep();
+  };
+  // A value-typed key, reported for an insertion and for an erase.
+  const VekAttr addresses = types().interface->attr("addresses");
+  addresses.genericIfSet(tree.eth0, ipv4("10.9.9.9"), types().addressInfo.genericIfDefault());
+  expectKey(intf->lastKey, types().ipv4.genericIf("10.9.9.9", true));
+  addresses.genericIfErase(tree.eth0, ipv4("10.0.0.1"));
+  expectKey(intf->lastKey, types().ipv4.genericIf("10.0.0.1", true));
+  // A text key and an integer key.
+  tree.device->entityNew("interfaces", name("eth7"));
+  expectKey(device->lastKey, builtinType<String>().genericIf("eth7", true));
+  types().device->attr("vlanNames").genericIfSet(tree.device, genericIfOf(static_cast<unsigned short>(30)),
+                                                 genericIfOf("voice"));
+  expectKey(device->lastKey, builtinType<unsigned short>().genericIf("30", true));
+  // An entity key is the entity itself, however it is reached.
+  types().device->attr("linkCosts").genericIfSet(tree.device, tree.eth1, genericIfOf(25u));
+  ASSERT_TRUE(device->lastKey);
+  EXPECT_TRUE(VekType::genericIfBooleanOp(
+      device->lastKey, AttrOp::Equal,
+      types().device->attr("interfaces").genericIfGet(tree.device, name("eth1"))));
+  EXPECT_EQ(device->lastKey->hash(), VekType::genericIf(tree.eth1.ptr())->hash());
+}
+
 TEST(VekNotifiee, UnregisteredNotifieeHearsNothing) {
   auto tree = buildTree();
   Ptr<Recorder> r = new Recorder(tree.eth0);

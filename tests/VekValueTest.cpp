@@ -135,6 +135,59 @@ TEST(VekValue, EqualValuesHashAlike) {
   EXPECT_EQ(genericIfOf(0.0)->hash(), genericIfOf(-0.0)->hash());
 }
 
+// Two key handles made apart for one key: equal both ways, not unequal,
+// and hashed alike.
+void expectSameKey(const GenericIf* a, const GenericIf* b) {
+  ASSERT_TRUE(a);
+  ASSERT_TRUE(b);
+  EXPECT_TRUE(VekType::genericIfBooleanOp(a, AttrOp::Equal, b)) << a->strRep() << " vs " << b->strRep();
+  EXPECT_TRUE(VekType::genericIfBooleanOp(b, AttrOp::Equal, a));
+  EXPECT_FALSE(VekType::genericIfBooleanOp(a, AttrOp::NotEqual, b));
+  EXPECT_EQ(a->hash(), b->hash()) << a->strRep();
+}
+
+TEST(VekValue, KeyHandlesBuiltApartForEqualKeysAreEqual) {
+  // Text: built from a C string and parsed from text.
+  Ptr<GenericIf> text1 = genericIfOf("eth0");
+  Ptr<GenericIf> text2 = builtinType<String>().genericIf(String(std::string("eth") + "0"), true);
+  EXPECT_NE(text1.ptr(), text2.ptr());
+  expectSameKey(text1, text2);
+
+  // Integer: from a value and from text.
+  Ptr<GenericIf> int1 = genericIfOf(static_cast<unsigned short>(10));
+  Ptr<GenericIf> int2 = builtinType<unsigned short>().genericIf("10", true);
+  expectSameKey(int1, int2);
+  EXPECT_NE(int1->hash(), genericIfOf(static_cast<unsigned short>(11))->hash());
+
+  // A value type with its own text form, parsed twice.
+  Ptr<GenericIf> ip1 = ipv4("10.0.0.1");
+  Ptr<GenericIf> ip2 = types().ipv4.genericIf("10.0.0.1", true);
+  EXPECT_NE(ip1.ptr(), ip2.ptr());
+  expectSameKey(ip1, ip2);
+
+  // An entity, reached once through its handle and once through its owner.
+  auto tree = OstrelTest::Sample::buildTree();
+  Ptr<GenericIf const> entity1 = VekType::genericIf(tree.eth0.ptr());
+  Ptr<GenericIf const> entity2 =
+      types().device->attr("interfaces").genericIfGet(tree.device, genericIfOf("eth0"));
+  expectSameKey(entity1, entity2);
+  Ptr<GenericIf const> entity3 = types().device->attr("uplink").genericIfGet(tree.device);
+  expectSameKey(entity1, entity3);
+  EXPECT_FALSE(VekType::genericIfBooleanOp(entity1, AttrOp::Equal, tree.eth1.ptr()));
+
+  // A wrapper, built from its bare value and parsed from text.
+  Module& m = Module::moduleNew("KeyHandles");
+  const VekType ifName = m.valueType("IfName").scalar("text", builtinType<String>()).wrapperOf("text").done();
+  Ptr<GenericIf> wrapped1 = ifName.genericIf(GenericIfArgs{genericIfOf("eth0")});
+  Ptr<GenericIf> wrapped2 = ifName.genericIf("eth0", true);
+  Ptr<GenericIf> wrapped3 = ifName.genericIf(wrapped1->voidPtr(), true);
+  EXPECT_EQ(wrapped1->type(), ifName);
+  expectSameKey(wrapped1, wrapped2);
+  expectSameKey(wrapped1, wrapped3);
+  EXPECT_FALSE(
+      VekType::genericIfBooleanOp(wrapped1, AttrOp::Equal, ifName.genericIf("eth1", true)));
+}
+
 TEST(VekValue, ValueOfTheWrongRepresentationIsRefused) {
   Ptr<GenericIf> info = types().addressInfo.genericIfDefault();
   try {
