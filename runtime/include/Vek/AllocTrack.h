@@ -14,10 +14,19 @@ namespace Vek {
 // Counts the live objects and bytes of one kind of object. The runtime keeps
 // one for each of its classes and for each type descriptor; other libraries
 // keep one per class of runtime-visible objects they allocate and call the
-// track functions from constructors and destructors. Counters are relaxed
-// atomics: exact once the threads that allocate have joined. Instances are
+// track functions from constructors and destructors. Instances are
 // registered for `forEach` and must have static storage duration or outlive
 // every user.
+//
+// Tracking is cheap enough for objects made on every read: each thread
+// counts into counters of its own with plain (relaxed, uncontended) loads and
+// stores, no read-modify-write, and a thread's counts are folded into the
+// instance when it exits. Reading sums the instance and every live thread's
+// counters under a lock, so reads cost more than updates. An object may be
+// freed on another thread than the one that allocated it. Counts are exact
+// whenever no thread is inside a track call: after the threads that allocate
+// have joined, or at any point on a single thread. A read racing with
+// updates on other threads may miss some of them, as with any running count.
 class VEK_EXPORT AllocTrackTypeInfo {
  public:
   explicit AllocTrackTypeInfo(std::string name);
@@ -39,10 +48,10 @@ class VEK_EXPORT AllocTrackTypeInfo {
   }
 
   // Objects allocated and not yet freed.
-  int64_t liveObjects() const { return live_.load(std::memory_order_relaxed); }
-  int64_t liveBytes() const { return bytes_.load(std::memory_order_relaxed); }
+  int64_t liveObjects() const;
+  int64_t liveBytes() const;
   // Objects allocated since the start.
-  uint64_t totalAllocations() const { return total_.load(std::memory_order_relaxed); }
+  uint64_t totalAllocations() const;
 
   // Calls `fn` for every registered instance (under the registry lock: `fn`
   // must not create or destroy instances).
@@ -51,13 +60,21 @@ class VEK_EXPORT AllocTrackTypeInfo {
   static int64_t totalLiveObjects();
 
  private:
-  void change(int64_t objects, int64_t bytes) {
-    live_.fetch_add(objects, std::memory_order_relaxed);
-    bytes_.fetch_add(bytes, std::memory_order_relaxed);
-    if (objects > 0) total_.fetch_add(static_cast<uint64_t>(objects), std::memory_order_relaxed);
-  }
+  struct Sums {
+    int64_t live = 0;
+    int64_t bytes = 0;
+    uint64_t total = 0;
+  };
+  friend struct AllocTrackThreadAccess;
+
+  void change(int64_t objects, int64_t bytes);
+  Sums sums() const;
 
   std::string name_;
+  // Index of this instance's counters in every thread's counter table.
+  uint32_t slot_;
+  // Counts of threads that have exited, and changes made where a thread has
+  // no counters of its own (during its exit, or past the table's capacity).
   std::atomic<int64_t> live_{0};
   std::atomic<int64_t> bytes_{0};
   std::atomic<uint64_t> total_{0};

@@ -6,6 +6,7 @@
 #include <limits>
 #include <new>
 
+#include "ThreadState.h"
 #include "ValueOps.h"
 #include "Vek/Entity.h"
 
@@ -178,6 +179,16 @@ void construct(const VekTypeBase& t, void* dst) {
 }
 
 void copyConstruct(const VekTypeBase& t, void* dst, const void* src) {
+  if (isTrivialCode(t.storageCode())) {
+    // Fixed sizes compile to single moves instead of a call to memcpy.
+    switch (t.valueSize()) {
+      case 1: std::memcpy(dst, src, 1); return;
+      case 2: std::memcpy(dst, src, 2); return;
+      case 4: std::memcpy(dst, src, 4); return;
+      case 8: std::memcpy(dst, src, 8); return;
+      default: std::memcpy(dst, src, t.valueSize()); return;
+    }
+  }
   const VekTypeBase& type = resolved(t);
   if (type.isValue()) {
     forEachField(type, [&](const VekAttrBase& a) {
@@ -206,6 +217,7 @@ void assign(const VekTypeBase& t, void* dst, const void* src) {
 }
 
 void destroy(const VekTypeBase& t, void* dst) {
+  if (isTrivialCode(t.storageCode())) return;
   const VekTypeBase& type = resolved(t);
   if (type.isValue()) {
     forEachField(type, [&](const VekAttrBase& a) {
@@ -421,84 +433,101 @@ bool parse(const VekTypeBase& t, std::string_view text, void* dst) {
 
 namespace {
 
-// Freed value handles are kept per thread for reuse, so that reading a value
-// costs no heap allocation in the steady state. The list is bounded; after
-// the thread's list is gone, handles go straight back to the heap.
-struct FreeList {
-  [[maybe_unused]] static constexpr size_t LIMIT = 4096;
-  void* head = nullptr;
-  size_t count = 0;
-  ~FreeList();
-};
-thread_local bool freeListGone = false;
-thread_local FreeList freeList;
-
-FreeList::~FreeList() {
-  freeListGone = true;
-  while (head) {
-    void* next = *static_cast<void**>(head);
-    ::operator delete(head);
-    head = next;
-  }
-}
+// Freed value handles are kept per thread for reuse (in the thread's
+// `AllocTrackThreadAccess::ThreadState`), so that reading a value costs no
+// heap allocation in the steady state. The list is bounded; once the thread
+// has begun to exit, handles go straight back to the heap.
+[[maybe_unused]] constexpr size_t POOL_LIMIT = 4096;
+using ThreadAccess = AllocTrackThreadAccess;
 
 // The handle of a builtin, enumeration or value object: owns a copy in its
 // inline buffer (or on the heap when larger), or views foreign memory.
+// Handles are made only by `make` and freed only by `handleZeroRef`, which
+// take the memory from and return it to the thread's pool and count the
+// handle in its type's `allocTrack` with one thread-local lookup each.
 class Value final : public GenericIf {
  public:
   static constexpr size_t INLINE = 48;
 
+  static Value* make(const VekTypeBase& type, const void* src, bool view) {
+    ThreadAccess::ThreadState& st = ThreadAccess::current();
+    void* memory = allocate(st);
+    Value* value;
+    try {
+      value = new (memory) Value(type, src, view);
+    } catch (...) {
+      release(st, memory);
+      throw;
+    }
+    ThreadAccess::change(st, type.allocTrack(), 1, sizeof(Value));
+    return value;
+  }
+
+  void handleZeroRef() override {
+    const VekTypeBase& t = *type();
+    this->~Value();
+    ThreadAccess::ThreadState& st = ThreadAccess::current();
+    ThreadAccess::change(st, t.allocTrack(), -1, -static_cast<int64_t>(sizeof(Value)));
+    release(st, this);
+  }
+
+ private:
   Value(const VekTypeBase& type, const void* src, bool view)
       : GenericIf(&type, view ? const_cast<void*>(src) : place(type, inline_)), view_(view) {
     if (!view_) {
-      if (src) {
-        copyConstruct(type, voidPtr(), src);
-      } else {
-        construct(type, voidPtr());
+      try {
+        if (src) {
+          copyConstruct(type, voidPtr(), src);
+        } else {
+          construct(type, voidPtr());
+        }
+      } catch (...) {
+        unplace(type);
+        throw;
       }
     }
-    type.allocTrack().trackAllocation(sizeof(Value));
   }
 
   ~Value() override {
-    const VekTypeBase& t = *type();
     if (!view_) {
+      const VekTypeBase& t = *type();
       destroy(t, voidPtr());
-      if (voidPtr() != static_cast<void*>(inline_)) {
-        ::operator delete(voidPtr(), std::align_val_t(t.valueAlign()));
-      }
+      unplace(t);
     }
-    t.allocTrack().trackDeallocation(sizeof(Value));
   }
 
-  static void* operator new(size_t size) {
+  static void* allocate([[maybe_unused]] ThreadAccess::ThreadState& st) {
 #if VEK_VALUE_POOL
-    if (!freeListGone && freeList.head) {
-      void* p = freeList.head;
-      freeList.head = *static_cast<void**>(p);
-      --freeList.count;
+    if (void* p = st.freeHead) {
+      st.freeHead = *static_cast<void**>(p);
+      --st.freeCount;
       return p;
     }
 #endif
-    return ::operator new(size);
+    return ::operator new(sizeof(Value));
   }
 
-  static void operator delete(void* p) {
+  static void release([[maybe_unused]] ThreadAccess::ThreadState& st, void* p) {
 #if VEK_VALUE_POOL
-    if (!freeListGone && freeList.count < FreeList::LIMIT) {
-      *static_cast<void**>(p) = freeList.head;
-      freeList.head = p;
-      ++freeList.count;
+    // Past its exit hook the thread's pool is not drained any more.
+    if (!st.gone && st.freeCount < POOL_LIMIT) {
+      *static_cast<void**>(p) = st.freeHead;
+      st.freeHead = p;
+      ++st.freeCount;
       return;
     }
 #endif
     ::operator delete(p);
   }
 
- private:
   static void* place(const VekTypeBase& type, std::byte* buffer) {
     if (type.valueSize() <= INLINE && type.valueAlign() <= alignof(std::max_align_t)) return buffer;
     return ::operator new(type.valueSize(), std::align_val_t(type.valueAlign()));
+  }
+  void unplace(const VekTypeBase& type) {
+    if (voidPtr() != static_cast<void*>(inline_)) {
+      ::operator delete(voidPtr(), std::align_val_t(type.valueAlign()));
+    }
   }
 
   alignas(std::max_align_t) std::byte inline_[INLINE];
@@ -511,11 +540,11 @@ Ptr<GenericIf> valueNew(const VekTypeBase& type, const void* src) {
   if (!type.isSealed() || type.isEntity() || type.isCollectionControl()) {
     ZOLT_FMASSERT(debug(), "Vek", "{} cannot make values", type.qualifiedName());
   }
-  return Ptr<GenericIf>(new Value(type, src, false));
+  return Ptr<GenericIf>(Value::make(type, src, false));
 }
 
 Ptr<GenericIf> valueView(const VekTypeBase& type, const void* src) {
-  return Ptr<GenericIf>(new Value(type, src, true));
+  return Ptr<GenericIf>(Value::make(type, src, true));
 }
 
 }  // namespace Vek::detail

@@ -40,6 +40,15 @@ decltype(auto) visitBuiltin(BuiltinCode code, Fn&& fn) {
   ZOLT_FMASSERT(debug(), "Vek", "unknown builtin code {}", static_cast<int>(code));
 }
 
+// Whether the representation of builtin code `code` is trivially copyable
+// and destructible (every builtin but String and Bytes), so that copying it
+// is a memcpy of the type's `valueSize()` and destroying it is nothing. Types
+// that alias a builtin or enumerate over one share its code.
+constexpr bool isTrivialCode(BuiltinCode code) {
+  return code != BuiltinCode::None && code != BuiltinCode::String && code != BuiltinCode::Bytes;
+}
+static_assert(std::is_trivially_copyable_v<Seconds> && std::is_trivially_destructible_v<Seconds>);
+
 // The C++ name of a builtin code ("unsigned int", "Vek::String").
 const char* builtinName(BuiltinCode code);
 
