@@ -256,7 +256,8 @@ class VEK_EXPORT VekTypeBase {
   // The type this one aliases directly, or null.
   VekType aliasOf() const { return aliasOf_; }
   // The end of the alias chain: the type itself when it aliases nothing.
-  VekType baseType() const;
+  // Inline: it is on every generic read's path.
+  VekType baseType() const { return aliasOf_ ? aliasOf_->baseType() : VekType(this); }
   // The underlying builtin type of an enumeration; null otherwise.
   VekType underlyingType() const { return underlying_; }
   // The value attribute: the wrapped value of a wrapper, or null.

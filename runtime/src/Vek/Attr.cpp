@@ -9,13 +9,21 @@ namespace {
 
 [[noreturn]] void refuse(const std::string& message) { throw TypeMismatchException(message); }
 
-// Checks that `attr` belongs to the type of `gif`.
-void checkOwner(const VekAttr& attr, const GenericIf& gif) {
+// Throws the refusal of `checkOwner`. Out of line and cold, so the checks on
+// the read paths compile to a few compares without a stack frame.
+[[noreturn, gnu::noinline, gnu::cold]] void refuseOwner(const VekAttr& attr, const GenericIf& gif) {
   if (!attr) refuse(fmt::format("{} has no such attribute", gif.type()->qualifiedName()));
-  if (attr->owner()->baseType() != gif.type()->baseType()) {
-    refuse(fmt::format("{} is an attribute of {}, not of {}", attr->name(),
-                       attr->owner()->qualifiedName(), gif.type()->qualifiedName()));
+  refuse(fmt::format("{} is an attribute of {}, not of {}", attr->name(),
+                     attr->owner()->qualifiedName(), gif.type()->qualifiedName()));
+}
+
+// Checks that `attr` belongs to the type of `gif`.
+inline void checkOwner(const VekAttr& attr, const GenericIf& gif) {
+  if (attr && (attr->owner() == gif.type() ||
+               attr->owner()->baseType() == gif.type()->baseType())) [[likely]] {
+    return;
   }
+  refuseOwner(attr, gif);
 }
 
 // Where the attributes of `gif` are stored.
@@ -72,17 +80,30 @@ void checkMember(const VekAttrBase& attr, const GenericIf* value) {
 
 // ---------------------------------------------------------------- typed access
 
-const void* GenericIf::rawAttr(const VekAttr& attr, BuiltinCode code) const {
-  checkOwner(attr, *this);
+namespace {
+
+// `rawAttr` for everything but a scalar of the requested representation:
+// the name attribute, and the refusals.
+[[gnu::noinline, gnu::cold]] const void* rawAttrOther(const GenericIf& gif, const VekAttr& attr,
+                                                     BuiltinCode code) {
   if (attr->storage() == AttrStorage::Name && (code == BuiltinCode::None || code == BuiltinCode::String)) {
-    return &static_cast<const Entity*>(this)->name();
+    return &static_cast<const Entity&>(gif).name();
   }
   if (attr->storage() != AttrStorage::Value) refuse(fmt::format("{} is not a scalar", attr->name()));
-  if (code != BuiltinCode::None && attr->type()->storageCode() != code) {
-    refuse(fmt::format("{} holds {}, not {}", attr->name(), attr->type()->qualifiedName(),
-                       detail::builtinName(code)));
+  refuse(fmt::format("{} holds {}, not {}", attr->name(), attr->type()->qualifiedName(),
+                     detail::builtinName(code)));
+}
+
+}  // namespace
+
+const void* GenericIf::rawAttr(const VekAttr& attr, BuiltinCode code) const {
+  checkOwner(attr, *this);
+  const VekAttrBase& a = *attr;
+  if (a.storage() == AttrStorage::Value &&
+      (code == BuiltinCode::None || a.type()->storageCode() == code)) [[likely]] {
+    return storageOf(*this) + a.offset();
   }
-  return storageOf(*this) + attr->offset();
+  return rawAttrOther(*this, attr, code);
 }
 
 void GenericIf::rawAttrIs(const VekAttr& attr, BuiltinCode code, const void* raw) {

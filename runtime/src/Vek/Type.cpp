@@ -200,12 +200,6 @@ bool VekTypeBase::isWrapper() const {
   return false;
 }
 
-VekType VekTypeBase::baseType() const {
-  VekType t = this;
-  while (t->aliasOf()) t = t->aliasOf();
-  return t;
-}
-
 VekAttr VekTypeBase::attr(AttributeId id) const {
   const VekTypeBase& t = *baseType();
   if (id < 1 || static_cast<size_t>(id) > t.attrs_.size()) return nullptr;
