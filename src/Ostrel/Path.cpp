@@ -8,7 +8,7 @@
 
 #include <Zolt/Zolt.h>
 
-#include "PlainAssert.h"
+#include "internal/PlainAssert.h"
 
 namespace Ostrel {
 

@@ -7,7 +7,7 @@
 #include <fmt/format.h>
 
 #include "Ostrel/Path.h"
-#include "PlainAssert.h"
+#include "internal/PlainAssert.h"
 
 namespace Ostrel {
 

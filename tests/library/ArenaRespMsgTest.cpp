@@ -34,13 +34,13 @@ using OstrelTest::PoolSizeOverride;
 // ---------------------------------------------------------------------------
 // Pool and counters
 
-TEST(ArenaRespMsgTest, PoolIsBuiltWithItsCapacityAtLoad) {
+TEST(ArenaRespMsg, PoolIsBuiltWithItsCapacityAtLoad) {
   std::lock_guard<Zolt::Locking::Lock> guard(ArenaRespMsg::mutex_);
   EXPECT_EQ(ArenaPool::ARENA_POOL_SIZE, 2000u);
   EXPECT_EQ(Ostrel::arenaPool.capacity(), 2000u);
 }
 
-TEST(ArenaRespMsgTest, EmptyPoolBuildsThenReleaseRecyclesAndReuseTakesIt) {
+TEST(ArenaRespMsg, EmptyPoolBuildsThenReleaseRecyclesAndReuseTakesIt) {
   PoolEmptier emptier;
   const PoolCounters before = poolCounters();
   ASSERT_EQ(before.pooled, 0u);
@@ -68,7 +68,7 @@ TEST(ArenaRespMsgTest, EmptyPoolBuildsThenReleaseRecyclesAndReuseTakesIt) {
   EXPECT_EQ(now.pooled, 0u);
 }
 
-TEST(ArenaRespMsgTest, PoolIsLastInFirstOut) {
+TEST(ArenaRespMsg, PoolIsLastInFirstOut) {
   PoolEmptier emptier;
   auto a = ArenaRespMsg::createResponse(gnmi::Path(), 0).msg;
   auto b = ArenaRespMsg::createResponse(gnmi::Path(), 0).msg;
@@ -85,7 +85,7 @@ TEST(ArenaRespMsgTest, PoolIsLastInFirstOut) {
   EXPECT_EQ(second.get(), rawA);
 }
 
-TEST(ArenaRespMsgTest, ReleaseWhenPoolHoldsTwoThousandDestroysTheMessage) {
+TEST(ArenaRespMsg, ReleaseWhenPoolHoldsTwoThousandDestroysTheMessage) {
   PoolEmptier emptier;
   std::vector<ArenaRespMsgPtr> held;
   for (int i = 0; i < 2001; ++i) {
@@ -104,7 +104,7 @@ TEST(ArenaRespMsgTest, ReleaseWhenPoolHoldsTwoThousandDestroysTheMessage) {
   EXPECT_EQ(after.pooled, 2000u);
 }
 
-TEST(ArenaRespMsgTest, PoolSizeZeroFreesEveryReleasedMessage) {
+TEST(ArenaRespMsg, PoolSizeZeroFreesEveryReleasedMessage) {
   PoolEmptier emptier;
   auto msg = ArenaRespMsg::createResponse(gnmi::Path(), 0).msg;
   PoolSizeOverride zero(0);
@@ -116,7 +116,7 @@ TEST(ArenaRespMsgTest, PoolSizeZeroFreesEveryReleasedMessage) {
   EXPECT_EQ(after.pooled, 0u);
 }
 
-TEST(ArenaRespMsgTest, LoweredPoolSizeKeepsPoolAtThatSize) {
+TEST(ArenaRespMsg, LoweredPoolSizeKeepsPoolAtThatSize) {
   PoolEmptier emptier;
   std::vector<ArenaRespMsgPtr> held;
   for (int i = 0; i < 5; ++i) {
@@ -131,7 +131,7 @@ TEST(ArenaRespMsgTest, LoweredPoolSizeKeepsPoolAtThatSize) {
   EXPECT_EQ(after.releases, before.releases + 5);
 }
 
-TEST(ArenaRespMsgTest, DrainingAPoolSetsItsSizeToZeroAndFreesEveryMessage) {
+TEST(ArenaRespMsg, DrainingAPoolSetsItsSizeToZeroAndFreesEveryMessage) {
   PoolEmptier emptier;
   std::vector<ArenaRespMsgPtr> handles;
   for (int i = 0; i < 4; ++i) {
@@ -156,7 +156,7 @@ TEST(ArenaRespMsgTest, DrainingAPoolSetsItsSizeToZeroAndFreesEveryMessage) {
   EXPECT_EQ(ArenaPool::ARENA_POOL_SIZE, 0u);
 }
 
-TEST(ArenaRespMsgTest, MessageObservedByAWeakPtrFromAnEarlierUseIsStillPooled) {
+TEST(ArenaRespMsg, MessageObservedByAWeakPtrFromAnEarlierUseIsStillPooled) {
   PoolEmptier emptier;
   auto msg = ArenaRespMsg::createResponse(gnmi::Path(), 0).msg;
   const ArenaRespMsg* raw = msg.get();
@@ -186,7 +186,7 @@ TEST(ArenaRespMsgTest, MessageObservedByAWeakPtrFromAnEarlierUseIsStillPooled) {
   EXPECT_EQ(after.pooled, 1u);
 }
 
-TEST(ArenaRespMsgTest, FreedMessageKeepsItsMemoryWhileAnObserverRemains) {
+TEST(ArenaRespMsg, FreedMessageKeepsItsMemoryWhileAnObserverRemains) {
   PoolEmptier emptier;
   auto msg = ArenaRespMsg::createResponse(gnmi::Path(), 0).msg;
   std::weak_ptr<ArenaRespMsg> observer = msg;
@@ -201,7 +201,7 @@ TEST(ArenaRespMsgTest, FreedMessageKeepsItsMemoryWhileAnObserverRemains) {
 // ---------------------------------------------------------------------------
 // The created response
 
-TEST(ArenaRespMsgTest, CreateResponseStampsAndPrefixesAnUpdateOnTheArena) {
+TEST(ArenaRespMsg, CreateResponseStampsAndPrefixesAnUpdateOnTheArena) {
   const gnmi::Path prefix = strToPath("/interfaces/interface[name=eth0]");
   auto [msg, notification] = ArenaRespMsg::createResponse(prefix, 1234567890123);
   ASSERT_NE(msg->response, nullptr);
@@ -219,7 +219,7 @@ TEST(ArenaRespMsgTest, CreateResponseStampsAndPrefixesAnUpdateOnTheArena) {
   EXPECT_NE(std::get_deleter<ArenaRespMsg::Deleter>(msg), nullptr);
 }
 
-TEST(ArenaRespMsgTest, ReusedMessageCarriesNothingOfItsPreviousUse) {
+TEST(ArenaRespMsg, ReusedMessageCarriesNothingOfItsPreviousUse) {
   PoolEmptier emptier;
   auto [msg, notification] = ArenaRespMsg::createResponse(strToPath("/p[k=v]/q"), 42);
   Utils::pushUpdate(strToPath("/x"), notification, int64_t{5}, &gnmi::TypedValue::set_int_val);
@@ -248,7 +248,7 @@ TEST(ArenaRespMsgTest, ReusedMessageCarriesNothingOfItsPreviousUse) {
   EXPECT_EQ(again.msg->toString(), "timestamp:7 prefix:/r ");
 }
 
-TEST(ArenaRespMsgTest, PooledMessageKeepsOnlyItsFirstBlock) {
+TEST(ArenaRespMsg, PooledMessageKeepsOnlyItsFirstBlock) {
   PoolEmptier emptier;
   auto [msg, notification] = ArenaRespMsg::createResponse(strToPath("/a/b/c"), 1);
   for (int i = 0; i < 50; ++i) {
@@ -279,7 +279,7 @@ uint64_t blocksBeyondFirst(uint64_t spaceAllocated) {
   return blocks;
 }
 
-TEST(ArenaRespMsgTest, RecyclingCostsNoHeapAllocationBeyondTheArenaBlocks) {
+TEST(ArenaRespMsg, RecyclingCostsNoHeapAllocationBeyondTheArenaBlocks) {
   PoolEmptier emptier;
   const gnmi::Path prefix = strToPath("/interfaces/interface[name=eth0]/state");
   const gnmi::Path path = strToPath("/counters/in-octets");
@@ -301,7 +301,7 @@ TEST(ArenaRespMsgTest, RecyclingCostsNoHeapAllocationBeyondTheArenaBlocks) {
   EXPECT_EQ(allocations, blocksBeyondFirst(measured));
 }
 
-TEST(ArenaRespMsgTest, BuildingAMessageAllocatesOnlyTheMessageItself) {
+TEST(ArenaRespMsg, BuildingAMessageAllocatesOnlyTheMessageItself) {
   PoolEmptier emptier;
   const uint64_t before = OstrelTest::heapAllocationCount();
   auto created = ArenaRespMsg::createResponse(gnmi::Path(), 0);
@@ -314,9 +314,9 @@ TEST(ArenaRespMsgTest, BuildingAMessageAllocatesOnlyTheMessageItself) {
 // ---------------------------------------------------------------------------
 // toString
 
-class ArenaRespMsgToStringTest : public ::testing::Test {
+class ArenaRespMsgToString : public ::testing::Test {
  protected:
-  ArenaRespMsgToStringTest() {
+  ArenaRespMsgToString() {
     auto created = ArenaRespMsg::createResponse(strToPath("/p"), 11);
     msg_ = created.msg;
     notification_ = created.notification;
@@ -334,25 +334,25 @@ class ArenaRespMsgToStringTest : public ::testing::Test {
   gnmi::Notification* notification_;
 };
 
-TEST_F(ArenaRespMsgToStringTest, Int64FiveAtA) {
+TEST_F(ArenaRespMsgToString, Int64FiveAtA) {
   EXPECT_EQ(oneUpdate(int64_t{5}, &gnmi::TypedValue::set_int_val), "update0 ( path:/a int_val:5 ) ");
 }
 
-TEST_F(ArenaRespMsgToStringTest, NegativeInt) {
+TEST_F(ArenaRespMsgToString, NegativeInt) {
   EXPECT_EQ(oneUpdate(int64_t{-9}, &gnmi::TypedValue::set_int_val), "update0 ( path:/a int_val:-9 ) ");
 }
 
-TEST_F(ArenaRespMsgToStringTest, StringValue) {
+TEST_F(ArenaRespMsgToString, StringValue) {
   EXPECT_EQ(oneUpdate(std::string("eth0"), &gnmi::TypedValue::set_string_val<std::string>),
             "update0 ( path:/a string_val:eth0 ) ");
 }
 
-TEST_F(ArenaRespMsgToStringTest, UintValue) {
+TEST_F(ArenaRespMsgToString, UintValue) {
   EXPECT_EQ(oneUpdate(uint64_t{18446744073709551615u}, &gnmi::TypedValue::set_uint_val),
             "update0 ( path:/a uint_val:18446744073709551615 ) ");
 }
 
-TEST_F(ArenaRespMsgToStringTest, BoolValues) {
+TEST_F(ArenaRespMsgToString, BoolValues) {
   EXPECT_EQ(oneUpdate(true, &gnmi::TypedValue::set_bool_val),
             "update0 ( path:/a bool_val:true ) ");
   Utils::pushUpdate(strToPath("/b"), notification_, false, &gnmi::TypedValue::set_bool_val);
@@ -361,47 +361,47 @@ TEST_F(ArenaRespMsgToStringTest, BoolValues) {
             "update1 ( path:/b bool_val:false ) ");
 }
 
-TEST_F(ArenaRespMsgToStringTest, BytesValue) {
+TEST_F(ArenaRespMsgToString, BytesValue) {
   EXPECT_EQ(oneUpdate(std::string("raw"), &gnmi::TypedValue::set_bytes_val<std::string>),
             "update0 ( path:/a bytes_val:raw ) ");
 }
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-TEST_F(ArenaRespMsgToStringTest, FloatValueInShortestForm) {
+TEST_F(ArenaRespMsgToString, FloatValueInShortestForm) {
   EXPECT_EQ(oneUpdate(0.1f, &gnmi::TypedValue::set_float_val),
             "update0 ( path:/a float_val:0.1 ) ");
 }
 #pragma GCC diagnostic pop
 
-TEST_F(ArenaRespMsgToStringTest, JsonValue) {
+TEST_F(ArenaRespMsgToString, JsonValue) {
   EXPECT_EQ(oneUpdate(std::string("{\"x\":1}"), &gnmi::TypedValue::set_json_val<std::string>),
             "update0 ( path:/a json_val:{\"x\":1} ) ");
 }
 
-TEST_F(ArenaRespMsgToStringTest, JsonIetfValue) {
+TEST_F(ArenaRespMsgToString, JsonIetfValue) {
   EXPECT_EQ(oneUpdate(std::string("[1]"), &gnmi::TypedValue::set_json_ietf_val<std::string>),
             "update0 ( path:/a json_ietf_val:[1] ) ");
 }
 
-TEST_F(ArenaRespMsgToStringTest, AsciiValue) {
+TEST_F(ArenaRespMsgToString, AsciiValue) {
   EXPECT_EQ(oneUpdate(std::string("abc"), &gnmi::TypedValue::set_ascii_val<std::string>),
             "update0 ( path:/a ascii_val:abc ) ");
 }
 
-TEST_F(ArenaRespMsgToStringTest, ProtoBytesValue) {
+TEST_F(ArenaRespMsgToString, ProtoBytesValue) {
   EXPECT_EQ(oneUpdate(std::string("pb"), &gnmi::TypedValue::set_proto_bytes<std::string>),
             "update0 ( path:/a proto_bytes:pb ) ");
 }
 
-TEST_F(ArenaRespMsgToStringTest, DoubleIsUnsupportedWithCase14) {
+TEST_F(ArenaRespMsgToString, DoubleIsUnsupportedWithCase14) {
   EXPECT_EQ(oneUpdate(2.5, &gnmi::TypedValue::set_double_val),
             "update0 ( path:/a unsupported value type:14 ) ");
 }
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-TEST_F(ArenaRespMsgToStringTest, DecimalLeafListAndAnyAreUnsupportedWithTheirCases) {
+TEST_F(ArenaRespMsgToString, DecimalLeafListAndAnyAreUnsupportedWithTheirCases) {
   notification_->add_update()->mutable_val()->mutable_decimal_val();
   notification_->add_update()->mutable_val()->mutable_leaflist_val();
   notification_->add_update()->mutable_val()->mutable_any_val();
@@ -415,7 +415,7 @@ TEST_F(ArenaRespMsgToStringTest, DecimalLeafListAndAnyAreUnsupportedWithTheirCas
 }
 #pragma GCC diagnostic pop
 
-TEST_F(ArenaRespMsgToStringTest, UpdatesThenDeletesInOrder) {
+TEST_F(ArenaRespMsgToString, UpdatesThenDeletesInOrder) {
   Utils::pushUpdate(strToPath("/a[k=1]"), notification_, int64_t{1}, &gnmi::TypedValue::set_int_val);
   Utils::pushUpdate(strToPath("/b"), notification_, uint64_t{2}, &gnmi::TypedValue::set_uint_val);
   Utils::pushDelete(*notification_, strToPath("/c"));
@@ -425,33 +425,33 @@ TEST_F(ArenaRespMsgToStringTest, UpdatesThenDeletesInOrder) {
             "update1 ( path:/b uint_val:2 ) delete0 ( path:/c ) delete1 ( path:/d/e ) ");
 }
 
-TEST_F(ArenaRespMsgToStringTest, HeaderOnlyForAnEmptyNotification) {
+TEST_F(ArenaRespMsgToString, HeaderOnlyForAnEmptyNotification) {
   EXPECT_EQ(msg_->toString(), "timestamp:11 prefix:/p ");
 }
 
-TEST_F(ArenaRespMsgToStringTest, NoResponseIsNullptr) {
+TEST_F(ArenaRespMsgToString, NoResponseIsNullptr) {
   gnmi::SubscribeResponse* saved = msg_->response;
   msg_->response = nullptr;
   EXPECT_EQ(msg_->toString(), "nullptr");
   msg_->response = saved;
 }
 
-TEST_F(ArenaRespMsgToStringTest, TrueSyncResponse) {
+TEST_F(ArenaRespMsgToString, TrueSyncResponse) {
   msg_->response->set_sync_response(true);
   EXPECT_EQ(msg_->toString(), "sync_response");
 }
 
-TEST_F(ArenaRespMsgToStringTest, FalseSyncResponseIsUnsupported) {
+TEST_F(ArenaRespMsgToString, FalseSyncResponseIsUnsupported) {
   msg_->response->set_sync_response(false);
   EXPECT_EQ(msg_->toString(), "unsupported response");
 }
 
-TEST_F(ArenaRespMsgToStringTest, NoResponseChoiceIsUnsupported) {
+TEST_F(ArenaRespMsgToString, NoResponseChoiceIsUnsupported) {
   msg_->response->clear_response();
   EXPECT_EQ(msg_->toString(), "unsupported response");
 }
 
-TEST_F(ArenaRespMsgToStringTest, FormatterPrintsHandlesAndMessages) {
+TEST_F(ArenaRespMsgToString, FormatterPrintsHandlesAndMessages) {
   Utils::pushUpdate(strToPath("/a"), notification_, int64_t{5}, &gnmi::TypedValue::set_int_val);
   EXPECT_EQ(fmt::format("{}", msg_), msg_->toString());
   EXPECT_EQ(fmt::format("{}", *msg_), msg_->toString());

@@ -159,7 +159,7 @@ Totals run(const Workload& work) {
   return {creates.load(), releases.load()};
 }
 
-TEST(ArenaPoolThreadTest, CountersBalanceWhileThreadsCreateAndRelease) {
+TEST(ArenaPoolThread, CountersBalanceWhileThreadsCreateAndRelease) {
   const PoolCounters before = poolCounters();
   ASSERT_EQ(before.msgs, before.pooled);  // nothing is held between tests
 
@@ -177,7 +177,7 @@ TEST(ArenaPoolThreadTest, CountersBalanceWhileThreadsCreateAndRelease) {
   EXPECT_LE(after.msgs, 2000u);
 }
 
-TEST(ArenaPoolThreadTest, CountersBalanceWhenASmallPoolOverflows) {
+TEST(ArenaPoolThread, CountersBalanceWhenASmallPoolOverflows) {
   // Start from an empty pool so that the small limit is what bounds it.
   {
     std::vector<ArenaRespMsgPtr> all;

@@ -26,7 +26,7 @@ namespace Utils = Ostrel::VekGnmiUtils;
 // ---------------------------------------------------------------------------
 // populateTimestamp
 
-TEST(VekGnmiUtilsTest, PopulateTimestampSetsOnlyTheTimestamp) {
+TEST(VekGnmiUtils, PopulateTimestampSetsOnlyTheTimestamp) {
   gnmi::Notification notification;
   Utils::pushUpdate(strToPath("/a"), &notification, int64_t{1}, &gnmi::TypedValue::set_int_val);
   notification.mutable_prefix()->CopyFrom(strToPath("/p"));
@@ -41,7 +41,7 @@ TEST(VekGnmiUtilsTest, PopulateTimestampSetsOnlyTheTimestamp) {
 // ---------------------------------------------------------------------------
 // pushUpdate
 
-TEST(VekGnmiUtilsTest, PushUpdateAppendsPathAndValue) {
+TEST(VekGnmiUtils, PushUpdateAppendsPathAndValue) {
   gnmi::Notification notification;
   const gnmi::Path path = strToPath("/interfaces/interface[name=eth0]/mtu");
   Utils::pushUpdate(path, &notification, uint64_t{1500}, &gnmi::TypedValue::set_uint_val);
@@ -55,7 +55,7 @@ TEST(VekGnmiUtilsTest, PushUpdateAppendsPathAndValue) {
   EXPECT_EQ(notification.update(1).val().int_val(), 7);
 }
 
-TEST(VekGnmiUtilsTest, PushUpdateTakesStringSettersByReferenceOrByMove) {
+TEST(VekGnmiUtils, PushUpdateTakesStringSettersByReferenceOrByMove) {
   gnmi::Notification notification;
   const std::string name = "eth0";
   Utils::pushUpdate(strToPath("/n"), &notification, name,
@@ -71,7 +71,7 @@ TEST(VekGnmiUtilsTest, PushUpdateTakesStringSettersByReferenceOrByMove) {
   EXPECT_TRUE(notification.update(2).val().bool_val());
 }
 
-TEST(VekGnmiUtilsTest, PushUpdateWithATargetAddsNoUpdate) {
+TEST(VekGnmiUtils, PushUpdateWithATargetAddsNoUpdate) {
   gnmi::Notification notification;
   Utils::pushUpdate(strToPath("/list"), &notification, 0, &gnmi::TypedValue::set_int_val);
   gnmi::TypedValue* leafList = notification.mutable_update(0)->mutable_val();
@@ -86,7 +86,7 @@ TEST(VekGnmiUtilsTest, PushUpdateWithATargetAddsNoUpdate) {
   EXPECT_EQ(notification.update(0).val().leaflist_val().element(2).int_val(), 12);
 }
 
-TEST(VekGnmiUtilsTest, PushUpdateWithATargetNeedsNoNotification) {
+TEST(VekGnmiUtils, PushUpdateWithATargetNeedsNoNotification) {
   gnmi::TypedValue value;
   Utils::pushUpdate(gnmi::Path(), nullptr, std::string("x"),
                     &gnmi::TypedValue::set_ascii_val<std::string>, &value);
@@ -96,7 +96,7 @@ TEST(VekGnmiUtilsTest, PushUpdateWithATargetNeedsNoNotification) {
 // ---------------------------------------------------------------------------
 // pushDelete
 
-TEST(VekGnmiUtilsTest, PushDeleteAppendsCopiesInOrder) {
+TEST(VekGnmiUtils, PushDeleteAppendsCopiesInOrder) {
   gnmi::Notification notification;
   gnmi::Path first = strToPath("/a[k=1]");
   Utils::pushDelete(notification, first);
@@ -111,24 +111,24 @@ TEST(VekGnmiUtilsTest, PushDeleteAppendsCopiesInOrder) {
 // ---------------------------------------------------------------------------
 // requestTypeToFlags
 
-TEST(VekGnmiUtilsTest, RequestTypesGiveTheirFlagBits) {
+TEST(VekGnmiUtils, RequestTypesGiveTheirFlagBits) {
   EXPECT_EQ(Ostrel::toBits(Utils::requestTypeToFlags(RequestType{0})), 2u);
   EXPECT_EQ(Ostrel::toBits(Utils::requestTypeToFlags(RequestType{1})), 4u);
   EXPECT_EQ(Ostrel::toBits(Utils::requestTypeToFlags(RequestType{2})), 6u);
 }
 
-TEST(VekGnmiUtilsTest, RequestTypeTwoIsTheUnionOfZeroAndOne) {
+TEST(VekGnmiUtils, RequestTypeTwoIsTheUnionOfZeroAndOne) {
   EXPECT_EQ(Utils::requestTypeToFlags(RequestType{2}),
             Utils::requestTypeToFlags(RequestType{0}) | Utils::requestTypeToFlags(RequestType{1}));
 }
 
-TEST(VekGnmiUtilsTest, UnknownRequestTypeIsFatal) {
+TEST(VekGnmiUtils, UnknownRequestTypeIsFatal) {
   EXPECT_FATAL(Utils::requestTypeToFlags(RequestType{3}), "Unrecognized request type:3");
   EXPECT_FATAL(Utils::requestTypeToFlags(RequestType{4294967295u}),
                "Unrecognized request type:4294967295");
 }
 
-TEST(VekGnmiUtilsTest, UnknownRequestTypeIsRaisedUnderTheUtilsHandle) {
+TEST(VekGnmiUtils, UnknownRequestTypeIsRaisedUnderTheUtilsHandle) {
   const Zolt::FatalError error =
       OstrelTest::catchFatal([] { Utils::requestTypeToFlags(RequestType{7}); });
   EXPECT_EQ(error.handle, "OstrelVekGnmiUtils");
@@ -139,26 +139,26 @@ TEST(VekGnmiUtilsTest, UnknownRequestTypeIsRaisedUnderTheUtilsHandle) {
 // ---------------------------------------------------------------------------
 // stringVecJoin
 
-TEST(VekGnmiUtilsTest, JoinOfNoPartsIsEmpty) {
+TEST(VekGnmiUtils, JoinOfNoPartsIsEmpty) {
   EXPECT_EQ(Utils::stringVecJoin({}, ","), "");
 }
 
-TEST(VekGnmiUtilsTest, JoinOfOnePartIsThatPartWithoutSeparator) {
+TEST(VekGnmiUtils, JoinOfOnePartIsThatPartWithoutSeparator) {
   EXPECT_EQ(Utils::stringVecJoin({"alone"}, ", "), "alone");
   EXPECT_EQ(Utils::stringVecJoin({""}, ", "), "");
 }
 
-TEST(VekGnmiUtilsTest, JoinPutsSeparatorsOnlyBetweenParts) {
+TEST(VekGnmiUtils, JoinPutsSeparatorsOnlyBetweenParts) {
   EXPECT_EQ(Utils::stringVecJoin({"a", "b", "c"}, ", "), "a, b, c");
   EXPECT_EQ(Utils::stringVecJoin({"a", "b"}, ""), "ab");
 }
 
-TEST(VekGnmiUtilsTest, JoinKeepsEmptyParts) {
+TEST(VekGnmiUtils, JoinKeepsEmptyParts) {
   EXPECT_EQ(Utils::stringVecJoin({"", ""}, ","), ",");
   EXPECT_EQ(Utils::stringVecJoin({"a", "", "c", ""}, "/"), "a//c/");
 }
 
-TEST(VekGnmiUtilsTest, JoinLeavesTheCallersVectorAlone) {
+TEST(VekGnmiUtils, JoinLeavesTheCallersVectorAlone) {
   const std::vector<std::string> parts = {"x", "y"};
   EXPECT_EQ(Utils::stringVecJoin(parts, "-"), "x-y");
   EXPECT_EQ(parts, (std::vector<std::string>{"x", "y"}));
@@ -177,7 +177,7 @@ static_assert(static_cast<uint8_t>(WalkResult::Done) == 0);
 static_assert(static_cast<uint8_t>(WalkResult::RouterFull) == 1);
 static_assert(static_cast<uint8_t>(WalkResult::QuantaExceeded) == 2);
 
-TEST(VekGnmiUtilsTest, IdsCompareAndHashByValue) {
+TEST(VekGnmiUtils, IdsCompareAndHashByValue) {
   EXPECT_EQ(WalkId(5), WalkId(5));
   EXPECT_NE(WalkId(5), WalkId(6));
   EXPECT_LT(SyncId(1), SyncId(2));
@@ -189,20 +189,20 @@ TEST(VekGnmiUtilsTest, IdsCompareAndHashByValue) {
   EXPECT_EQ(ids.size(), 2u);
 }
 
-TEST(VekGnmiUtilsTest, IdsPrintInDecimalAndPairsWithAColon) {
+TEST(VekGnmiUtils, IdsPrintInDecimalAndPairsWithAColon) {
   EXPECT_EQ(fmt::format("{}", WalkId(18446744073709551615ull)), "18446744073709551615");
   EXPECT_EQ(fmt::format("{}", SyncId(0)), "0");
   EXPECT_EQ(fmt::format("{}", std::make_pair(SyncId(12), WalkId(34))), "12:34");
 }
 
-TEST(VekGnmiUtilsTest, FlagsPrintAsBitsMostSignificantFirst) {
+TEST(VekGnmiUtils, FlagsPrintAsBitsMostSignificantFirst) {
   EXPECT_EQ(fmt::format("{}", Utils::requestTypeToFlags(RequestType{2})),
             "00000000000000000000000000000110");
   EXPECT_EQ(fmt::format("{}", WalkerFlags{0x80000001u}), "10000000000000000000000000000001");
   EXPECT_EQ(fmt::format("{}", WalkerFlags::None), std::string(32, '0'));
 }
 
-TEST(VekGnmiUtilsTest, FlagOperators) {
+TEST(VekGnmiUtils, FlagOperators) {
   WalkerFlags flags = WalkerFlags::SuppressPush | WalkerFlags::SkipWalk;
   EXPECT_EQ(Ostrel::toBits(flags), 17u);
   EXPECT_TRUE(Ostrel::hasAny(flags, WalkerFlags::SkipWalk));
@@ -213,7 +213,7 @@ TEST(VekGnmiUtilsTest, FlagOperators) {
   EXPECT_EQ(Ostrel::toBits(flags), 80u);
 }
 
-TEST(VekGnmiUtilsTest, WalkResultsAndRequestTypesPrint) {
+TEST(VekGnmiUtils, WalkResultsAndRequestTypesPrint) {
   EXPECT_EQ(fmt::format("{}", WalkResult::QuantaExceeded), "QuantaExceeded");
   EXPECT_EQ(fmt::format("{}", WalkResult{9}), "9");
   EXPECT_EQ(fmt::format("{}", RequestType{2}), "2");
