@@ -32,7 +32,8 @@ TEST(VekDir, DirectoriesNestAndNameTheirEntities) {
   Ptr<Dir> a = root->dirNew("a");
   Ptr<Dir> b = a->dirNew("b");
   Ptr<Entity> c = b->childNew(types().chassis, "c");
-  EXPECT_EQ(c->fullName(), "a.b.c");
+  EXPECT_EQ(c->fullName(), "/a/b/c");
+  EXPECT_EQ(c->dottedName(), "a.b.c");
   EXPECT_EQ(c->strRep(), "entity('a.b.c')");
   EXPECT_EQ(b->type(), Dir::dirType());
   EXPECT_EQ(root->fullName(), "");

@@ -10,11 +10,13 @@ using OstrelTest::Sample::buildTree;
 using OstrelTest::Sample::name;
 using OstrelTest::Sample::types;
 
-TEST(VekEntity, FullNameJoinsNamesFromTheRoot) {
+TEST(VekEntity, FullNameIsThePathTextFromTheRoot) {
   auto tree = buildTree();
-  EXPECT_EQ(tree.device->fullName(), "devices.dev1");
-  EXPECT_EQ(tree.eth0->fullName(), "devices.dev1.eth0");
-  EXPECT_EQ(tree.device->entity("chassis")->fullName(), "devices.dev1.chassis");
+  EXPECT_EQ(tree.device->fullName(), "/devices/dev1");
+  EXPECT_EQ(tree.eth0->fullName(), "/devices/dev1/eth0");
+  EXPECT_EQ(tree.device->entity("chassis")->fullName(), "/devices/dev1/chassis");
+  EXPECT_EQ(tree.root->fullName(), "");
+  EXPECT_EQ(tree.device->dottedName(), "devices.dev1");
   EXPECT_EQ(tree.eth0->strRep(), "entity('devices.dev1.eth0')");
   EXPECT_EQ(tree.eth0->name().stdString(), "eth0");
   EXPECT_EQ(tree.eth0->parent(), tree.device.ptr());
@@ -23,7 +25,9 @@ TEST(VekEntity, FullNameJoinsNamesFromTheRoot) {
 TEST(VekEntity, RootNameIsKeptWhenNamed) {
   Ptr<Entity> root = Entity::rootNew(types().device, "a");
   Ptr<Entity> intf = root->entityNew("interfaces", name("b"));
-  EXPECT_EQ(intf->fullName(), "a.b");
+  EXPECT_EQ(intf->fullName(), "/a/b");
+  EXPECT_EQ(root->fullName(), "/a");
+  EXPECT_EQ(intf->strRep(), "entity('a.b')");
   EXPECT_FALSE(root->isOrphan());
 }
 
@@ -161,7 +165,7 @@ TEST(VekEntity, JsonOfOtherAttributesIsRendered) {
   EXPECT_EQ(intf.attr("addresses").genericIfGnmiJsonStrep(tree.eth0),
             R"({"10.0.0.1":{"prefixLength":24,"origin":"static"},)"
             R"("192.168.1.1":{"prefixLength":16,"origin":"dhcp"}})");
-  EXPECT_EQ(intf.attr("peer").genericIfGnmiJsonStrep(tree.eth0), R"("devices.dev1.eth1")");
+  EXPECT_EQ(intf.attr("peer").genericIfGnmiJsonStrep(tree.eth0), R"("/devices/dev1/eth1")");
   EXPECT_EQ(intf.attr("status").genericIfGnmiJsonStrep(tree.eth0), R"("up")");
 }
 

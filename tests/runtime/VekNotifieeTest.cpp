@@ -279,7 +279,7 @@ TEST(VekNotifiee, ZeroReferencesMayDropTheNotifieeAndTouchTheEntity) {
   };
   const int64_t entitiesBefore = Entity::allocTrackInfo().liveObjects();
   e = nullptr;
-  EXPECT_EQ(seenName, "c");
+  EXPECT_EQ(seenName, "/c");
   EXPECT_FALSE(r);
   EXPECT_EQ(Entity::allocTrackInfo().liveObjects(), entitiesBefore - 1);
 }

@@ -79,10 +79,10 @@ TEST(VekType, AttributesComeInDeclarationOrder) {
   for (VekTypeBase::AttributeQIterator it(types().interface); it; ++it) names.push_back((*it)->name());
   EXPECT_EQ(names, (std::vector<std::string>{"name", "mtu", "status", "description", "enabled",
                                              "counters", "peer", "addresses", "vlans", "config"}));
-  EXPECT_EQ(types().interface->attr("mtu")->id(), 2);
-  EXPECT_EQ(types().interface->attr(2)->name(), "mtu");
+  EXPECT_EQ(types().interface->attr("mtu")->id(), AttributeId(2));
+  EXPECT_EQ(types().interface->attr(AttributeId(2))->name(), "mtu");
   EXPECT_FALSE(types().interface->attr("nope"));
-  EXPECT_FALSE(types().interface->attr(99));
+  EXPECT_FALSE(types().interface->attr(AttributeId(99)));
 }
 
 TEST(VekType, AttributeCursorResumesFromSavedPosition) {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -13,8 +14,25 @@
 namespace Vek {
 
 // Identifies an attribute within its type. Ids start at 1 in declaration
-// order; the runtime reports every change with the positive id.
-using AttributeId = int32_t;
+// order; the runtime reports every change with the positive id, and
+// notifiees may pass a negated id on. A type of its own, so that an integer
+// never silently selects an attribute by id: `VekTypeBase::attr(1)` looks up
+// the enumerator of value 1, `attr(AttributeId{1})` the first attribute.
+class AttributeId {
+ public:
+  constexpr AttributeId() = default;
+  constexpr explicit AttributeId(int32_t value) : value_(value) {}
+
+  constexpr int32_t value() const { return value_; }
+  // The id without a sign: the attribute a negated id refers to.
+  constexpr AttributeId abs() const { return AttributeId(value_ < 0 ? -value_ : value_); }
+
+  friend constexpr bool operator==(AttributeId, AttributeId) = default;
+  friend constexpr auto operator<=>(AttributeId, AttributeId) = default;
+
+ private:
+  int32_t value_ = 0;
+};
 
 // A text value. Holds its bytes in a std::string.
 class String {
@@ -114,6 +132,35 @@ constexpr BuiltinCode builtinCodeOf() {
   else return BuiltinCode::None;
 }
 
+// Calls `fn(std::type_identity<T>{})` with the C++ type T of a builtin code
+// and returns what it returns: the one table from builtin codes to C++ types,
+// for every code that turns values into something else and back. A code
+// without a type (None, or a number no builtin has) is a fatal error of the
+// runtime.
+[[noreturn]] VEK_EXPORT void unknownBuiltinCode(BuiltinCode code);
+template <typename Fn>
+decltype(auto) visitBuiltin(BuiltinCode code, Fn&& fn) {
+  switch (code) {
+    case BuiltinCode::UnsignedChar: return fn(std::type_identity<unsigned char>{});
+    case BuiltinCode::SignedChar: return fn(std::type_identity<signed char>{});
+    case BuiltinCode::UnsignedShort: return fn(std::type_identity<unsigned short>{});
+    case BuiltinCode::Short: return fn(std::type_identity<short>{});
+    case BuiltinCode::UnsignedInt: return fn(std::type_identity<unsigned int>{});
+    case BuiltinCode::Int: return fn(std::type_identity<int>{});
+    case BuiltinCode::UnsignedLongLong: return fn(std::type_identity<unsigned long long>{});
+    case BuiltinCode::LongLong: return fn(std::type_identity<long long>{});
+    case BuiltinCode::Bool: return fn(std::type_identity<bool>{});
+    case BuiltinCode::Char: return fn(std::type_identity<char>{});
+    case BuiltinCode::Float: return fn(std::type_identity<float>{});
+    case BuiltinCode::Double: return fn(std::type_identity<double>{});
+    case BuiltinCode::String: return fn(std::type_identity<String>{});
+    case BuiltinCode::Bytes: return fn(std::type_identity<Bytes>{});
+    case BuiltinCode::Seconds: return fn(std::type_identity<Seconds>{});
+    case BuiltinCode::None: break;
+  }
+  unknownBuiltinCode(code);
+}
+
 // The kind code of a type descriptor. Entities are 0; a collection key whose
 // type is neither an entity nor a builtin is a composite key.
 enum class TypeKind : uint8_t {
@@ -150,3 +197,10 @@ inline constexpr uint32_t ENUMERATOR = 0x200;
 }  // namespace AttrFlag
 
 }  // namespace Vek
+
+template <>
+struct std::hash<Vek::AttributeId> {
+  size_t operator()(Vek::AttributeId id) const noexcept {
+    return std::hash<int32_t>{}(id.value());
+  }
+};

@@ -23,6 +23,15 @@ struct fmt::formatter<Vek::VekAttr> : fmt::formatter<std::string_view> {
   }
 };
 
+// An attribute id prints as its number.
+template <>
+struct fmt::formatter<Vek::AttributeId> : fmt::formatter<int32_t> {
+  template <typename Ctx>
+  auto format(Vek::AttributeId id, Ctx& ctx) const {
+    return fmt::formatter<int32_t>::format(id.value(), ctx);
+  }
+};
+
 template <>
 struct fmt::formatter<Vek::String> : fmt::formatter<std::string_view> {
   template <typename Ctx>

@@ -1,15 +1,12 @@
-// `Vek::GenericIf`: the reflective handle of an entity or value; keyed
-// collections (`Vek::Collection`) and their mutation-tolerant iterator.
+// `Vek::GenericIf`: the reflective handle of an entity or value, its
+// notifiee base and its raw view. Collections are in Vek/Collection.h.
 #pragma once
 
-#include <map>
 #include <string>
 
 #include "Vek/Type.h"
 
 namespace Vek {
-
-class Collection;
 
 // A reflective handle on one entity or value object: it knows its type and
 // where the object's representation lives. Entities are their own handles;
@@ -125,73 +122,6 @@ class VEK_EXPORT GenericIfRaw {
  private:
   explicit GenericIfRaw(const GenericIf* gif) : gif_(gif) {}
   const GenericIf* gif_;
-};
-
-// Orders the keys of one collection by value (entities by creation order).
-struct VEK_EXPORT CollectionKeyLess {
-  using is_transparent = void;
-  bool operator()(const GenericIf* a, const GenericIf* b) const;
-};
-
-// The members of one collection or array attribute of one object, ordered by
-// key. Keys are immutable copies owned by the collection; every change bumps
-// `version()`, which lets iterators notice it.
-class VEK_EXPORT Collection : public PtrInterface {
- public:
-  using Map = std::map<Ptr<GenericIf const>, Ptr<GenericIf>, CollectionKeyLess>;
-
-  explicit Collection(const VekAttrBase& attr);
-  ~Collection() override;
-
-  const VekAttrBase& attr() const { return *attr_; }
-  const Map& members() const { return members_; }
-  size_t size() const { return members_.size(); }
-  uint64_t version() const { return version_; }
-
-  // The member at `key`, or null.
-  GenericIf* find(const GenericIf* key) const;
-  // The stored key equal to `key`, or null.
-  const GenericIf* storedKey(const GenericIf* key) const;
-  // Inserts or replaces; returns the stored key and the previous member.
-  std::pair<const GenericIf*, Ptr<GenericIf>> put(const GenericIf* key, Ptr<GenericIf> member);
-  // Removes `key`; returns the stored key and the member (both null when
-  // absent) so the caller can report the change before they go.
-  std::pair<Ptr<GenericIf const>, Ptr<GenericIf>> erase(const GenericIf* key);
-  // Removes every member; returns them.
-  Map clear();
-
- private:
-  const VekAttrBase* attr_;
-  Map members_;
-  uint64_t version_ = 0;
-};
-
-// An iterator over a collection in ascending key order that survives
-// changes: it holds the last key it returned and, when the collection has
-// changed since, continues with the first key above it. It never dangles,
-// repeats or skips a member that was present throughout. Copyable and
-// movable, so a position can be saved across a pause.
-class VEK_EXPORT CollectionIterator {
- public:
-  CollectionIterator() = default;
-  explicit CollectionIterator(Ptr<Collection const> collection);
-
-  // Whether the iterator is on a member.
-  explicit operator bool() const { return static_cast<bool>(key_); }
-  // Moves to the next member in key order.
-  CollectionIterator& operator++();
-  // The current member's key and value (null past the end).
-  const Ptr<GenericIf const>& key() const { return key_; }
-  Ptr<GenericIf const> ptr() const { return value_; }
-
- private:
-  void load();
-
-  Ptr<Collection const> collection_;
-  Collection::Map::const_iterator position_;
-  uint64_t version_ = 0;
-  Ptr<GenericIf const> key_;
-  Ptr<GenericIf const> value_;
 };
 
 // A new value handle holding `value`, of its builtin type.

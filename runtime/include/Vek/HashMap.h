@@ -56,6 +56,9 @@ class VEK_EXPORT HashMap2018Generic {
   bool erase(const void* key);
   // Removes every entry.
   void clear();
+  // Makes room for `count` entries: no rehash happens until the map holds
+  // more. Never shrinks.
+  void reserve(size_t count);
   size_t size() const { return size_; }
   size_t bucketCount() const { return bucketCount_; }
 
@@ -68,6 +71,7 @@ class VEK_EXPORT HashMap2018Generic {
  private:
   Node* findNode(const void* key, uint32_t hash) const;
   void grow();
+  void rehash(size_t bucketCount);
   void freeNode(Node* node);
 
   const HashMapOps* ops_;
@@ -106,6 +110,7 @@ class HMap {
   V& insert(const K& key, const V& value) { return *static_cast<V*>(map_.insert(&key, &value)); }
   bool erase(const K& key) { return map_.erase(&key); }
   void clear() { map_.clear(); }
+  void reserve(size_t count) { map_.reserve(count); }
   size_t size() const { return map_.size(); }
   bool empty() const { return map_.size() == 0; }
 

@@ -25,6 +25,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include <boost/container/small_vector.hpp>
@@ -78,7 +79,8 @@ class VEK_EXPORT VekAttr {
   bool genericIfExist(const GenericIf* gif, const GenericIf* key = nullptr) const;
   // Stores `value` (copied for scalars; the entity itself for pointers) into
   // this attribute of `gif`, at `key` for a collection (inserting or
-  // replacing the member). A null value clears a pointer. Throws a
+  // replacing the member). A null value clears a pointer; a pointer to an
+  // entity that has left the model (`Entity::isOrphan`) is refused. Throws a
   // `Vek::Exception` when the attribute's check, its read-only flag or the
   // value's type refuses the write; `gif` is then unchanged.
   void genericIfSet(GenericIf* gif, const GenericIf* key, const GenericIf* value) const;
@@ -156,8 +158,12 @@ VEK_EXPORT VekType entityBaseType();
 // bookkeeping of a collection and are not data.
 VEK_EXPORT VekType collectionControlType();
 
-// How an attribute is stored in its owner. Derived from the flags and type.
-enum class AttrStorage : uint8_t { None, Value, Ref, Collection, Name };
+// How an attribute is stored in its owner. Derived from the flags and type:
+// a scalar value in place (Value), an owned child entity (Ref), a pointer to
+// an entity that does not own it (Pointer), a collection or array
+// (Collection), an entity's name (Name), nothing (None: enumerators and
+// collection-control attributes).
+enum class AttrStorage : uint8_t { None, Value, Ref, Collection, Name, Pointer };
 
 // An attribute descriptor: a field of a value or entity type, or an
 // enumerator of an enumeration.
@@ -208,7 +214,7 @@ class VEK_EXPORT VekAttrBase {
  private:
   friend class TypeDef;
   friend class VekTypeBase;
-  AttributeId id_ = 0;
+  AttributeId id_;
   std::string name_;
   const VekTypeBase* owner_ = nullptr;
   VekType type_;
@@ -223,6 +229,12 @@ class VEK_EXPORT VekAttrBase {
 };
 
 // A type descriptor.
+//
+// A type made with `Module::aliasType` is its base type under another name:
+// it keeps its own name, index and flags, and answers every other property
+// (attributes, attribute order and lookups, constructor parameters, value
+// attribute, text form, underlying type, layout) as the end of its alias
+// chain does.
 class VEK_EXPORT VekTypeBase {
  public:
   class AttributeQIterator;
@@ -256,34 +268,37 @@ class VEK_EXPORT VekTypeBase {
   // The type this one aliases directly, or null.
   VekType aliasOf() const { return aliasOf_; }
   // The end of the alias chain: the type itself when it aliases nothing.
-  // Inline: it is on every generic read's path.
-  VekType baseType() const { return aliasOf_ ? aliasOf_->baseType() : VekType(this); }
+  // Inline and O(1): it is on every generic read's path.
+  VekType baseType() const { return base_; }
   // The underlying builtin type of an enumeration; null otherwise.
-  VekType underlyingType() const { return underlying_; }
+  VekType underlyingType() const { return base_->underlying_; }
   // The value attribute: the wrapped value of a wrapper, or null.
-  VekAttr valAttr() const { return valAttr_; }
+  VekAttr valAttr() const { return base_->valAttr_; }
   // Whether the type has its own gNMI text form (`GenericIf::gnmiStrRep`).
-  bool hasGnmiStrRep() const { return static_cast<bool>(formatter_); }
-  const TextFormatter& gnmiFormatter() const { return formatter_; }
-  const TextParser& gnmiParser() const { return parser_; }
+  bool hasGnmiStrRep() const { return static_cast<bool>(base_->formatter_); }
+  const TextFormatter& gnmiFormatter() const { return base_->formatter_; }
+  const TextParser& gnmiParser() const { return base_->parser_; }
   // The constructor parameters of a value type, in order.
-  const std::vector<VekAttr>& ctorParams() const { return ctorParams_; }
+  const std::vector<VekAttr>& ctorParams() const { return base_->ctorParams_; }
 
   // Attributes in declaration order (entities start with "name"; the
   // attributes of an enumeration are its enumerators).
-  size_t attrCount() const { return attrs_.size(); }
+  size_t attrCount() const { return base_->attrs_.size(); }
   VekAttr attrAt(size_t position) const {
-    return position < attrs_.size() ? attrs_[position].get() : nullptr;
+    return position < attrCount() ? base_->attrs_[position].get() : nullptr;
   }
   // The attribute at `position`, which must be below `attrCount()`.
-  const VekAttrBase& attrRefAt(size_t position) const { return *attrs_[position]; }
+  const VekAttrBase& attrRefAt(size_t position) const { return *base_->attrs_[position]; }
+  // The attribute with id `id` (1 is the first), or null.
   VekAttr attr(AttributeId id) const;
+  // The attribute named `name`, or null. Constant time: names are indexed.
   VekAttr attr(std::string_view name) const;
   VekAttr attr(const char* name) const { return attr(std::string_view(name ? name : "")); }
   VekAttr attr(const std::string& name) const { return attr(std::string_view(name)); }
   // The enumerator whose value is `value`, null when there is none. Throws
   // `EnumException` when this is not an enumeration or T is not its
-  // underlying type.
+  // underlying type. An integer argument always means an enumerator value,
+  // never an attribute id (ids are `AttributeId`s).
   template <std::integral T>
   VekAttr attr(T value) const {
     checkEnumValueType(builtinCodeOf<T>());
@@ -319,6 +334,9 @@ class VEK_EXPORT VekTypeBase {
   Module* module_;
   uint32_t index_;
   std::string name_;
+  // The end of the alias chain (this type when it aliases nothing): every
+  // property but name, index and flags is read from it.
+  const VekTypeBase* base_;
   TypeKind kind_;
   BuiltinCode code_ = BuiltinCode::None;
   uint32_t flags_ = 0;
@@ -326,6 +344,8 @@ class VEK_EXPORT VekTypeBase {
   VekType underlying_;
   VekAttr valAttr_;
   std::vector<std::unique_ptr<VekAttrBase>> attrs_;
+  // Attributes by name; the keys view the attributes' own names.
+  std::unordered_map<std::string_view, const VekAttrBase*> attrsByName_;
   std::vector<VekAttr> ctorParams_;
   TextFormatter formatter_;
   TextParser parser_;

@@ -3,6 +3,7 @@
 
 #include "Vek/AllocTrack.h"
 #include "Vek/Basics.h"
+#include "Vek/Collection.h"
 #include "Vek/Entity.h"
 #include "Vek/Exception.h"
 #include "Vek/Format.h"

@@ -76,6 +76,14 @@ void checkMember(const VekAttrBase& attr, const GenericIf* value) {
   }
 }
 
+// Pointers and entity keys may only name entities in the model.
+void checkInModel(const VekAttrBase& attr, const GenericIf* entity) {
+  if (entity && entity->isEntity() && static_cast<const Entity*>(entity)->isOrphan()) {
+    refuse(fmt::format("{} cannot refer to {}: it has left the model", attr.name(),
+                       static_cast<const Entity*>(entity)->fullName()));
+  }
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------- typed access
@@ -134,6 +142,8 @@ Ptr<GenericIf const> VekAttr::genericIfGet(const GenericIf* gif, const GenericIf
       return detail::valueNew(*base_->type(), storageOf(*gif) + base_->offset());
     case AttrStorage::Ref:
       return refSlot(*gif, *base_);
+    case AttrStorage::Pointer:
+      return static_cast<const Entity*>(gif)->pointer(*base_);
     case AttrStorage::Collection: {
       const Collection* c = static_cast<const Entity*>(gif)->collection(*base_, false);
       if (!c || !key) return nullptr;
@@ -155,6 +165,8 @@ bool VekAttr::genericIfExist(const GenericIf* gif, const GenericIf* key) const {
       return true;
     case AttrStorage::Ref:
       return static_cast<bool>(refSlot(*gif, *base_));
+    case AttrStorage::Pointer:
+      return static_cast<const Entity*>(gif)->pointer(*base_) != nullptr;
     case AttrStorage::Collection: {
       const Collection* c = static_cast<const Entity*>(gif)->collection(*base_, false);
       if (!c) return false;
@@ -182,12 +194,13 @@ void VekAttr::genericIfSet(GenericIf* gif, const GenericIf* key, const GenericIf
       checkMember(a, value);
       gif->rawAttrIs(*this, BuiltinCode::None, value->voidPtr());
       return;
-    case AttrStorage::Ref: {
+    case AttrStorage::Pointer: {
       checkMember(a, value);
+      checkInModel(a, value);
       runCheck(a, *gif, nullptr, value);
-      Ptr<GenericIf>& slot = refSlot(*gif, a);
-      if (slot.ptr() == value) return;
-      Ptr<GenericIf> previous = std::exchange(slot, const_cast<GenericIf*>(value));
+      Entity& holder = entityOf(*gif);
+      if (holder.pointer(a) == value) return;
+      holder.pointerSlotIs(a, const_cast<GenericIf*>(value));
       gif->attributeChanged(a, nullptr);
       return;
     }
@@ -197,8 +210,10 @@ void VekAttr::genericIfSet(GenericIf* gif, const GenericIf* key, const GenericIf
         return;
       }
       checkMember(a, value);
+      if (a.isPointer()) checkInModel(a, value);
       Ptr<GenericIf> holder;
       const GenericIf* k = detail::keyFor(a, key, holder);
+      checkInModel(a, k);
       runCheck(a, *gif, k, value);
       Collection* c = entityOf(*gif).collection(a, true);
       if (const GenericIf* current = c->find(k)) {
@@ -209,11 +224,12 @@ void VekAttr::genericIfSet(GenericIf* gif, const GenericIf* key, const GenericIf
       }
       Ptr<GenericIf> member = a.isPointer() ? Ptr<GenericIf>(const_cast<GenericIf*>(value))
                                             : detail::valueNew(*a.type(), value->voidPtr());
-      auto [stored, previous] = c->put(k, std::move(member));
+      auto [stored, previous] = c->put(k, member);
       Ptr<GenericIf const> keepKey(stored);
       gif->attributeChanged(a, stored);
       return;
     }
+    case AttrStorage::Ref:  // refused above: owned entities are made with entityNew
     case AttrStorage::Name:
     case AttrStorage::None:
       break;
@@ -232,10 +248,7 @@ bool VekAttr::genericIfErase(GenericIf* gif, const GenericIf* key) const {
   Collection* c = entityOf(*gif).collection(a, false);
   if (!c || !c->find(k)) return false;
   runCheck(a, *gif, k, nullptr);
-  auto [storedKey, member] = c->erase(k);
-  if (a.isInstantiating()) Entity::disown(member);
-  gif->attributeChanged(a, storedKey);
-  return true;
+  return entityOf(*gif).eraseMember(a, k);
 }
 
 CollectionIterator VekAttr::genericIfIteratorConst(const GenericIf* gif) const {
@@ -273,6 +286,9 @@ std::string VekAttr::genericIfGnmiJsonStrep(const GenericIf* gif) const {
       break;
     case AttrStorage::Ref:
       appendMember(refSlot(*gif, a));
+      break;
+    case AttrStorage::Pointer:
+      appendMember(static_cast<const Entity*>(gif)->pointer(a));
       break;
     case AttrStorage::Collection: {
       const bool isArray = a.isArray();

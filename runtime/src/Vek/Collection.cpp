@@ -1,4 +1,6 @@
 // Keyed collections and their mutation-tolerant iterator.
+#include "Vek/Collection.h"
+
 #include "ValueOps.h"
 #include "Vek/Entity.h"
 
@@ -6,92 +8,190 @@ namespace Vek {
 
 namespace {
 AllocTrackTypeInfo collectionTrack("Vek::Collection");
-}
+
+uint64_t serialOf(const GenericIf* entity) { return static_cast<const Entity*>(entity)->serial(); }
+}  // namespace
 
 bool CollectionKeyLess::operator()(const GenericIf* a, const GenericIf* b) const {
   return detail::compare(*a->type(), a->voidPtr(), b->voidPtr()) < 0;
 }
+bool CollectionKeyLess::operator()(const GenericIf* a, EntityKeyPosition b) const {
+  return serialOf(a) < b.serial;
+}
+bool CollectionKeyLess::operator()(EntityKeyPosition a, const GenericIf* b) const {
+  return a.serial < serialOf(b);
+}
 
-Collection::Collection(const VekAttrBase& attr) : attr_(&attr) {
+Collection::Collection(Entity& owner, const VekAttrBase& attr)
+    : owner_(&owner),
+      attr_(&attr),
+      entityKeyed_(attr.indexType() && attr.indexType()->isEntity()),
+      pointerMembers_(attr.isPointer()) {
   collectionTrack.trackAllocation(sizeof(Collection));
 }
 
-Collection::~Collection() { collectionTrack.trackDeallocation(sizeof(Collection)); }
+Collection::~Collection() {
+  clear();
+  collectionTrack.trackDeallocation(sizeof(Collection));
+}
+
+void Collection::holdKey(const GenericIf* key) {
+  if (entityKeyed_) {
+    Entity::referenceAdded(const_cast<GenericIf*>(key), *owner_, *attr_);
+  } else {
+    key->newRef();
+  }
+}
+
+void Collection::dropKey(const GenericIf* key) {
+  if (entityKeyed_) {
+    if (owner_) Entity::referenceRemoved(const_cast<GenericIf*>(key), *owner_, *attr_);
+  } else {
+    key->deleteRef();
+  }
+}
+
+void Collection::holdMember(GenericIf* member) {
+  if (pointerMembers_) {
+    Entity::referenceAdded(member, *owner_, *attr_);
+  } else {
+    member->newRef();
+  }
+}
+
+void Collection::dropMember(GenericIf* member) {
+  if (pointerMembers_) {
+    if (owner_) Entity::referenceRemoved(member, *owner_, *attr_);
+  } else {
+    member->deleteRef();
+  }
+}
 
 GenericIf* Collection::find(const GenericIf* key) const {
   auto it = members_.find(key);
-  return it == members_.end() ? nullptr : it->second.ptr();
+  return it == members_.end() ? nullptr : it->second;
 }
 
 const GenericIf* Collection::storedKey(const GenericIf* key) const {
   auto it = members_.find(key);
-  return it == members_.end() ? nullptr : it->first.ptr();
+  return it == members_.end() ? nullptr : it->first;
 }
 
-std::pair<const GenericIf*, Ptr<GenericIf>> Collection::put(const GenericIf* key, Ptr<GenericIf> member) {
+std::pair<const GenericIf*, Ptr<GenericIf>> Collection::put(const GenericIf* key, GenericIf* member) {
   ++version_;
   auto it = members_.find(key);
   if (it != members_.end()) {
-    Ptr<GenericIf> previous = std::exchange(it->second, std::move(member));
-    return {it->first.ptr(), std::move(previous)};
+    Ptr<GenericIf> previous(it->second);
+    holdMember(member);
+    it->second = member;
+    dropMember(previous);
+    return {it->first, std::move(previous)};
   }
-  // Keys are stored as private immutable copies, so a caller's later change
-  // of its key object cannot disturb the order. Entities are their own keys.
-  Ptr<GenericIf const> stored =
-      key->isEntity() ? Ptr<GenericIf const>(key) : Ptr<GenericIf const>(detail::valueNew(*key->type(), key->voidPtr()));
-  auto [pos, inserted] = members_.emplace(std::move(stored), std::move(member));
-  (void)inserted;
-  return {pos->first.ptr(), nullptr};
+  // Value keys are stored as private immutable copies, so a caller's later
+  // change of its key object cannot disturb the order. Entities are their
+  // own keys.
+  const GenericIf* stored = key;
+  if (!entityKeyed_) {
+    stored = detail::valueNew(*key->type(), key->voidPtr()).release();
+  } else {
+    holdKey(stored);
+  }
+  holdMember(member);
+  members_.emplace(stored, member);
+  return {stored, nullptr};
 }
 
 std::pair<Ptr<GenericIf const>, Ptr<GenericIf>> Collection::erase(const GenericIf* key) {
   auto it = members_.find(key);
   if (it == members_.end()) return {nullptr, nullptr};
   ++version_;
-  std::pair<Ptr<GenericIf const>, Ptr<GenericIf>> result{it->first, std::move(it->second)};
+  std::pair<Ptr<GenericIf const>, Ptr<GenericIf>> result{it->first, it->second};
+  const GenericIf* stored = it->first;
+  GenericIf* member = it->second;
   members_.erase(it);
+  dropMember(member);
+  dropKey(stored);
   return result;
 }
 
-Collection::Map Collection::clear() {
+void Collection::clear() {
   ++version_;
   Map gone;
   gone.swap(members_);
-  return gone;
+  for (auto& [key, member] : gone) {
+    dropMember(member);
+    dropKey(key);
+  }
 }
+
+void Collection::ownerGone() {
+  clear();
+  owner_ = nullptr;
+}
+
+// ---------------------------------------------------------------- iterator
 
 CollectionIterator::CollectionIterator(Ptr<Collection const> collection)
     : collection_(std::move(collection)) {
   if (collection_) {
-    position_ = collection_->members().begin();
     version_ = collection_->version();
-    load();
+    settle(collection_->members().begin());
   }
 }
 
-void CollectionIterator::load() {
+void CollectionIterator::settle(Collection::Map::const_iterator position) {
+  position_ = position;
+  version_ = collection_->version();
   if (position_ == collection_->members().end()) {
-    key_ = nullptr;
-    value_ = nullptr;
-  } else {
-    key_ = position_->first;
-    value_ = position_->second;
+    atEnd_ = true;
+    onMember_ = false;
+    lastKey_ = nullptr;
+    return;
   }
+  atEnd_ = false;
+  onMember_ = true;
+  if (collection_->entityKeyed()) {
+    lastSerial_ = serialOf(position_->first);
+  } else {
+    lastKey_ = position_->first;
+  }
+}
+
+bool CollectionIterator::relocate() const {
+  if (atEnd_) return false;
+  if (collection_->version() == version_) return onMember_;
+  version_ = collection_->version();
+  const auto& members = collection_->members();
+  position_ = collection_->entityKeyed() ? members.find(EntityKeyPosition{lastSerial_})
+                                         : members.find(lastKey_.ptr());
+  onMember_ = position_ != members.end();
+  return onMember_;
+}
+
+Collection::Map::const_iterator CollectionIterator::after() const {
+  const auto& members = collection_->members();
+  return collection_->entityKeyed() ? members.upper_bound(EntityKeyPosition{lastSerial_})
+                                    : members.upper_bound(lastKey_.ptr());
 }
 
 CollectionIterator& CollectionIterator::operator++() {
-  if (!collection_ || !key_) return *this;
-  if (collection_->version() != version_) {
-    // The collection changed since the last step: the saved position may be
-    // gone, so continue after the last key returned, which this iterator
-    // still holds.
-    position_ = collection_->members().upper_bound(key_.ptr());
-    version_ = collection_->version();
+  if (atEnd_) return *this;
+  if (collection_->version() == version_ && onMember_) {
+    settle(std::next(position_));
   } else {
-    ++position_;
+    // The collection changed since the last step: the saved position may be
+    // gone, so continue after the remembered key.
+    settle(after());
   }
-  load();
   return *this;
+}
+
+Ptr<GenericIf const> CollectionIterator::key() const {
+  return relocate() ? Ptr<GenericIf const>(position_->first) : nullptr;
+}
+
+Ptr<GenericIf const> CollectionIterator::ptr() const {
+  return relocate() ? Ptr<GenericIf const>(position_->second) : nullptr;
 }
 
 }  // namespace Vek

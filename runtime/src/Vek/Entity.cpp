@@ -1,4 +1,7 @@
-// Entities, their ownership tree and change reporting; directories.
+// Entities, their ownership tree, plain references between them and change
+// reporting; directories.
+#include <unordered_map>
+
 #include <boost/container/small_vector.hpp>
 
 #include "ValueOps.h"
@@ -9,7 +12,27 @@ namespace Vek {
 namespace {
 std::atomic<uint64_t> nextSerial{1};
 using NotifieeRound = boost::container::small_vector<PtrInterface::NotifieeConst*, 4>;
+
+// The entities of a subtree, its top first.
+using Subtree = boost::container::small_vector<Entity*, 8>;
 }  // namespace
+
+// The plain references to one entity: for each (holder, attribute), how many
+// slots of that attribute name it (a pointer, pointer-collection members, a
+// key).
+struct Entity::Referrers {
+  struct Site {
+    Entity* holder;
+    const VekAttrBase* attr;
+    bool operator==(const Site&) const = default;
+  };
+  struct SiteHash {
+    size_t operator()(const Site& s) const noexcept {
+      return std::hash<const void*>{}(s.holder) * 31 + std::hash<const void*>{}(s.attr);
+    }
+  };
+  std::unordered_map<Site, uint32_t, SiteHash> counts;
+};
 
 AllocTrackTypeInfo& Entity::allocTrackInfo() {
   static AllocTrackTypeInfo* info = new AllocTrackTypeInfo("Vek::Entity(all)");
@@ -21,8 +44,8 @@ Entity* Entity::make(const VekTypeBase* type, String name) {
     throw TypeMismatchException(
         fmt::format("{} is not a concrete entity type", type ? type->qualifiedName() : "null"));
   }
-  if (VekType(type) == Dir::dirType()) return new Dir(type, std::move(name));
-  if (VekType(type) == Dir::Entry::entryType()) return new Dir::Entry(type, std::move(name));
+  if (type->baseType() == Dir::dirType()) return new Dir(type, std::move(name));
+  if (type->baseType() == Dir::Entry::entryType()) return new Dir::Entry(type, std::move(name));
   return new Entity(type, std::move(name));
 }
 
@@ -37,7 +60,7 @@ Entity::Entity(const VekTypeBase* type, String name)
   }
   char* block = static_cast<char*>(block_);
   for (size_t i = 0; i < type->attrCount(); ++i) {
-    const VekAttrBase& a = *type->attrAt(i);
+    const VekAttrBase& a = type->attrRefAt(i);
     char* at = block + a.offset();
     switch (a.storage()) {
       case AttrStorage::Value:
@@ -49,6 +72,9 @@ Entity::Entity(const VekTypeBase* type, String name)
         break;
       case AttrStorage::Ref:
         new (at) Ptr<GenericIf>();
+        break;
+      case AttrStorage::Pointer:
+        new (at) GenericIf*(nullptr);
         break;
       case AttrStorage::Collection:
         new (at) Ptr<Collection>();
@@ -63,29 +89,29 @@ Entity::Entity(const VekTypeBase* type, String name)
 }
 
 Entity::~Entity() {
+  // Handles taken on this entity from here on must not end it again.
+  zeroRefRunning_ = true;
+  // Pointers and keys held here go first, while the owned entities they may
+  // name are still alive; then the owned entities and the values.
+  releaseReferences();
+  clearReferrers();
   const VekTypeBase& t = *type();
   char* block = static_cast<char*>(block_);
   for (size_t i = 0; i < t.attrCount(); ++i) {
-    const VekAttrBase& a = *t.attrAt(i);
+    const VekAttrBase& a = t.attrRefAt(i);
     char* at = block + a.offset();
     switch (a.storage()) {
       case AttrStorage::Value:
         detail::destroy(*a.type(), at);
         break;
-      case AttrStorage::Ref: {
-        auto* slot = reinterpret_cast<Ptr<GenericIf>*>(at);
-        if (a.isInstantiating()) disown(*slot);
-        slot->~Ptr();
+      case AttrStorage::Ref:
+        reinterpret_cast<Ptr<GenericIf>*>(at)->~Ptr();
         break;
-      }
+      case AttrStorage::Pointer:
+        break;
       case AttrStorage::Collection: {
         auto* slot = reinterpret_cast<Ptr<Collection>*>(at);
-        if (*slot) {
-          Collection::Map gone = (*slot)->clear();
-          if (a.isInstantiating()) {
-            for (auto& [key, member] : gone) disown(member);
-          }
-        }
+        if (*slot) (*slot)->ownerGone();
         slot->~Ptr();
         break;
       }
@@ -104,79 +130,198 @@ Entity::~Entity() {
   allocTrackInfo().trackDeallocation(sizeof(Entity) + t.blockSize());
 }
 
-std::string Entity::fullName() const {
-  std::vector<const Entity*> chain;
-  for (const Entity* e = this; e; e = e->parent_) chain.push_back(e);
-  std::string out;
-  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
-    if ((*it)->name_.empty() && it == chain.rbegin() && chain.size() > 1) continue;
-    if (!out.empty()) out += '.';
-    out += (*it)->name_.stdString();
+namespace {
+
+// Appends `name` to `out`, a backslash before each character special to the
+// path text.
+void appendEscapedName(const std::string& name, std::string& out) {
+  for (const char c : name) {
+    if (c == '/' || c == '[' || c == ']' || c == '\\') out += '\\';
+    out += c;
   }
+}
+
+template <typename Fn>
+void forEachFromRoot(const Entity* entity, Fn&& fn) {
+  boost::container::small_vector<const Entity*, 8> chain;
+  for (const Entity* e = entity; e; e = e->parent()) chain.push_back(e);
+  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+    // An unnamed root contributes nothing.
+    if (it == chain.rbegin() && (*it)->name().empty() && chain.size() > 1) continue;
+    fn(**it);
+  }
+}
+
+}  // namespace
+
+std::string Entity::fullName() const {
+  std::string out;
+  if (!parent_ && name_.empty()) return out;
+  forEachFromRoot(this, [&](const Entity& e) {
+    out += '/';
+    appendEscapedName(e.name().stdString(), out);
+  });
+  return out;
+}
+
+std::string Entity::dottedName() const {
+  std::string out;
+  forEachFromRoot(this, [&](const Entity& e) {
+    if (!out.empty()) out += '.';
+    out += e.name().stdString();
+  });
   return out;
 }
 
 Collection* Entity::collection(const VekAttrBase& attr, bool create) const {
   auto& slot = *reinterpret_cast<Ptr<Collection>*>(static_cast<char*>(block_) + attr.offset());
-  if (!slot && create) slot = new Collection(attr);
+  if (!slot && create) slot = new Collection(*const_cast<Entity*>(this), attr);
   return slot;
 }
 
-void Entity::adopt(Entity* child, const VekAttrBase&) {
+size_t Entity::referenceCount() const {
+  size_t n = 0;
+  if (referrers_) {
+    for (const auto& [site, count] : referrers_->counts) n += count;
+  }
+  return n;
+}
+
+void Entity::referenceAdded(GenericIf* target, Entity& holder, const VekAttrBase& attr) {
+  if (!target || !target->isEntity()) return;
+  auto* e = static_cast<Entity*>(target);
+  if (!e->referrers_) e->referrers_ = std::make_unique<Referrers>();
+  ++e->referrers_->counts[Referrers::Site{&holder, &attr}];
+}
+
+void Entity::referenceRemoved(GenericIf* target, Entity& holder, const VekAttrBase& attr) {
+  if (!target || !target->isEntity()) return;
+  auto* e = static_cast<Entity*>(target);
+  if (!e->referrers_) return;
+  auto& counts = e->referrers_->counts;
+  const auto it = counts.find(Referrers::Site{&holder, &attr});
+  if (it != counts.end() && --it->second == 0) counts.erase(it);
+}
+
+void Entity::pointerSlotIs(const VekAttrBase& attr, GenericIf* target) {
+  auto& slot = *reinterpret_cast<GenericIf**>(static_cast<char*>(block_) + attr.offset());
+  GenericIf* previous = std::exchange(slot, target);
+  referenceAdded(target, *this, attr);
+  referenceRemoved(previous, *this, attr);
+}
+
+void Entity::adopt(Entity* child) {
   child->parent_ = this;
   child->orphan_ = false;
 }
 
-void Entity::disown(GenericIf* member) {
-  if (!member || !member->isEntity()) return;
-  auto* child = static_cast<Entity*>(member);
-  child->parent_ = nullptr;
-  child->orphan_ = true;
-  child->releasePointers();
-}
+namespace {
 
-void Entity::releasePointers() {
-  // A removed entity has left the model with everything it owns: the
-  // references held through pointers (and pointer keys) anywhere in that
-  // subtree go, so that pointers between removed entities, or back up to
-  // an owner, cannot keep them alive. Each clearing is reported like any
-  // other change. Owned children stay until their owner dies.
-  const VekTypeBase& t = *type();
-  boost::container::small_vector<Ptr<GenericIf>, 4> children;
+// Appends `top` and every entity it owns, depth first, owners before what
+// they own.
+void collectSubtree(Entity* top, Subtree& out) {
+  out.push_back(top);
+  const VekTypeBase& t = *top->type();
   for (size_t i = 0; i < t.attrCount(); ++i) {
-    const VekAttrBase& a = *t.attrAt(i);
-    char* at = static_cast<char*>(block_) + a.offset();
+    const VekAttrBase& a = t.attrRefAt(i);
+    if (!a.isInstantiating()) continue;
     if (a.storage() == AttrStorage::Ref) {
-      auto& slot = *reinterpret_cast<Ptr<GenericIf>*>(at);
-      if (a.isInstantiating()) {
-        if (slot) children.push_back(slot);
-      } else if (slot) {
-        Ptr<GenericIf> previous = std::exchange(slot, nullptr);
-        attributeChanged(a, nullptr);
-      }
+      const auto& slot = *reinterpret_cast<const Ptr<GenericIf>*>(static_cast<const char*>(top->block()) +
+                                                                  a.offset());
+      if (slot && slot->isEntity()) collectSubtree(static_cast<Entity*>(slot.ptr()), out);
     } else if (a.storage() == AttrStorage::Collection) {
-      const Collection* c = collection(a, false);
-      if (!c || c->size() == 0) continue;
-      if (a.isInstantiating()) {
-        for (const auto& [key, member] : c->members()) children.push_back(member);
-      } else if (a.isPointer() || a.indexType()->isEntity()) {
-        // Erased one by one, each reported with its key, as an ordinary
-        // erase does; members a notifiee adds meanwhile stay.
-        std::vector<Ptr<GenericIf const>> keys;
-        keys.reserve(c->size());
-        for (const auto& [key, member] : c->members()) keys.push_back(key);
-        for (const auto& key : keys) {
-          Collection* current = collection(a, false);
-          if (!current) break;
-          auto [storedKey, erased] = current->erase(key);
-          if (storedKey) attributeChanged(a, storedKey);
+      if (const Collection* c = top->collection(a, false)) {
+        for (const auto& [key, member] : c->members()) {
+          if (member->isEntity()) collectSubtree(static_cast<Entity*>(member), out);
         }
       }
     }
   }
-  for (const auto& child : children) {
-    if (child->isEntity()) static_cast<Entity*>(child.ptr())->releasePointers();
+}
+
+}  // namespace
+
+void Entity::leave(GenericIf* member) {
+  if (!member || !member->isEntity()) return;
+  auto* top = static_cast<Entity*>(member);
+  Subtree subtree;
+  collectSubtree(top, subtree);
+  // Held while leaving: clearing references reports to notifiees, which may
+  // take and drop handles.
+  boost::container::small_vector<Ptr<Entity>, 8> held(subtree.begin(), subtree.end());
+  for (Entity* e : subtree) e->orphan_ = true;
+  top->parent_ = nullptr;
+  // Orphans report nothing, so the clean-up inside the subtree is silent.
+  for (Entity* e : subtree) e->releaseReferences();
+  for (Entity* e : subtree) e->clearReferrers();
+}
+
+void Entity::releaseReferences() {
+  const VekTypeBase& t = *type();
+  for (size_t i = 0; i < t.attrCount(); ++i) {
+    const VekAttrBase& a = t.attrRefAt(i);
+    if (a.storage() == AttrStorage::Pointer) {
+      if (pointer(a)) {
+        pointerSlotIs(a, nullptr);
+        attributeChanged(a, nullptr);
+      }
+    } else if (a.storage() == AttrStorage::Collection) {
+      // Members that are pointers, or keyed by entities: erased one by one,
+      // each reported with its key as an ordinary erase is (an orphan's
+      // notifiees hear nothing).
+      Collection* c = collection(a, false);
+      if (!c || c->size() == 0 || !(c->entityKeyed() || a.isPointer())) continue;
+      boost::container::small_vector<Ptr<GenericIf const>, 8> keys;
+      for (const auto& [key, member] : c->members()) keys.emplace_back(key);
+      for (const auto& key : keys) eraseMember(a, key);
+    }
   }
+}
+
+void Entity::clearReferrers() {
+  // A notifiee told of a clearing may not point at this entity again (an
+  // orphan is refused as a target), so this ends.
+  while (referrers_ && !referrers_->counts.empty()) {
+    boost::container::small_vector<Referrers::Site, 8> sites;
+    for (const auto& [site, count] : referrers_->counts) sites.push_back(site);
+    for (const Referrers::Site& site : sites) {
+      const Ptr<Entity> holder(site.holder);
+      holder->dropReferencesTo(*site.attr, this);
+    }
+  }
+}
+
+void Entity::dropReferencesTo(const VekAttrBase& attr, Entity* target) {
+  if (attr.storage() == AttrStorage::Pointer) {
+    if (pointer(attr) == target) {
+      pointerSlotIs(attr, nullptr);
+      attributeChanged(attr, nullptr);
+    }
+    return;
+  }
+  Collection* c = collection(attr, false);
+  if (!c) return;
+  boost::container::small_vector<Ptr<GenericIf const>, 4> keys;
+  if (c->entityKeyed() && c->find(target)) keys.emplace_back(target);
+  if (attr.isPointer()) {
+    for (const auto& [key, member] : c->members()) {
+      if (member == target && key != target) keys.emplace_back(key);
+    }
+  }
+  for (const auto& key : keys) eraseMember(attr, key);
+}
+
+bool Entity::eraseMember(const VekAttrBase& attr, const GenericIf* key) {
+  Collection* c = collection(attr, false);
+  if (!c) return false;
+  auto [storedKey, member] = c->erase(key);
+  if (!storedKey) return false;
+  if (attr.isInstantiating()) leave(member);
+  // The member goes before the change is reported; the key stays alive for
+  // the report.
+  member = nullptr;
+  attributeChanged(attr, storedKey);
+  return true;
 }
 
 Ptr<Entity> Entity::entityNew(const VekAttr& attr, const GenericIf* key, VekType type) {
@@ -199,21 +344,28 @@ Ptr<Entity> Entity::entityNew(const VekAttr& attr, const GenericIf* key, VekType
   }
   Ptr<GenericIf> holder;
   const GenericIf* k = key ? detail::keyFor(*attr, key, holder) : nullptr;
+  if (k && k->isEntity() && static_cast<const Entity*>(k)->isOrphan()) {
+    throw TypeMismatchException(fmt::format("{} cannot be keyed by an entity that left the model",
+                                            attr->name()));
+  }
   Ptr<Entity> child = make(type.base(), key ? String(k->strRep()) : String(attr->name()));
   if (attr->check()) {
     std::string message = attr->check()(*this, k, child.ptr());
     if (!message.empty()) throw ValueRejectedException(message);
   }
-  adopt(child, *attr);
+  adopt(child);
   if (!attr->isCollection()) {
     auto& slot = *reinterpret_cast<Ptr<GenericIf>*>(static_cast<char*>(block_) + attr->offset());
     Ptr<GenericIf> previous = std::exchange(slot, Ptr<GenericIf>(child.ptr()));
-    disown(previous);
+    // The replaced child leaves and ends before the owner reports the change.
+    leave(previous);
+    previous = nullptr;
     attributeChanged(*attr, nullptr);
     return child;
   }
-  auto [stored, previous] = collection(*attr, true)->put(k, Ptr<GenericIf>(child.ptr()));
-  disown(previous);
+  auto [stored, previous] = collection(*attr, true)->put(k, child.ptr());
+  leave(previous);
+  previous = nullptr;
   Ptr<GenericIf const> keepKey(stored);
   attributeChanged(*attr, stored);
   return child;
@@ -229,7 +381,8 @@ bool Entity::entityDel(const VekAttr& attr, const GenericIf* key) {
     if (!message.empty()) throw ValueRejectedException(message);
   }
   Ptr<GenericIf> previous = std::exchange(slot, nullptr);
-  disown(previous);
+  leave(previous);
+  previous = nullptr;
   attributeChanged(*attr, nullptr);
   return true;
 }
@@ -298,22 +451,26 @@ void Entity::notifyRound(Fn&& call) {
 }
 
 void Entity::attributeChanged(const VekAttrBase& attr, const GenericIf* key) {
-  if (notifiees_.empty()) return;
+  // Nothing is reported from an entity that has left the model.
+  if (notifiees_.empty() || orphan_) return;
   notifyRound([&](PtrInterface::NotifieeConst& n) {
     if (n.active_) n.onAttribute(attr.id(), key);
   });
 }
 
 void Entity::handleZeroRef() {
-  if (zeroRefRunning_) return;  // a handle taken and dropped by a notifiee
+  if (zeroRefRunning_) return;  // a handle taken and dropped meanwhile
+  zeroRefRunning_ = true;
+  // A root (or any entity still in the model) leaves it before it ends, so
+  // no pointer elsewhere is left naming it.
+  if (!orphan_) leave(this);
   if (!notifiees_.empty()) {
-    zeroRefRunning_ = true;
     notifyRound([](PtrInterface::NotifieeConst& n) {
       if (n.wantsZeroRefs_) n.onZeroReferences();
     });
-    zeroRefRunning_ = false;
-    if (references() != 0) return;  // a notifiee kept the entity
   }
+  zeroRefRunning_ = false;
+  if (references() != 0) return;  // a notifiee kept the entity
   delete this;
 }
 

@@ -298,8 +298,15 @@ void* HashMap2018Generic::find(const void* key) const {
   return n ? valueOf(n) : nullptr;
 }
 
-void HashMap2018Generic::grow() {
-  const size_t count = bucketCount_ ? bucketCount_ * 2 : 8;
+void HashMap2018Generic::grow() { rehash(bucketCount_ ? bucketCount_ * 2 : 8); }
+
+void HashMap2018Generic::reserve(size_t count) {
+  size_t buckets = bucketCount_ ? bucketCount_ : 8;
+  while (static_cast<float>(count) > maxLoadFactor_ * static_cast<float>(buckets)) buckets *= 2;
+  if (buckets > bucketCount_) rehash(buckets);
+}
+
+void HashMap2018Generic::rehash(size_t count) {
   auto** buckets = new Node*[count]();
   for (size_t b = 0; b < bucketCount_; ++b) {
     for (Node* n = buckets_[b]; n;) {

@@ -141,9 +141,10 @@ VekType Module::aliasType(std::string name, VekType target, uint32_t flags) {
   }
   VekTypeBase* t = typeNew(std::move(name), target->kind());
   t->aliasOf_ = target;
+  // Everything but the name and the flags is the base type's.
+  t->base_ = target->base_;
   t->flags_ = flags;
   t->code_ = target->storageCode();
-  t->underlying_ = target->underlyingType();
   t->size_ = target->valueSize();
   t->align_ = target->valueAlign();
   t->sealed_ = true;
@@ -180,6 +181,7 @@ VekTypeBase::VekTypeBase(Module* module, uint32_t index, std::string name, TypeK
     : module_(module),
       index_(index),
       name_(std::move(name)),
+      base_(this),
       kind_(kind),
       allocTrack_(module->index() == 0 ? name_ : module->name() + "::" + name_) {}
 
@@ -201,16 +203,15 @@ bool VekTypeBase::isWrapper() const {
 }
 
 VekAttr VekTypeBase::attr(AttributeId id) const {
-  const VekTypeBase& t = *baseType();
-  if (id < 1 || static_cast<size_t>(id) > t.attrs_.size()) return nullptr;
-  return t.attrs_[static_cast<size_t>(id) - 1].get();
+  const VekTypeBase& t = *base_;
+  if (id.value() < 1 || static_cast<size_t>(id.value()) > t.attrs_.size()) return nullptr;
+  return t.attrs_[static_cast<size_t>(id.value()) - 1].get();
 }
 
 VekAttr VekTypeBase::attr(std::string_view name) const {
-  for (const auto& a : baseType()->attrs_) {
-    if (a->name() == name) return a.get();
-  }
-  return nullptr;
+  const auto& index = base_->attrsByName_;
+  const auto it = index.find(name);
+  return it == index.end() ? nullptr : it->second;
 }
 
 VekAttr VekTypeBase::enumerator(int64_t value) const {
@@ -249,7 +250,7 @@ void VekTypeBase::layOut() {
     size_t alignment = 1;
     if (isEnum()) {
       a->storage_ = AttrStorage::None;
-    } else if (isEntity() && a->id() == 1) {
+    } else if (isEntity() && a->id() == AttributeId(1)) {
       a->storage_ = AttrStorage::Name;
     } else if (a->type()->isCollectionControl()) {
       a->storage_ = AttrStorage::None;
@@ -262,9 +263,12 @@ void VekTypeBase::layOut() {
         ZOLT_FMASSERT(debug(), "TypeDef", "{}.{}: pointers and children must be entities",
                       qualifiedName(), a->name());
       }
-      a->storage_ = AttrStorage::Ref;
+      // An owned child is held by a counted reference; a pointer by a plain
+      // one (see Entity.h: pointers do not keep their targets alive).
+      a->storage_ = (a->flags() & AttrFlag::INSTANTIATING) ? AttrStorage::Ref : AttrStorage::Pointer;
       size = sizeof(Ptr<GenericIf>);
       alignment = alignof(Ptr<GenericIf>);
+      static_assert(sizeof(Ptr<GenericIf>) == sizeof(GenericIf*));
     } else {
       if (a->type()->isEntity() || !a->type()->isSealed()) {
         ZOLT_FMASSERT(debug(), "TypeDef", "{}.{}: a scalar needs a finished non-entity type",
@@ -326,7 +330,7 @@ TypeDef& TypeDef::attr(AttrDef def) {
     ZOLT_FMASSERT(debug(), "TypeDef", "{}.{} has no type", type_->name(), def.name);
   }
   auto a = std::make_unique<VekAttrBase>();
-  a->id_ = static_cast<AttributeId>(type_->attrs_.size() + 1);
+  a->id_ = AttributeId(static_cast<int32_t>(type_->attrs_.size() + 1));
   a->name_ = std::move(def.name);
   a->owner_ = type_;
   a->type_ = def.type;
@@ -343,6 +347,7 @@ TypeDef& TypeDef::attr(AttrDef def) {
     }
     a->default_ = value;
   }
+  type_->attrsByName_.emplace(a->name_, a.get());
   type_->attrs_.push_back(std::move(a));
   return *this;
 }

@@ -28,6 +28,16 @@ Zolt::Debuggable& debug() {
   return handle;
 }
 
+}  // namespace Vek::detail
+
+namespace Vek {
+void unknownBuiltinCode(BuiltinCode code) {
+  ZOLT_FMASSERT(detail::debug(), "Vek", "unknown builtin code {}", static_cast<int>(code));
+}
+}  // namespace Vek
+
+namespace Vek::detail {
+
 const char* builtinName(BuiltinCode code) {
   switch (code) {
     case BuiltinCode::UnsignedChar: return "unsigned char";
@@ -288,7 +298,7 @@ void appendStr(const VekTypeBase& t, const void* raw, std::string& out) {
     return;
   }
   if (type.isEntity()) {
-    out += "entity('" + entityAt(raw).fullName() + "')";
+    out += "entity('" + entityAt(raw).dottedName() + "')";
     return;
   }
   if (type.isEnum()) {

@@ -16,29 +16,7 @@ namespace Vek::detail {
 
 Zolt::Debuggable& debug();
 
-// Calls `fn(std::type_identity<T>{})` with the C++ type of a builtin code.
-template <typename Fn>
-decltype(auto) visitBuiltin(BuiltinCode code, Fn&& fn) {
-  switch (code) {
-    case BuiltinCode::UnsignedChar: return fn(std::type_identity<unsigned char>{});
-    case BuiltinCode::SignedChar: return fn(std::type_identity<signed char>{});
-    case BuiltinCode::UnsignedShort: return fn(std::type_identity<unsigned short>{});
-    case BuiltinCode::Short: return fn(std::type_identity<short>{});
-    case BuiltinCode::UnsignedInt: return fn(std::type_identity<unsigned int>{});
-    case BuiltinCode::Int: return fn(std::type_identity<int>{});
-    case BuiltinCode::UnsignedLongLong: return fn(std::type_identity<unsigned long long>{});
-    case BuiltinCode::LongLong: return fn(std::type_identity<long long>{});
-    case BuiltinCode::Bool: return fn(std::type_identity<bool>{});
-    case BuiltinCode::Char: return fn(std::type_identity<char>{});
-    case BuiltinCode::Float: return fn(std::type_identity<float>{});
-    case BuiltinCode::Double: return fn(std::type_identity<double>{});
-    case BuiltinCode::String: return fn(std::type_identity<String>{});
-    case BuiltinCode::Bytes: return fn(std::type_identity<Bytes>{});
-    case BuiltinCode::Seconds: return fn(std::type_identity<Seconds>{});
-    case BuiltinCode::None: break;
-  }
-  ZOLT_FMASSERT(debug(), "Vek", "unknown builtin code {}", static_cast<int>(code));
-}
+using Vek::visitBuiltin;
 
 // Whether the representation of builtin code `code` is trivially copyable
 // and destructible (every builtin but String and Bytes), so that copying it
