@@ -164,4 +164,44 @@ BENCHMARK(GenericLookup);
 
 }  // namespace
 
+// Attribute lookup by name on a type of 64 attributes, for the first and the
+// last one: an index, so both cost the same.
+VekType wideType() {
+  static const VekType t = [] {
+    TypeDef def = Module::moduleNew("BenchWide").entityType("Wide");
+    for (int i = 1; i < 64; ++i) def.scalar("attribute" + std::to_string(i), builtinType<unsigned>());
+    return def.done();
+  }();
+  return t;
+}
+
+void AttrLookupByName(benchmark::State& state) {
+  const VekType t = wideType();
+  const std::string name = state.range(0) == 0 ? "name" : "attribute63";
+  for (auto _ : state) benchmark::DoNotOptimize(t->attr(name.c_str()));
+}
+BENCHMARK(AttrLookupByName)->Arg(0)->Arg(63);
+
+// Seeding a table of one million entries (a timestamp table of a large
+// notifiee has this shape: a small key to a 64-bit time), reserved first
+// or grown as it fills. Reports ns per entry.
+void HashMapSeed(benchmark::State& state) {
+  constexpr int64_t ENTRIES = 1000000;
+  for (auto _ : state) {
+    HMap<uint64_t, int64_t> map;
+    if (state.range(0)) map.reserve(ENTRIES);
+    for (int64_t i = 0; i < ENTRIES; ++i) map.insert(static_cast<uint64_t>(i) * 2654435761u, i);
+    benchmark::DoNotOptimize(map.size());
+    state.PauseTiming();
+    {
+      HMap<uint64_t, int64_t> gone(std::move(map));
+    }
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * ENTRIES);
+  state.counters["ns_per_entry"] = benchmark::Counter(
+      static_cast<double>(state.iterations() * ENTRIES), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(HashMapSeed)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
 BENCHMARK_MAIN();

@@ -23,7 +23,7 @@ TEST(VekDir, EntityPtrIsAnOrdinaryCollection) {
   for (auto it = Dir::entityPtrAttr().genericIfIteratorConst(tree.devices); it; ++it) {
     names.push_back(it.key()->strRep());
   }
-  EXPECT_EQ(names, (std::vector<std::string>{"dev0", "dev1"}));
+  EXPECT_EQ(names, (std::vector<std::string>{"dev0", "dev1", "primary"}));
   EXPECT_EQ(Dir::entityPtrAttr().genericIfGet(tree.devices, genericIfOf("dev1")).ptr(), tree.device.ptr());
 }
 

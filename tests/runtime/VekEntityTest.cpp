@@ -174,12 +174,22 @@ TEST(VekEntity, TreeIsFreedWithItsRoot) {
   const int64_t valuesBefore = types().counters->allocTrack().liveObjects();
   {
     auto tree = buildTree();
-    EXPECT_EQ(Entity::allocTrackInfo().liveObjects(), before + 6);
+    // root, devices, dev1, chassis, scalars, eth0, eth1, neighbor, primary,
+    // journals, syslog
+    EXPECT_EQ(Entity::allocTrackInfo().liveObjects(), before + 11);
     EXPECT_EQ(types().interface->allocTrack().liveObjects(), 2);
   }
   EXPECT_EQ(Entity::allocTrackInfo().liveObjects(), before);
   EXPECT_EQ(types().interface->allocTrack().liveObjects(), 0);
   EXPECT_EQ(types().counters->allocTrack().liveObjects(), valuesBefore);
+}
+
+TEST(VekEntity, FullNameEscapesCharactersSpecialToPathText) {
+  Ptr<Dir> root = Dir::rootNew("");
+  Ptr<Dir> dir = root->dirNew("x");
+  Ptr<Entity> e = dir->childNew(types().chassis, "a/b[c]\\d");
+  EXPECT_EQ(e->fullName(), "/x/a\\/b\\[c\\]\\\\d");
+  EXPECT_EQ(e->dottedName(), "x.a/b[c]\\d");
 }
 
 }  // namespace

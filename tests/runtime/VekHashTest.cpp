@@ -188,4 +188,17 @@ TEST(VekHash, AllocTrackCountsObjectsAndArrays) {
   EXPECT_TRUE(listed);
 }
 
+TEST(VekHash, ReservedMapDoesNotRehashUntilItHoldsMore) {
+  HMap<int, int> map;
+  map.reserve(1000);
+  const size_t buckets = map.bucketCount();
+  EXPECT_GE(buckets, 1000u);
+  for (int i = 0; i < 1000; ++i) map.insert(i, i);
+  EXPECT_EQ(map.bucketCount(), buckets);
+  EXPECT_EQ(map.size(), 1000u);
+  for (int i = 0; i < 1000; ++i) ASSERT_EQ(*map.find(i), i);
+  map.reserve(10);  // never shrinks
+  EXPECT_EQ(map.bucketCount(), buckets);
+}
+
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <functional>
 
+#include "ChangeRecorder.h"
 #include "SampleModel.h"
 
 namespace {
@@ -13,37 +14,7 @@ using OstrelTest::Sample::ipv4;
 using OstrelTest::Sample::name;
 using OstrelTest::Sample::types;
 
-// Records every callback as text: "attrName" or "attrName[key]", "zero".
-class Recorder : public GenericIf::NotifieeConst {
- public:
-  explicit Recorder(const Entity* entity, bool weak = true) {
-    notifierIs(entity);
-    isRegisteredNotifieeIs(true);
-    isWeakReferenceIs(weak);
-  }
-  void onAttribute(AttributeId id, const void* key) override {
-    const Entity* e = static_cast<const Entity*>(notifier()->genericIfPtr());
-    const VekAttr attr = e->type()->attr(id);
-    std::string text = attr->name();
-    if (key) {
-      lastKey = keyPointerToGif(attr, key);
-      text += "[" + lastKey->strRep() + "]";
-      // The change is visible when the callback runs.
-      text += attr.genericIfExist(e, lastKey) ? "+" : "-";
-    }
-    events.push_back(text);
-    if (onChange) onChange();
-  }
-  void onZeroReferences() override {
-    events.push_back("zero");
-    if (onZero) onZero();
-  }
-
-  std::vector<std::string> events;
-  Ptr<GenericIf const> lastKey;
-  std::function<void()> onChange;
-  std::function<void()> onZero;
-};
+using Recorder = OstrelTest::ChangeRecorder;
 
 TEST(VekNotifiee, ScalarChangeReportsAttributeWithoutKey) {
   auto tree = buildTree();

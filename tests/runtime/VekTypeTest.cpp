@@ -78,7 +78,8 @@ TEST(VekType, AttributesComeInDeclarationOrder) {
   std::vector<std::string> names;
   for (VekTypeBase::AttributeQIterator it(types().interface); it; ++it) names.push_back((*it)->name());
   EXPECT_EQ(names, (std::vector<std::string>{"name", "mtu", "status", "description", "enabled",
-                                             "counters", "peer", "addresses", "vlans", "config"}));
+                                             "counters", "peer", "addresses", "vlans", "config",
+                                             "stats", "statusHistory"}));
   EXPECT_EQ(types().interface->attr("mtu")->id(), AttributeId(2));
   EXPECT_EQ(types().interface->attr(AttributeId(2))->name(), "mtu");
   EXPECT_FALSE(types().interface->attr("nope"));
@@ -189,6 +190,83 @@ TEST(VekType, LoaderCanBuildTypesFromAttrDefs) {
   EXPECT_TRUE(server->attr("peers")->isStack());
   EXPECT_TRUE(server->attr("peers")->isPointer());
   EXPECT_EQ(m.type("Server"), server);
+}
+
+// An alias is its base type under another name.
+TEST(VekType, AliasAnswersEveryPropertyOfItsBase) {
+  const VekType tag = types().vlanTag;
+  const VekType id = types().vlanId;
+  EXPECT_EQ(tag->name(), "VlanTag");
+  EXPECT_EQ(tag->flags(), 0u);  // its own flags
+  EXPECT_EQ(tag->aliasOf(), id);
+  EXPECT_EQ(tag->baseType(), id);
+  EXPECT_TRUE(tag->isWrapper());  // through the chain
+  EXPECT_EQ(tag->attrCount(), id->attrCount());
+  EXPECT_EQ(tag->attr("id"), id->attr("id"));
+  EXPECT_EQ(tag->attr(AttributeId(1)), id->attr("id"));
+  EXPECT_EQ(tag->valAttr(), id->attr("id"));
+  EXPECT_EQ(tag->ctorParams(), id->ctorParams());
+  std::vector<std::string> names;
+  for (VekTypeBase::AttributeQIterator it(tag); it; ++it) names.push_back((*it)->name());
+  EXPECT_EQ(names, std::vector<std::string>{"id"});
+}
+
+TEST(VekType, AliasOfATypeWithOwnTextFormUsesThatForm) {
+  const VekType address = Module::moduleNew("AliasText").aliasType("Address", types().ipv4, 0x40);
+  EXPECT_TRUE(address->hasGnmiStrRep());
+  EXPECT_EQ(address->flags(), 0x40u);
+  Ptr<GenericIf> a = address.genericIf("10.2.3.4", true);
+  EXPECT_EQ(a->type(), address);
+  EXPECT_EQ(a->gnmiStrRep(), "10.2.3.4");
+  EXPECT_EQ(a->value<unsigned>("bits"), 0x0a020304u);
+}
+
+TEST(VekType, AliasOfAValueTypeConstructsFromArguments) {
+  const VekType stats = Module::moduleNew("AliasCtor").aliasType("PortCounters", types().counters);
+  Ptr<GenericIf> c = stats.genericIf(GenericIfArgs{genericIfOf(1ull), genericIfOf(2ull)});
+  EXPECT_EQ(c->value<unsigned long long>("inPkts"), 1u);
+  EXPECT_EQ(c->value<unsigned long long>("outPkts"), 2u);
+  EXPECT_EQ(c->type(), stats);
+}
+
+TEST(VekType, KeysConvertThroughAnAliasedWrapper) {
+  auto tree = OstrelTest::Sample::buildTree();
+  const VekAttr priorities = types().device->attr("vlanPriorities");  // keyed by VlanTag
+  // The alias key, its base wrapper and the bare wrapped value find one member.
+  EXPECT_TRUE(priorities.genericIfExist(tree.device, types().vlanTag.genericIf("20", true)));
+  EXPECT_TRUE(priorities.genericIfExist(tree.device, OstrelTest::Sample::vlanId(20)));
+  EXPECT_TRUE(priorities.genericIfExist(tree.device, genericIfOf(static_cast<unsigned short>(20))));
+  EXPECT_FALSE(priorities.genericIfExist(tree.device, genericIfOf(static_cast<unsigned short>(21))));
+}
+
+TEST(VekType, IntegerArgumentMeansAnEnumeratorValueNeverAnAttributeId) {
+  // Enumerations whose values are not their positions, over each integer type.
+  EXPECT_EQ(types().enumU8->attr(static_cast<unsigned char>(250))->name(), "high");
+  EXPECT_EQ(types().enumI8->attr(static_cast<signed char>(-100))->name(), "neg");
+  EXPECT_EQ(types().enumU16->attr(static_cast<unsigned short>(60000))->name(), "large");
+  EXPECT_EQ(types().enumI16->attr(static_cast<short>(-30000))->name(), "neg");
+  EXPECT_EQ(types().enumU32->attr(4000000000u)->name(), "large");
+  EXPECT_EQ(types().enumI32->attr(2000000000)->name(), "pos");
+  EXPECT_EQ(types().enumI32->attr(0)->name(), "zero");
+  // Value 1 is no enumerator of EnumI32, though its first attribute has id 1.
+  EXPECT_FALSE(types().enumI32->attr(1));
+  EXPECT_EQ(types().enumI32->attr(AttributeId(1))->name(), "neg");
+  EXPECT_FALSE(types().enumU8->attr(static_cast<unsigned char>(1)));
+  // On a type that is no enumeration an integer is refused, not taken as an id.
+  EXPECT_THROW(types().interface->attr(2), EnumException);
+  // The wrong underlying type is refused too.
+  EXPECT_THROW(types().enumU8->attr(250), EnumException);
+}
+
+TEST(VekType, EveryAttributeIsFoundByItsName) {
+  for (const VekType t : {types().interface, types().device, types().scalars, types().vlanTag,
+                          types().enumI32, Dir::dirType()}) {
+    for (size_t i = 0; i < t->attrCount(); ++i) {
+      const VekAttr a = t->attrAt(i);
+      EXPECT_EQ(t->attr(a->name()), a) << t->name() << "." << a->name();
+      EXPECT_EQ(t->attr(a->id()), a);
+    }
+  }
 }
 
 }  // namespace

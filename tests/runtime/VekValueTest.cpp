@@ -225,4 +225,20 @@ TEST(VekValue, GenericScalarReadAllocatesNothingOnceWarm) {
   EXPECT_EQ(sum, 9001000u);
 }
 
+TEST(VekValue, ConstructorTakesAnySubsetOfParametersByPosition) {
+  const VekType counters = types().counters;  // params inPkts, outPkts; inErrors is not one
+  // Only the second parameter: the first keeps its default.
+  Ptr<GenericIf> c = counters.genericIf(GenericIfArgs{nullptr, genericIfOf(7ull)});
+  EXPECT_EQ(c->value<unsigned long long>("inPkts"), 0u);
+  EXPECT_EQ(c->value<unsigned long long>("outPkts"), 7u);
+  // None at all: the default value.
+  EXPECT_EQ(counters.genericIf(GenericIfArgs{})->strRep(), "Counters(inPkts:0, outPkts:0, inErrors:0)");
+  // A prefix of the parameters.
+  EXPECT_EQ(counters.genericIf(GenericIfArgs{genericIfOf(3ull)})->value<unsigned long long>("inPkts"),
+            3u);
+  EXPECT_THROW(counters.genericIf(GenericIfArgs{genericIfOf(1ull), genericIfOf(2ull), genericIfOf(3u)}),
+               TypeMismatchException);
+  EXPECT_THROW(counters.genericIf(GenericIfArgs{nullptr, genericIfOf(2u)}), TypeMismatchException);
+}
+
 }  // namespace

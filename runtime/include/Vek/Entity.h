@@ -27,16 +27,18 @@ namespace Vek {
 //
 // Leaving the model. An entity erased from its owner, replaced by a new one,
 // or cleared as an owned child leaves the model together with everything it
-// owns: all of them become orphans (`isOrphan`). Then, in this order:
-//   1. the pointers and entity keys held inside the leaving subtree are
-//      released without being reported: nothing more is published from
-//      inside a subtree that has gone;
+// owns, in this order:
+//   1. they fall silent (`hasLeft`): the pointers and entity keys held inside
+//      the leaving subtree are released without being reported, and nothing
+//      more is reported from inside it;
 //   2. every pointer to a leaving entity from the rest of the model is
 //      cleared, and every member keyed by one is erased; each is reported, as
-//      an ordinary change, to the notifiees of the entity that held it;
-//   3. the owner drops its reference, so the removed entity ends as soon as
+//      an ordinary change, to the notifiees of the entity that held it, while
+//      the leaving entities still have their owners and names;
+//   3. they become orphans (`isOrphan`); the top one loses its parent;
+//   4. the owner drops its reference, so the removed entity ends as soon as
 //      no caller holds it (its notifiees' `onZeroReferences` runs then);
-//   4. only then is the owner's own change reported, so a notifiee of the
+//   5. only then is the owner's own change reported, so a notifiee of the
 //      owner that publishes a replacement finds the old entity gone.
 // An orphan reports no further changes to its notifiees, and pointers to it
 // are refused. A root leaves the model the same way when its last reference
@@ -72,6 +74,9 @@ class VEK_EXPORT Entity : public GenericIf {
   // Whether the entity has left the model: removed from its owner, or owned
   // by an entity that was.
   bool isOrphan() const { return orphan_; }
+  // Whether the entity has begun to leave the model (it is an orphan, or is
+  // becoming one): it reports no changes and may not be pointed at.
+  bool hasLeft() const { return left_; }
   // A process-wide creation number; orders entities used as keys.
   uint64_t serial() const { return serial_; }
 
@@ -163,6 +168,9 @@ class VEK_EXPORT Entity : public GenericIf {
   String name_;
   Entity* parent_ = nullptr;
   bool orphan_ = false;
+  // Set when the entity starts to leave the model (before it is an orphan):
+  // from then on it reports nothing and may not be pointed at.
+  bool left_ = false;
   bool zeroRefRunning_ = false;
   uint64_t serial_;
   void* block_ = nullptr;

@@ -32,6 +32,12 @@ struct HashMapOps {
 // holding its hash, key and value; buckets double when the entry count passes
 // `maxLoadFactor` times the bucket count. Iteration visits buckets in order,
 // each bucket from its most recently inserted entry. Not synchronised.
+//
+// Nodes are carved from chunks the map allocates (growing geometrically, or
+// one chunk of the reserved size), and erased nodes are kept on a free list
+// for the next insertions, so filling a map costs a few allocations rather
+// than one per entry. The chunks go back to the heap when the map is
+// destroyed.
 class VEK_EXPORT HashMap2018Generic {
  public:
   struct Node {
@@ -72,6 +78,11 @@ class VEK_EXPORT HashMap2018Generic {
   Node* findNode(const void* key, uint32_t hash) const;
   void grow();
   void rehash(size_t bucketCount);
+  // Raw memory for one node, and its return; `addChunk` makes room for
+  // `nodes` more.
+  void* allocateNode();
+  void releaseNode(void* node);
+  void addChunk(size_t nodes);
   void freeNode(Node* node);
 
   const HashMapOps* ops_;
@@ -83,6 +94,13 @@ class VEK_EXPORT HashMap2018Generic {
   Node** buckets_ = nullptr;
   size_t bucketCount_ = 0;
   size_t size_ = 0;
+  // Chunks, linked through their first word; the part of the newest not yet
+  // carved; freed nodes, linked through their first word.
+  void* chunks_ = nullptr;
+  char* carve_ = nullptr;
+  char* carveEnd_ = nullptr;
+  void* free_ = nullptr;
+  size_t nextChunkNodes_ = 8;
 };
 
 // How `HMap` hashes a key: the key's own `hash()` when it has one, else
@@ -111,6 +129,7 @@ class HMap {
   bool erase(const K& key) { return map_.erase(&key); }
   void clear() { map_.clear(); }
   void reserve(size_t count) { map_.reserve(count); }
+  size_t bucketCount() const { return map_.bucketCount(); }
   size_t size() const { return map_.size(); }
   bool empty() const { return map_.size() == 0; }
 

@@ -78,7 +78,7 @@ void checkMember(const VekAttrBase& attr, const GenericIf* value) {
 
 // Pointers and entity keys may only name entities in the model.
 void checkInModel(const VekAttrBase& attr, const GenericIf* entity) {
-  if (entity && entity->isEntity() && static_cast<const Entity*>(entity)->isOrphan()) {
+  if (entity && entity->isEntity() && static_cast<const Entity*>(entity)->hasLeft()) {
     refuse(fmt::format("{} cannot refer to {}: it has left the model", attr.name(),
                        static_cast<const Entity*>(entity)->fullName()));
   }

@@ -210,10 +210,7 @@ void Entity::pointerSlotIs(const VekAttrBase& attr, GenericIf* target) {
   referenceRemoved(previous, *this, attr);
 }
 
-void Entity::adopt(Entity* child) {
-  child->parent_ = this;
-  child->orphan_ = false;
-}
+void Entity::adopt(Entity* child) { child->parent_ = this; }
 
 namespace {
 
@@ -249,11 +246,15 @@ void Entity::leave(GenericIf* member) {
   // Held while leaving: clearing references reports to notifiees, which may
   // take and drop handles.
   boost::container::small_vector<Ptr<Entity>, 8> held(subtree.begin(), subtree.end());
+  // Leaving entities report nothing, so the clean-up inside the subtree is
+  // silent.
+  for (Entity* e : subtree) e->left_ = true;
+  for (Entity* e : subtree) e->releaseReferences();
+  // Holders outside are told while the leaving entities still have their
+  // owners and names, so a key that names one still reads as it did.
+  for (Entity* e : subtree) e->clearReferrers();
   for (Entity* e : subtree) e->orphan_ = true;
   top->parent_ = nullptr;
-  // Orphans report nothing, so the clean-up inside the subtree is silent.
-  for (Entity* e : subtree) e->releaseReferences();
-  for (Entity* e : subtree) e->clearReferrers();
 }
 
 void Entity::releaseReferences() {
@@ -344,7 +345,7 @@ Ptr<Entity> Entity::entityNew(const VekAttr& attr, const GenericIf* key, VekType
   }
   Ptr<GenericIf> holder;
   const GenericIf* k = key ? detail::keyFor(*attr, key, holder) : nullptr;
-  if (k && k->isEntity() && static_cast<const Entity*>(k)->isOrphan()) {
+  if (k && k->isEntity() && static_cast<const Entity*>(k)->left_) {
     throw TypeMismatchException(fmt::format("{} cannot be keyed by an entity that left the model",
                                             attr->name()));
   }
@@ -452,7 +453,7 @@ void Entity::notifyRound(Fn&& call) {
 
 void Entity::attributeChanged(const VekAttrBase& attr, const GenericIf* key) {
   // Nothing is reported from an entity that has left the model.
-  if (notifiees_.empty() || orphan_) return;
+  if (notifiees_.empty() || left_) return;
   notifyRound([&](PtrInterface::NotifieeConst& n) {
     if (n.active_) n.onAttribute(attr.id(), key);
   });
@@ -463,7 +464,7 @@ void Entity::handleZeroRef() {
   zeroRefRunning_ = true;
   // A root (or any entity still in the model) leaves it before it ends, so
   // no pointer elsewhere is left naming it.
-  if (!orphan_) leave(this);
+  if (!left_) leave(this);
   if (!notifiees_.empty()) {
     notifyRound([](PtrInterface::NotifieeConst& n) {
       if (n.wantsZeroRefs_) n.onZeroReferences();

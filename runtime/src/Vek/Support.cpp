@@ -271,11 +271,63 @@ HashMap2018Generic::HashMap2018Generic(HashMap2018Generic&& other) noexcept
       nodeAlign_(other.nodeAlign_),
       buckets_(std::exchange(other.buckets_, nullptr)),
       bucketCount_(std::exchange(other.bucketCount_, 0)),
-      size_(std::exchange(other.size_, 0)) {}
+      size_(std::exchange(other.size_, 0)),
+      chunks_(std::exchange(other.chunks_, nullptr)),
+      carve_(std::exchange(other.carve_, nullptr)),
+      carveEnd_(std::exchange(other.carveEnd_, nullptr)),
+      free_(std::exchange(other.free_, nullptr)),
+      nextChunkNodes_(other.nextChunkNodes_) {}
 
 HashMap2018Generic::~HashMap2018Generic() {
   clear();
   delete[] buckets_;
+  for (void* chunk = chunks_; chunk;) {
+    void* next = *static_cast<void**>(chunk);
+    ::operator delete(chunk, std::align_val_t(nodeAlign_));
+    chunk = next;
+  }
+}
+
+namespace {
+// Chunks grow to this many nodes: small enough for the allocator to serve
+// them from memory it keeps (large blocks are mapped afresh each time and
+// page-faulted in).
+constexpr size_t MAX_CHUNK_NODES = 1024;
+}  // namespace
+
+void HashMap2018Generic::addChunk(size_t nodes) {
+  // The link to the previous chunk sits in a header as aligned as a node.
+  const size_t header = (sizeof(void*) + nodeAlign_ - 1) / nodeAlign_ * nodeAlign_;
+  auto* chunk = static_cast<char*>(::operator new(header + nodes * nodeSize_, std::align_val_t(nodeAlign_)));
+  *reinterpret_cast<void**>(chunk) = chunks_;
+  chunks_ = chunk;
+  // What is left of the previous chunk goes to the free list.
+  while (carve_ && carve_ + nodeSize_ <= carveEnd_) {
+    releaseNode(carve_);
+    carve_ += nodeSize_;
+  }
+  carve_ = chunk + header;
+  carveEnd_ = carve_ + nodes * nodeSize_;
+}
+
+void* HashMap2018Generic::allocateNode() {
+  if (free_) {
+    void* node = free_;
+    free_ = *static_cast<void**>(node);
+    return node;
+  }
+  if (carve_ + nodeSize_ > carveEnd_ || !carve_) {
+    addChunk(nextChunkNodes_);
+    nextChunkNodes_ = std::min<size_t>(nextChunkNodes_ * 2, MAX_CHUNK_NODES);
+  }
+  void* node = carve_;
+  carve_ += nodeSize_;
+  return node;
+}
+
+void HashMap2018Generic::releaseNode(void* node) {
+  *static_cast<void**>(node) = free_;
+  free_ = node;
 }
 
 const void* HashMap2018Generic::keyOf(const Node* node) const {
@@ -304,6 +356,13 @@ void HashMap2018Generic::reserve(size_t count) {
   size_t buckets = bucketCount_ ? bucketCount_ : 8;
   while (static_cast<float>(count) > maxLoadFactor_ * static_cast<float>(buckets)) buckets *= 2;
   if (buckets > bucketCount_) rehash(buckets);
+  // Room for the nodes too, in one chunk, unless free nodes and the chunk in
+  // hand cover it already.
+  if (count > size_) {
+    size_t spare = carve_ ? static_cast<size_t>(carveEnd_ - carve_) / nodeSize_ : 0;
+    for (void* n = free_; n && spare < count - size_; n = *static_cast<void**>(n)) ++spare;
+    if (spare < count - size_) addChunk(count - size_ - spare);
+  }
 }
 
 void HashMap2018Generic::rehash(size_t count) {
@@ -331,19 +390,19 @@ void* HashMap2018Generic::insert(const void* key, const void* value) {
   if (static_cast<float>(size_ + 1) > maxLoadFactor_ * static_cast<float>(bucketCount_)) grow();
   // A copy that throws leaves the map as it was: the node and whatever part
   // of it was already built go again before the exception passes on.
-  void* raw = ::operator new(nodeSize_, std::align_val_t(nodeAlign_));
+  void* raw = allocateNode();
   auto* n = new (raw) Node{nullptr, hash};
   try {
     ops_->copyKey(const_cast<void*>(keyOf(n)), key);
   } catch (...) {
-    ::operator delete(raw, std::align_val_t(nodeAlign_));
+    releaseNode(raw);
     throw;
   }
   try {
     ops_->copyValue(valueOf(n), value);
   } catch (...) {
     ops_->destroyKey(const_cast<void*>(keyOf(n)));
-    ::operator delete(raw, std::align_val_t(nodeAlign_));
+    releaseNode(raw);
     throw;
   }
   Node*& head = buckets_[hash & (bucketCount_ - 1)];
@@ -356,7 +415,7 @@ void* HashMap2018Generic::insert(const void* key, const void* value) {
 void HashMap2018Generic::freeNode(Node* node) {
   ops_->destroyValue(valueOf(node));
   ops_->destroyKey(const_cast<void*>(keyOf(node)));
-  ::operator delete(node, std::align_val_t(nodeAlign_));
+  releaseNode(node);
 }
 
 bool HashMap2018Generic::erase(const void* key) {
