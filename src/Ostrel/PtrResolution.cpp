@@ -1,0 +1,86 @@
+// Pointer resolution: pointers are published as the path text of their
+// targets, syncing an unpublished target's nearest published ancestor first.
+#include "Ostrel/PtrResolution.h"
+
+#include <Vek/Format.h>
+#include <Zolt/Zolt.h>
+
+#include "Ostrel/GifNotifiee.h"
+#include "Ostrel/Path.h"
+#include "Ostrel/VekGnmiUtils.h"
+#include "Ostrel/VekTypeWalker.h"
+#include "internal/PlainAssert.h"
+
+namespace Ostrel {
+
+namespace {
+
+Zolt::Debuggable& dbg = Zolt::Platform::getDebugHandler("OstrelPtrResolution");
+constexpr const char* COMPONENT = "PtrResolution";
+constexpr const char* NULL_TEXT = "nullptr";
+
+// A forward sync publishes nothing (pushes suppressed, results ignored): it
+// only registers the entities below the ancestor under their paths.
+constexpr WalkerFlags FORWARD_SYNC_FLAGS =
+    WalkerFlags::SuppressPush | WalkerFlags::RequestKindBit1 | WalkerFlags::IgnorePushResult;
+
+std::string pathText(const gnmi::Path& path) { return pathToStr(path, 0, true); }
+
+// Set while a forward sync runs. Its messages are suppressed, so the pointers
+// it meets need no resolution, and resolving them would start forward syncs
+// of their own: two entities pointing at each other, both unpublished, would
+// sync their parent forever.
+bool inForwardSync = false;
+
+void forwardSync(const Vek::Entity* ancestor, const gnmi::Path& path, BaseRouter& router) {
+  inForwardSync = true;
+  FullVekTypeWalker::syncObject(ancestor, path, router, {SyncId(), WalkId()}, FORWARD_SYNC_FLAGS);
+  inForwardSync = false;
+}
+
+}  // namespace
+
+std::string getPtrPathStr(const Vek::Ptr<Vek::GenericIf const>& ptr, BaseRouter& router) {
+  if (!ptr || !ptr->isEntity()) return NULL_TEXT;
+  const auto* target = static_cast<const Vek::Entity*>(ptr.ptr());
+  const Vek::PtrInterface* key = target;
+  if (const auto it = notifieePathMap.find(key); it != notifieePathMap.end() && !target->isOrphan()) {
+    return pathText(it->second);
+  }
+  if (inForwardSync) return NULL_TEXT;
+  ZOLT_TRACE(dbg, 1, COMPONENT, "Forward reference for {} is not present", target->fullName());
+  for (Vek::Ptr<Vek::Entity> ancestor = target->parent();; ancestor = ancestor->parent()) {
+    if (!ancestor) return NULL_TEXT;
+    const Vek::PtrInterface* ancestorKey = ancestor.ptr();
+    if (const auto it = notifieePathMap.find(ancestorKey); it != notifieePathMap.end()) {
+      const gnmi::Path path = it->second;
+      ZOLT_TRACE(dbg, 1, COMPONENT, "Found a good parent {}", pathText(path));
+      forwardSync(ancestor.ptr(), path, router);
+      break;
+    }
+    if (ancestor->type()->baseType() == Vek::Dir::dirType()) {
+      forwardSync(ancestor.ptr(), strToPath(ancestor->fullName()), router);
+      break;
+    }
+  }
+  const auto iter = notifieePathMap.find(key);
+  OSTREL_PLAIN_ASSERT(iter != notifieePathMap.end());
+  return pathText(iter->second);
+}
+
+ArenaRespMsgPtr objPtrToPath(const Vek::Ptr<Vek::GenericIf const>& ptr, const gnmi::Path& prefix,
+                             const gnmi::Path& leaf, Timestamp timestamp, BaseRouter& router) {
+  auto [msg, notification] = ArenaRespMsg::createResponse(prefix, timestamp);
+  std::string text = getPtrPathStr(ptr, router);
+  gnmi::Update* update = notification->add_update();
+  gnmi::Path* path = update->mutable_path();
+  *path = leaf;
+  if (path->elem_size() > 0) {
+    gnmi::PathElem* last = path->mutable_elem(path->elem_size() - 1);
+    last->set_name(last->name() + "_ptr");
+  }
+  update->mutable_val()->set_string_val(std::move(text));
+  return std::move(msg);
+}
+
+}  // namespace Ostrel
