@@ -66,6 +66,10 @@ void GifGnmiNotifiee::onAttribute(Vek::AttributeId attrId, const void* key) {
   ZOLT_TRACE(dbg, 5, COMPONENT, "prefixPath_:{}", prefixPath_);
   const Vek::Ptr<Vek::GenericIf const> gif = Vek::VekType::genericIf(entity_);
   if (!gif) return;
+  // After its delete was published nothing more goes out under its path (the
+  // runtime reports nothing from an entity that left; this holds for any
+  // other caller too).
+  if (gif->isEntity() && static_cast<const Vek::Entity*>(gif.ptr())->hasLeft()) return;
   const Vek::VekType type = gif->type();
   if (!type->attr(attrId.abs())) return;
   VekTypeNotifWalker walker(notifWalkerDbg, gif, prefixPath_, this, key, gnmi::Path(), type, attrId,
