@@ -15,9 +15,13 @@
 // notification has a prefix and updates at paths relative to it):
 //   - its scalar attributes (builtins, enumerations by name, values with a
 //     text form of their own), JSON-text attributes and the leaves of nested
-//     values (`counters/inPkts`), together in one message for P, pushed when
-//     the entity's walk ends; leaves whose time of change is not known carry
-//     timestamp 0 (the agent stamps them when it sends them);
+//     values (`counters/inPkts`), together in messages for P: the leaves
+//     met since the last push go out before each attribute that pushes
+//     messages of its own (pointers, arrays, collections, owned entities) and
+//     when the walk ends, so a walk pushes the same sequence whether it
+//     pauses or not and holds no value across a pause; leaves whose time of
+//     change is not known carry timestamp 0 (the agent stamps them when it
+//     sends them);
 //   - each pointer as `<attr>_ptr` holding the target's path text, in a
 //     message of its own;
 //   - each array of scalars as one leaf list, in a message of its own stamped
@@ -227,7 +231,12 @@ class OSTREL_EXPORT FullVekTypeWalker {
   // `staticPathWalkIdMap`.
   static bool cancelPendingSync(WalkId walkId);
   // Drops, in every walk, the first walker queued at exactly `path` and every
-  // walker queued behind it; their paths leave `staticPathWalkIdMap`.
+  // walker queued behind it, without comparing their paths; their paths leave
+  // `staticPathWalkIdMap`. What is behind is taken to lie under the deleted
+  // path. That is not always so: a walker paused inside a collection member
+  // is queued ahead of its owner's walker, so deleting that member also drops
+  // the rest of its owner's sync (a sync that completes then lacks those
+  // members; nothing published is ever wrong or stale).
   static void delFromWalkQ(const gnmi::Path& path);
   // Forgets every walk (not `staticPathWalkIdMap`).
   static void flushWalkMap();

@@ -485,6 +485,15 @@ WalkResult FullVekTypeWalker::nextWalker(const Vek::Ptr<Vek::GenericIf const>& a
 }
 
 void FullVekTypeWalker::pause() {
+  // Leaves are handed over before anything that can pause a walk, so none are
+  // held here; should any be, they go out now rather than after the pause,
+  // when the model may have changed. The router takes the message whatever
+  // it answers; the walk is pausing anyway.
+  if (!updateMsg_ && ownMsg_) {
+    ZOLT_TRACE(dbg, 5, COMPONENT, "{} push id:{} message: {}", prefixPath_, syncId_, ownMsg_);
+    const ArenaRespMsgPtr msg = std::move(ownMsg_);
+    routerPush(msg);
+  }
   auto queued = std::make_unique<FullVekTypeWalker>(std::move(*this));
   queued->resuming_ = true;
   addToWalkQ(std::move(queued));
@@ -537,6 +546,21 @@ WalkResult FullVekTypeWalker::walk(VekKey* key) {
   for (; savedAttr_; ++savedAttr_) {
     const Vek::VekAttr attr = *savedAttr_;
     if (attr->type()->baseType() == Vek::collectionControlType()) continue;
+    // Leaves held so far go out before an attribute that pushes messages of
+    // its own, so that a walk pushes the same sequence whether it pauses or
+    // not, and never holds a value across a pause.
+    if (!updateMsg_ && ownMsg_ &&
+        (attr->isCollection() || attr->isArray() || attr->isPointer() || attr->isInstantiating())) {
+      ZOLT_TRACE(dbg, 5, COMPONENT, "{} push id:{} message: {}", prefixPath_, syncId_, ownMsg_);
+      const ArenaRespMsgPtr held = std::move(ownMsg_);
+      const WalkResult result = routerPush(held);
+      if (result != WalkResult::Done && !hasAny(flags_, WalkerFlags::IgnorePushResult)) {
+        ZOLT_TRACE(dbg, 4, COMPONENT, "Pause walk of prefixPath_:{} leafPath_:{} type:{} at:{}",
+                   prefixPath_, leafPath_, objType_, attr);
+        pause();  // resumes at this attribute
+        return result;
+      }
+    }
     WalkResult result = WalkResult::Done;
     if (attr->hasGnmiJsonStrep()) {
       const ScopedElem elem(leafPath_, attr->name());
@@ -556,9 +580,13 @@ WalkResult FullVekTypeWalker::walk(VekKey* key) {
     }
     if (result != WalkResult::Done) {
       if (!hasAny(flags_, WalkerFlags::IgnorePushResult)) {
+        ++savedAttr_;
+        // Paused after its last attribute with nothing held, the walker has
+        // nothing left to resume: like a final push, the result is returned
+        // without queueing it.
+        if (!savedAttr_ && !ownMsg_) return result;
         ZOLT_TRACE(dbg, 4, COMPONENT, "Pause walk of prefixPath_:{} leafPath_:{} type:{} at:{}",
                    prefixPath_, leafPath_, objType_, attr);
-        ++savedAttr_;
         pause();
         return result;
       }

@@ -55,6 +55,20 @@ class FullWalker : public OstrelTest::WalkTest {
   }
 };
 
+// A root entity whose only attributes are its name and a collection of
+// `rows` scalar members: its name goes out first, then one push per member.
+Vek::Ptr<Vek::Entity> table(unsigned rows) {
+  static const Vek::VekType type = Vek::Module::moduleNew("WalkerTable")
+                                       .entityType("Table")
+                                       .collection("rows", Vek::builtinType<unsigned>(), Vek::builtinType<unsigned>())
+                                       .done();
+  Vek::Ptr<Vek::Entity> t = Vek::Entity::rootNew(type, "table");
+  for (unsigned i = 0; i < rows; ++i) {
+    type->attr("rows").genericIfSet(t, Vek::genericIfOf(i), Vek::genericIfOf(i));
+  }
+  return t;
+}
+
 bool contains(const Leaves& leaves, const std::string& leaf) {
   return std::find(leaves.begin(), leaves.end(), leaf) != leaves.end();
 }
@@ -80,10 +94,15 @@ TEST_F(FullWalker, NestedValuesShareTheirEntitysMessage) {
   const Leaves leaves = router_.leaves();
   EXPECT_TRUE(contains(leaves, "/devices/dev1/interfaces[name=eth1]/counters/inPkts = uint_val: 0"));
   EXPECT_TRUE(contains(leaves, "/devices/dev1/interfaces[name=eth1]/stats/pkts/outPkts = uint_val: 0"));
-  // name, mtu, status, description, enabled, 3 counters, config, 4 stats.
-  const auto& last = router_.messages.back()->response->update();
-  EXPECT_EQ(last.update_size(), 13);
-  EXPECT_EQ(pathToStr(last.prefix()), "/devices/dev1/interfaces[name=eth1]");
+  // The leaves up to the peer pointer travel together: name, mtu, status,
+  // description, enabled and the three counters.
+  const auto it = std::find_if(router_.texts.begin(), router_.texts.end(),
+                               [](const std::string& t) { return t.find("/counters/inPkts") != std::string::npos; });
+  ASSERT_NE(it, router_.texts.end());
+  const auto& n = router_.messages[static_cast<size_t>(it - router_.texts.begin())]->response->update();
+  EXPECT_EQ(n.update_size(), 8);
+  EXPECT_EQ(pathToStr(n.prefix()), "/devices/dev1/interfaces[name=eth1]");
+  EXPECT_EQ(pathToStr(n.update(0).path()), "/name");
 }
 
 TEST_F(FullWalker, EachCollectionMemberTravelsAloneWithItsKeyAndTime) {
@@ -281,27 +300,30 @@ TEST_F(FullWalker, PausedAndResumedSyncPublishesWhatAnUninterruptedOneDoes) {
 }
 
 TEST_F(FullWalker, ASpentSliceIsTestedOnlyAfterAPush) {
-  auto tree = buildTree();
+  const Vek::Ptr<Vek::Entity> t = table(10);
   clock_.advance(5.0);  // long after anything
   router_.onPush = [&] { clock_.advance(0.06); };
   // The slice starts at syncObject: the first push is taken, the second
   // (at 0.12 s) ends the slice although the router accepted it.
-  EXPECT_EQ(sync(tree.device, ids(1, 1)), WalkResult::QuantaExceeded);
+  EXPECT_EQ(FullVekTypeWalker::syncObject(t.ptr(), strToPath("/table"), router_, ids(1, 1), WalkerFlags::None),
+            WalkResult::QuantaExceeded);
   EXPECT_EQ(router_.pushes, 2u);
   EXPECT_EQ(FullVekTypeWalker::walkMapStartSize(), 1u);
 }
 
 TEST_F(FullWalker, TheSliceEndsExactlyWhenTheQuantumIsReached) {
-  auto tree = buildTree();
+  const Vek::Ptr<Vek::Entity> t = table(10);
   router_.onPush = [&] { clock_.advance(FullVekTypeWalker::SYNCQUANTUM); };
-  EXPECT_EQ(sync(tree.device, ids(1, 1)), WalkResult::QuantaExceeded);
+  EXPECT_EQ(FullVekTypeWalker::syncObject(t.ptr(), strToPath("/table"), router_, ids(1, 1), WalkerFlags::None),
+            WalkResult::QuantaExceeded);
   EXPECT_EQ(router_.pushes, 1u);
 }
 
 TEST_F(FullWalker, AResumedWalksSliceIsMeasuredFromItsLatestResumption) {
-  auto tree = buildTree();
+  const Vek::Ptr<Vek::Entity> t = table(10);
   router_.onPush = [&] { clock_.advance(0.06); };
-  ASSERT_EQ(sync(tree.device, ids(1, 1)), WalkResult::QuantaExceeded);
+  ASSERT_EQ(FullVekTypeWalker::syncObject(t.ptr(), strToPath("/table"), router_, ids(1, 1), WalkerFlags::None),
+            WalkResult::QuantaExceeded);
   ASSERT_EQ(router_.pushes, 2u);
   clock_.advance(100.0);  // a long wait before the agent resumes
   std::vector<SyncWalkId> done;
@@ -310,17 +332,33 @@ TEST_F(FullWalker, AResumedWalksSliceIsMeasuredFromItsLatestResumption) {
   EXPECT_EQ(router_.pushes, 4u);
 }
 
+TEST_F(FullWalker, LeavesGoOutBeforeAnAttributeThatPushesItsOwnMessage) {
+  auto tree = buildTree();
+  // Refuse the peer pointer of eth0, after its first leaves were read.
+  router_.onPush = [&] { router_.refuseAll = router_.texts.back().find("peer_ptr") != std::string::npos; };
+  ASSERT_EQ(sync(tree.eth0, ids(1, 1)), WalkResult::RouterFull);
+  // They went out just before it, so the pause holds nothing back.
+  ASSERT_EQ(router_.texts.size(), 2u);
+  EXPECT_NE(router_.texts[1].find("peer_ptr"), std::string::npos);
+  EXPECT_EQ(router_.texts[0],
+            "timestamp:0 prefix:/devices/dev1/interfaces[name=eth0] update0 ( path:/name string_val:eth0 ) "
+            "update1 ( path:/mtu uint_val:9000 ) update2 ( path:/status string_val:up ) update3 ( "
+            "path:/description string_val:uplink ) update4 ( path:/enabled bool_val:true ) update5 ( "
+            "path:/counters/inPkts uint_val:100 ) update6 ( path:/counters/outPkts uint_val:200 ) update7 ( "
+            "path:/counters/inErrors uint_val:1 ) ");
+}
+
 TEST_F(FullWalker, AChildsRefusedFinalPushPausesTheParentAfterThatChild) {
   auto tree = buildTree();
-  // Refuse the final push of eth0 (its message of scalars).
+  // Refuse the final push of eth0 (its last attribute, an array).
   router_.onPush = [&] {
     router_.refuseAll = router_.texts.back().find("prefix:/devices/dev1/interfaces[name=eth0] update0 ( "
-                                                  "path:/name") != std::string::npos;
+                                                  "path:/statusHistory") != std::string::npos;
   };
   EXPECT_EQ(sync(tree.device, ids(1, 1)), WalkResult::RouterFull);
   // eth0 has nothing left to resume: only the device waits, and it resumes
   // with eth1.
-  ASSERT_EQ(FullVekTypeWalker::walkMap().at(WalkId(1)).size(), 1u);
+  ASSERT_EQ(FullVekTypeWalker::walkMap().at(WalkId(1)).size(), 1u) << FullVekTypeWalker::dumpWalkMap();
   EXPECT_EQ(pathToStr(FullVekTypeWalker::walkMap().at(WalkId(1)).front()->prefixPath()), "/devices/dev1");
   const size_t before = router_.messages.size();
   router_.onPush = nullptr;
@@ -352,11 +390,14 @@ TEST_F(FullWalker, AQueuedEntityWalkerHoldsNoReferenceOnItsEntity) {
 
 TEST_F(FullWalker, DeletingTheMemberUnderAQueuedWalkDropsTheWalk) {
   auto tree = buildTree();
+  // The device is published, so its notifiee streams the delete.
+  ASSERT_EQ(sync(tree.device, ids(9, 9)), WalkResult::Done);
+  router_.clear();
   router_.refuseEvery = 1;
   ASSERT_NE(sync(tree.eth0, ids(1, 1)), WalkResult::Done);
   tree.eth0 = nullptr;
-  // The device is registered (eth0's peer pointer made it so): its notifiee
-  // publishes the delete and drops the queued work under eth0 first.
+  // The device's notifiee publishes the delete and drops the queued work
+  // under eth0 first.
   tree.device->entityDel(types().device->attr("interfaces"), name("eth0"));
   EXPECT_EQ(router_.leaves().back(), "delete /devices/dev1/interfaces[name=eth0]");
   EXPECT_TRUE(FullVekTypeWalker::walkMap().at(WalkId(1)).empty());
