@@ -109,6 +109,11 @@ class OSTREL_EXPORT FullVekTypeWalker {
                     Vek::Ptr<Vek::GenericIf const> gif, gnmi::Path leafPath, Vek::VekType objType,
                     BaseRouter& router, SyncWalkId ids, WalkerFlags flags, VekKey& keyName,
                     Timestamp timestamp);
+  // The same, taking over `prefixPath`.
+  FullVekTypeWalker(gnmi::Path&& prefixPath, ArenaRespMsgPtr updateMsg,
+                    Vek::Ptr<Vek::GenericIf const> gif, gnmi::Path leafPath, Vek::VekType objType,
+                    BaseRouter& router, SyncWalkId ids, WalkerFlags flags, VekKey& keyName,
+                    Timestamp timestamp);
   FullVekTypeWalker(FullVekTypeWalker&& other) noexcept;
   FullVekTypeWalker(const FullVekTypeWalker&) = delete;
   FullVekTypeWalker& operator=(const FullVekTypeWalker&) = delete;
@@ -145,8 +150,8 @@ class OSTREL_EXPORT FullVekTypeWalker {
   WalkResult walk(VekKey* key = nullptr);
 
   // Syncs an owned entity as a walk of its own at `path`, within this sync.
-  virtual WalkResult handleInstantiating(const Vek::Ptr<Vek::GenericIf const>& gif,
-                                         const gnmi::Path& path, Timestamp timestamp, VekKey* key);
+  virtual WalkResult handleInstantiating(const Vek::Ptr<Vek::GenericIf const>& gif, gnmi::Path path,
+                                         Timestamp timestamp, VekKey* key);
   // Hands `msg` to the router and applies the time slice: Done, RouterFull
   // (refused) or QuantaExceeded (the slice is spent, tested after the push).
   // With pushes suppressed (flag 1) returns Done at once.
@@ -267,6 +272,10 @@ class OSTREL_EXPORT FullVekTypeWalker {
   WalkResult walkSingle(const Vek::VekAttr& attr, const GifGnmiNotifiee* notifiee);
   // Moves this walker's state to the heap and queues it.
   void pause();
+  // `setUpWalk`, returning the notifiee it found or made.
+  static GifGnmiNotifiee* setUpWalkFor(const Vek::Ptr<Vek::GenericIf const>& gif, Vek::VekType type,
+                                       const Vek::PtrInterface* obj, const gnmi::Path& prefix,
+                                       BaseRouter& router, WalkerFlags flags, Timestamp timeStampToUse);
 
   gnmi::Path prefixPath_;
   ArenaRespMsgPtr updateMsg_;
@@ -286,6 +295,9 @@ class OSTREL_EXPORT FullVekTypeWalker {
   bool resuming_ = false;
   bool inCollection_ = false;
   ArenaRespMsgPtr ownMsg_;
+  // The notifiee of an entity walker's prefix, when the sync that built the
+  // walker found it; looked up again after a pause (it may have changed).
+  GifGnmiNotifiee* notifiee_ = nullptr;
 };
 
 // Publishes one change of one attribute of a published entity, at once:

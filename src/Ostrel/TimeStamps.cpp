@@ -63,6 +63,13 @@ std::unordered_map<const GifGnmiNotifiee*, TimestampTable>& objTsMap() {
   return map;
 }
 
+namespace {
+// Built when the library loads, not on first use: statics are destroyed in
+// the reverse order of their construction, so a map built at load outlives
+// every model a program makes later, whose entities reach it as they end.
+[[maybe_unused]] const bool tablesBuiltAtLoad = (objTsMap(), true);
+}  // namespace
+
 namespace TimeStampUtils {
 
 namespace {

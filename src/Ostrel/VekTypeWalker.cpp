@@ -64,6 +64,21 @@ const Vek::Entity* asEntity(const Vek::GenericIf* gif) {
 // (/devices/dev1), not as keyed members of their `entityPtr` collection.
 bool isDirectoryCollection(const Vek::VekAttr& attr) { return attr == Vek::Dir::entityPtrAttr(); }
 
+// The one-element path naming the key of the collection `attr` when no key
+// element is generated: the members' declared key attribute if they have it,
+// else the collection. Made once per attribute (the same for every member);
+// single-threaded, like every walk.
+const gnmi::Path& keyPartName(const Vek::VekAttr& attr) {
+  static std::unordered_map<const Vek::VekAttrBase*, gnmi::Path> names;
+  auto [it, inserted] = names.try_emplace(attr.base());
+  if (inserted) {
+    const std::string& keyAttr = attr->keyAttrName();
+    const bool declared = !keyAttr.empty() && attr->type() && attr->type()->attr(keyAttr);
+    it->second.add_elem()->set_name(declared ? keyAttr : attr->name());
+  }
+  return it->second;
+}
+
 // Appends an element named `name` to `path` for the life of the scope.
 class ScopedElem {
  public:
@@ -299,13 +314,11 @@ void FullVekTypeWalker::extractKeyInfo(const Vek::Ptr<Vek::GenericIf const>& key
     if (isScalarType(valueType)) {
       // Named by the generated element, else by the members' key attribute,
       // else by the collection.
-      gnmi::Path name = generated;
-      if (name.elem_size() == 0) {
-        const std::string& keyAttr = attr->keyAttrName();
-        const bool declared = !keyAttr.empty() && attr->type() && attr->type()->attr(keyAttr);
-        name.add_elem()->set_name(declared ? keyAttr : attr->name());
+      if (generated.elem_size() > 0) {
+        extractScalar(nullptr, value, valueType, generated, key);
+      } else {
+        extractScalar(nullptr, value, valueType, keyPartName(attr), key);
       }
-      extractScalar(nullptr, value, valueType, name, key);
     } else {
       // A composite key: one part per attribute, named after it.
       extractValAttr(nullptr, value, valueType, gnmi::Path(), key);
@@ -322,6 +335,22 @@ FullVekTypeWalker::FullVekTypeWalker(const gnmi::Path& prefixPath, ArenaRespMsgP
                                      Vek::VekType objType, BaseRouter& router, SyncWalkId ids,
                                      WalkerFlags flags, VekKey& keyName, Timestamp timestamp)
     : prefixPath_(prefixPath),
+      updateMsg_(std::move(updateMsg)),
+      leafPath_(std::move(leafPath)),
+      objType_(objType),
+      gif_(std::move(gif)),
+      router_(router),
+      syncId_(ids.first),
+      walkId_(ids.second),
+      flags_(flags),
+      keyName_(keyName),
+      timeStamp_(timestamp) {}
+
+FullVekTypeWalker::FullVekTypeWalker(gnmi::Path&& prefixPath, ArenaRespMsgPtr updateMsg,
+                                     Vek::Ptr<Vek::GenericIf const> gif, gnmi::Path leafPath,
+                                     Vek::VekType objType, BaseRouter& router, SyncWalkId ids,
+                                     WalkerFlags flags, VekKey& keyName, Timestamp timestamp)
+    : prefixPath_(std::move(prefixPath)),
       updateMsg_(std::move(updateMsg)),
       leafPath_(std::move(leafPath)),
       objType_(objType),
@@ -384,15 +413,23 @@ WalkResult FullVekTypeWalker::syncObjectInternal(const Vek::PtrInterface* obj, g
   }
   // Nothing is published from an entity that has left the model.
   if (const auto* entity = asEntity(gif.ptr()); entity && entity->hasLeft()) return WalkResult::Done;
-  setUpWalk(gif, type, obj, prefix, router, flags, timeStampToUse);
+  GifGnmiNotifiee* notifiee = setUpWalkFor(gif, type, obj, prefix, router, flags, timeStampToUse);
   ZOLT_TRACE(dbg, 9, COMPONENT, "construct FullVekTypeWalker with prefixPath:{}", prefix);
-  FullVekTypeWalker walker(prefix, nullptr, gif, gnmi::Path(), type, router, ids, flags, noKey(), 0);
+  FullVekTypeWalker walker(std::move(prefix), nullptr, gif, gnmi::Path(), type, router, ids, flags, noKey(), 0);
+  walker.notifiee_ = notifiee;
   return walker.walk(key);
 }
 
 void FullVekTypeWalker::setUpWalk(const Vek::Ptr<Vek::GenericIf const>& gif, Vek::VekType type,
                                   const Vek::PtrInterface* obj, const gnmi::Path& prefix,
                                   BaseRouter& router, WalkerFlags flags, Timestamp timeStampToUse) {
+  setUpWalkFor(gif, type, obj, prefix, router, flags, timeStampToUse);
+}
+
+GifGnmiNotifiee* FullVekTypeWalker::setUpWalkFor(const Vek::Ptr<Vek::GenericIf const>& gif,
+                                                 Vek::VekType type, const Vek::PtrInterface* obj,
+                                                 const gnmi::Path& prefix, BaseRouter& router,
+                                                 WalkerFlags flags, Timestamp timeStampToUse) {
   auto it = gNmiNotifieeMap.find(prefix);
   if (it != gNmiNotifieeMap.end() && it->second && it->second->entity() != obj) {
     // The path is held by the notifiee of an entity that left the model but
@@ -411,7 +448,7 @@ void FullVekTypeWalker::setUpWalk(const Vek::Ptr<Vek::GenericIf const>& gif, Vek
     new GifGnmiNotifiee(obj, prefix, router, false, hasAny(flags, WalkerFlags::NotifieeOption));
     it = gNmiNotifieeMap.find(prefix);
   }
-  const GifGnmiNotifiee* notifiee = it->second.ptr();
+  GifGnmiNotifiee* notifiee = it->second.ptr();
   if (!objTsMap().contains(notifiee)) ZOLT_FMASSERT(dbg, COMPONENT, "timestamp not found for {}", prefix);
   if (timeStampToUse == 0) timeStampToUse = nowUtc();
   for (Vek::VekTypeBase::AttributeQIterator attrIt(type); attrIt; ++attrIt) {
@@ -424,6 +461,7 @@ void FullVekTypeWalker::setUpWalk(const Vek::Ptr<Vek::GenericIf const>& gif, Vek
       }
     }
   }
+  return notifiee;
 }
 
 std::pair<gnmi::Notification*, ArenaRespMsgPtr> FullVekTypeWalker::createResponse(
@@ -464,10 +502,9 @@ WalkResult FullVekTypeWalker::routerPush(const ArenaRespMsgPtr& msg) const {
 }
 
 WalkResult FullVekTypeWalker::handleInstantiating(const Vek::Ptr<Vek::GenericIf const>& gif,
-                                                  const gnmi::Path& path, Timestamp timestamp,
-                                                  VekKey* key) {
+                                                  gnmi::Path path, Timestamp timestamp, VekKey* key) {
   const auto* obj = static_cast<const Vek::PtrInterface*>(gif->voidPtr());
-  return syncObjectInternal(obj, path, router_, {syncId_, walkId_}, flags_, timestamp, key);
+  return syncObjectInternal(obj, std::move(path), router_, {syncId_, walkId_}, flags_, timestamp, key);
 }
 
 WalkResult FullVekTypeWalker::nextWalker(const Vek::Ptr<Vek::GenericIf const>& attrGif,
@@ -479,9 +516,16 @@ WalkResult FullVekTypeWalker::nextWalker(const Vek::Ptr<Vek::GenericIf const>& a
              "FullVekTypeWalker with prefixPath_:{}",
              *this, attrGif, msg, leafPath, valueType, key, prefixPath_);
   if (timestamp == 0) timestamp = timeStamp_;
-  FullVekTypeWalker child(prefixPath_, msg, attrGif, leafPath, valueType, router_, {syncId_, walkId_},
-                          flags_, key, timestamp);
-  return child.walk(childKey);
+  // The child borrows this walker's prefix and the leaf path, and gives them
+  // back: it walks a value, whose attributes are scalars and nested values
+  // only, so it pushes nothing and never pauses (a pause would move it, and
+  // the paths with it, into the walk queue).
+  FullVekTypeWalker child(std::move(prefixPath_), msg, attrGif, std::move(leafPath), valueType, router_,
+                          {syncId_, walkId_}, flags_, key, timestamp);
+  const WalkResult result = child.walk(childKey);
+  prefixPath_ = std::move(child.prefixPath_);
+  leafPath = std::move(child.leafPath_);
+  return result;
 }
 
 void FullVekTypeWalker::pause() {
@@ -496,6 +540,7 @@ void FullVekTypeWalker::pause() {
   }
   auto queued = std::make_unique<FullVekTypeWalker>(std::move(*this));
   queued->resuming_ = true;
+  queued->notifiee_ = nullptr;
   addToWalkQ(std::move(queued));
 }
 
@@ -522,8 +567,8 @@ WalkResult FullVekTypeWalker::walk(VekKey* key) {
   if (entity && entity->hasLeft()) return WalkResult::Done;
   // Timestamps are kept per entity; the leaves of nested values travel in
   // their entity's message and take its time.
-  Vek::Ptr<GifGnmiNotifiee> notifiee;
-  if (isEntityType(objType_)) notifiee = VekGnmiUtils::lookupGnmiNotifieeMap(prefixPath_);
+  Vek::Ptr<GifGnmiNotifiee> notifiee = notifiee_;
+  if (!notifiee && isEntityType(objType_)) notifiee = VekGnmiUtils::lookupGnmiNotifieeMap(prefixPath_);
 
   if (!resuming_) {
     savedAttr_ = Vek::VekTypeBase::AttributeQIterator(objType_);
@@ -659,16 +704,19 @@ WalkResult FullVekTypeWalker::walkMember(const Vek::VekAttr& attr,
   extractKeyInfo(keyGif, attr, key, router_);
   ZOLT_TRACE(dbg, 9, COMPONENT, "{} call nextWalker for the value, then stringify vekKey:{}",
              prefixPath_, key);
+  if (attr->isInstantiating()) {
+    // The member's prefix is made once, whole; its key's scalar parts are
+    // published by the member's own walk, below that prefix.
+    gnmi::Path memberPrefix = joinPath(prefixPath_, leafPath_);
+    key.updateAndStorePrefix(memberPrefix, false, attr);
+    ZOLT_TRACE(dbg, 5, COMPONENT, "{} instantiating attr, call syncObject for the value", prefixPath_);
+    return handleInstantiating(member, std::move(memberPrefix), timestamp, &key);
+  }
   const Vek::VekType memberType = member->type();
-  const bool scalarMember =
-      !attr->isInstantiating() && (attr->isPointer() || isScalarType(memberType));
+  const bool scalarMember = attr->isPointer() || isScalarType(memberType);
   gnmi::Path path = leafPath_;
   key.updateAndStorePrefix(path, scalarMember, attr);
 
-  if (attr->isInstantiating()) {
-    ZOLT_TRACE(dbg, 5, COMPONENT, "{} instantiating attr, call syncObject for the value", prefixPath_);
-    return handleInstantiating(member, joinPath(prefixPath_, path), timestamp, &key);
-  }
   ArenaRespMsgPtr msg;
   if (attr->isPointer()) {
     msg = objPtrToPath(member, prefixPath_, path, timestamp, router_);
