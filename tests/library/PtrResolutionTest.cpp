@@ -228,7 +228,20 @@ TEST_F(PtrResolution, ErasingAnUnpublishedEntityKeyWhileTheOwnerSyncIsPausedEnds
   router_.clear();
   ASSERT_TRUE(tree.device->entityDel(Sample::types().device->attr("interfaces"), Sample::name("eth1")));
   EXPECT_FALSE(registered(tree.eth1));
+  // Nothing was synced to name the key that left.
+  EXPECT_FALSE(registered(tree.eth0));
+  const std::vector<std::string> leaves = router_.leaves();
+  EXPECT_NE(std::find(leaves.begin(), leaves.end(), "delete " + std::string(ETH1)), leaves.end());
+  // The paused sync then completes without the erased entity.
+  router_.clear();
+  std::vector<Ostrel::SyncWalkId> done;
+  EXPECT_EQ(Ostrel::FullVekTypeWalker::resumeAllSyncsAndNotifs(done), Ostrel::WalkResult::Done);
+  EXPECT_EQ(done, (std::vector<Ostrel::SyncWalkId>{ids(3, 3)}));
   EXPECT_TRUE(registered(tree.eth0));
+  EXPECT_FALSE(registered(tree.eth1));
+  for (const std::string& leaf : router_.leaves()) {
+    EXPECT_EQ(leaf.find("interfaces[name=eth1]"), std::string::npos) << leaf;
+  }
 }
 
 TEST(PtrResolutionDeathTest, TargetThatTheAncestorSyncDoesNotPublishEndsTheProcess) {
