@@ -49,6 +49,10 @@ std::string getPtrPathStr(const Vek::Ptr<Vek::GenericIf const>& ptr, BaseRouter&
   }
   if (inForwardSync) return NULL_TEXT;
   ZOLT_TRACE(dbg, 1, COMPONENT, "Forward reference for {} is not present", target->fullName());
+  // An entity that has left the model, or is leaving it (its owner reports
+  // the pointers and keys that name it while it does), is no longer reached
+  // from its owner: no sync can publish it, so it has no path to give.
+  if (target->hasLeft()) return NULL_TEXT;
   for (Vek::Ptr<Vek::Entity> ancestor = target->parent();; ancestor = ancestor->parent()) {
     if (!ancestor) return NULL_TEXT;
     const Vek::PtrInterface* ancestorKey = ancestor.ptr();
