@@ -244,6 +244,47 @@ TEST_F(PtrResolution, ErasingAnUnpublishedEntityKeyWhileTheOwnerSyncIsPausedEnds
   }
 }
 
+// A box owns policies keyed by its ports, declared before the ports: a sync
+// meets each policy's key before the port that is the key is published.
+struct BoxModel {
+  Vek::VekType box;
+  static const BoxModel& get() {
+    static const BoxModel model;
+    return model;
+  }
+
+ private:
+  BoxModel() {
+    Vek::Module& m = Vek::Module::moduleNew("PtrResolution");
+    const Vek::VekType policy = m.entityType("Policy").scalar("rate", Vek::builtinType<unsigned>()).done();
+    const Vek::VekType port = m.entityType("Port").scalar("mtu", Vek::builtinType<unsigned>()).done();
+    box = m.entityType("Box")
+              .collection("policies", port, policy, Vek::AttrFlag::INSTANTIATING)
+              .collection("ports", Vek::builtinType<Vek::String>(), port, Vek::AttrFlag::INSTANTIATING)
+              .done();
+  }
+};
+
+TEST_F(PtrResolution, MemberKeyedByAnEntityPublishedLaterIsRegisteredOnlyAtItsKeyedPath) {
+  GTEST_SKIP() << "the walk names a member by an entity key it has not published yet as \"nullptr\"";
+  const Vek::Ptr<Vek::Dir> root = Vek::Dir::rootNew("");
+  const Vek::Ptr<Vek::Entity> box = root->childNew(BoxModel::get().box, "b1");
+  const Vek::Ptr<Vek::Entity> port = box->entityNew("ports", Vek::genericIfOf("p1"));
+  const Vek::Ptr<Vek::Entity> policy = box->entityNew("policies", port);
+  ASSERT_EQ(Ostrel::FullVekTypeWalker::syncObject(box, strToPath("/b1"), router_, ids(1, 1),
+                                                  Ostrel::WalkerFlags::RequestKindBit1),
+            Ostrel::WalkResult::Done);
+  const gnmi::Path policyPath = strToPath("/b1/policies[policiesKey=/b1/ports[ports=p1]]");
+  EXPECT_EQ(notifieePathMap.at(policy.ptr()), policyPath);
+  EXPECT_EQ(getPtrPathStr(policy, router_), Ostrel::pathToStr(policyPath));
+  // box, port and policy.
+  EXPECT_EQ(Ostrel::gNmiNotifieeMap.size(), 3u) << GifGnmiNotifiee::dumpGnmiNotifieeMap();
+  router_.clear();
+  policy->valueIs<unsigned>("rate", 5);
+  EXPECT_EQ(router_.leaves(),
+            (std::vector<std::string>{"/b1/policies[policiesKey=/b1/ports[ports=p1]]/rate = uint_val: 5"}));
+}
+
 TEST(PtrResolutionDeathTest, TargetThatTheAncestorSyncDoesNotPublishEndsTheProcess) {
   // A directory entry is never published, so syncing its directory does not
   // register it.
