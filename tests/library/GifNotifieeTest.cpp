@@ -16,6 +16,7 @@
 
 #include "FatalCatcher.h"
 #include "SampleModel.h"
+#include "TraceCapture.h"
 #include "WalkSupport.h"
 
 namespace {
@@ -144,6 +145,15 @@ TEST(GifNotifieeDeathTest, EmptyPrefixForEntityTextOfAnotherShapeAborts) {
                "gifPtrStrep: entity\\(''\\) does not match regex");
   EXPECT_DEATH(notifieeWithStdoutOnStderr(fan("fan one"), router),
                "gifPtrStrep: entity\\('fan one'\\) does not match regex");
+}
+
+TEST_F(GifNotifiee, ConstructionChangesAndZeroReferencesTraceThePrefix) {
+  const Vek::Ptr<Vek::Entity> f = fan();
+  const OstrelTest::TraceCapture traces("OstrelGifGnmiNotifiee", 1u << 5);
+  const Vek::Ptr<GifGnmiNotifiee> n = notifieeOf(f, strToPath("/fans/fan1"));
+  n->onAttribute(rpmId(), nullptr);
+  n->onZeroReferences();
+  EXPECT_EQ(traces.messages, (std::vector<std::string>(3, "prefixPath_:/fans/fan1")));
 }
 
 // ---------------------------------------------------------------------------

@@ -12,10 +12,10 @@
 #include <Ostrel/PtrResolution.h>
 #include <Ostrel/VekTypeWalker.h>
 #include <Vek/Vek.h>
-#include <Zolt/Zolt.h>
 
 #include "ChangeRecorder.h"
 #include "SampleModel.h"
+#include "TraceCapture.h"
 #include "WalkSupport.h"
 
 namespace {
@@ -32,29 +32,9 @@ constexpr const char* ETH0 = "/devices/dev1/interfaces[name=eth0]";
 constexpr const char* ETH1 = "/devices/dev1/interfaces[name=eth1]";
 
 // The messages traced under "OstrelPtrResolution" at level 1 while it lives.
-class ResolutionTraces {
+class ResolutionTraces : public OstrelTest::TraceCapture {
  public:
-  ResolutionTraces()
-      : handle_(Zolt::Platform::getDebugHandler("OstrelPtrResolution")),
-        previousMask_(handle_.levelMask()) {
-    handle_.levelMaskIs(1u << 1);
-    previousSink_ = Zolt::traceSinkIs([this](const Zolt::TraceRecord& record) {
-      if (record.handle == &handle_) messages.emplace_back(record.message);
-    });
-  }
-  ~ResolutionTraces() {
-    Zolt::traceSinkIs(std::move(previousSink_));
-    handle_.levelMaskIs(previousMask_);
-  }
-  ResolutionTraces(const ResolutionTraces&) = delete;
-  ResolutionTraces& operator=(const ResolutionTraces&) = delete;
-
-  std::vector<std::string> messages;
-
- private:
-  Zolt::Debuggable& handle_;
-  uint32_t previousMask_;
-  Zolt::TraceSink previousSink_;
+  ResolutionTraces() : TraceCapture("OstrelPtrResolution", 1u << 1) {}
 };
 
 class PtrResolution : public OstrelTest::WalkTest {

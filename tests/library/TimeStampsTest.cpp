@@ -16,6 +16,7 @@
 
 #include "FatalCatcher.h"
 #include "SampleModel.h"
+#include "TraceCapture.h"
 #include "WalkSupport.h"
 
 namespace {
@@ -204,6 +205,17 @@ TEST_F(TimeStamps, LookupAttrTsAfterTheEntityEndedIsFatal) {
   // The notifiee outlives its entity; the entity must not be read any more.
   EXPECT_FATAL(Ts::lookupAttrTs(n.ptr(), "mtu"), "unable to find GifGnmiNotifiee in objTsMap");
   EXPECT_EQ(Ts::lookupCollectionKeyTs(n.ptr(), "addresses", Sample::ipv4("10.0.0.1")), std::nullopt);
+}
+
+TEST_F(TimeStamps, LookupsTraceTheAttributeAndTheType) {
+  const Sample::Tree tree = Sample::buildTree();
+  const Vek::Ptr<GifGnmiNotifiee> n = notifieeOf(tree.eth0, "/eth0");
+  const OstrelTest::TraceCapture traces("Ostrel", 1u << 5);
+  Ts::lookupAttrTs(n.ptr(), "mtu");
+  Ts::lookupCollectionKeyTs(n.ptr(), "addresses", Sample::ipv4("10.0.0.1"));
+  EXPECT_EQ(traces.messages,
+            (std::vector<std::string>{"Looking up attr: mtu in type: Sample::Interface",
+                                      "Looking up attr: addresses in type: Sample::Interface"}));
 }
 
 TEST_F(TimeStamps, LookupCollectionKeyTsFindsTheTimeOfThatMemberOnly) {
