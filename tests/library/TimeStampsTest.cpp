@@ -397,6 +397,51 @@ TEST_F(TimeStamps, DumpTsMapListsEveryNotifiee) {
   EXPECT_NE(std::find(lines.begin(), lines.end(), headerA), lines.end());
 }
 
+// Nodes that price their links to other nodes: a collection keyed by
+// entities of the node's own type.
+Vek::VekType nodeType() {
+  static const Vek::VekType type = [] {
+    Vek::TypeDef node = Vek::Module::moduleNew("TimeStamps").entityType("Node");
+    node.collection("costs", node.type(), Vek::builtinType<unsigned>());
+    return node.done();
+  }();
+  return type;
+}
+
+TEST_F(TimeStamps, EntityKeyTakesNoReferenceOnItsEntity) {
+  const Vek::Ptr<Vek::Entity> a = Vek::Entity::rootNew(nodeType(), "a");
+  const Vek::Ptr<Vek::Entity> b = Vek::Entity::rootNew(nodeType(), "b");
+  const Vek::Ptr<GifGnmiNotifiee> n = notifieeOf(a, "/a");
+  const uint32_t before = b->references();
+  Ts::recordTs(n.ptr(), TSKey(idOf(nodeType(), "costs"), b), 5);
+  EXPECT_EQ(b->references(), before);
+  EXPECT_EQ(Ts::lookupCollectionKeyTs(n.ptr(), "costs", b), std::optional<Timestamp>(5));
+  EXPECT_EQ(Ts::lookupCollectionKeyTs(n.ptr(), "costs", a), std::nullopt);
+}
+
+TEST_F(TimeStamps, PublishedEntitiesKeyedByEachOtherEndWithTheirOwner) {
+  const int64_t liveBefore = Vek::Entity::allocTrackInfo().liveObjects();
+  {
+    const Vek::Ptr<Vek::Dir> root = Vek::Dir::rootNew("");
+    const Vek::Ptr<Vek::Dir> nodes = root->dirNew("nodes");
+    const Vek::Ptr<Vek::Entity> a = nodes->childNew(nodeType(), "a");
+    const Vek::Ptr<Vek::Entity> b = nodes->childNew(nodeType(), "b");
+    const Vek::VekAttr costs = nodeType()->attr("costs");
+    costs.genericIfSet(a, b, Vek::genericIfOf(1u));
+    costs.genericIfSet(b, a, Vek::genericIfOf(2u));
+    ASSERT_EQ(Ostrel::FullVekTypeWalker::syncObject(nodes, strToPath("/nodes"), router_,
+                                                    OstrelTest::ids(1, 1),
+                                                    Ostrel::WalkerFlags::RequestKindBit1),
+              Ostrel::WalkResult::Done);
+    // The walk recorded when each link was first seen.
+    EXPECT_EQ(Ts::lookupCollectionKeyTs(Ostrel::VekGnmiUtils::lookupGnmiNotifieeMap(strToPath("/nodes/a")).ptr(),
+                                        "costs", b),
+              std::optional<Timestamp>(T0));
+  }
+  EXPECT_EQ(Vek::Entity::allocTrackInfo().liveObjects(), liveBefore);
+  EXPECT_EQ(Ostrel::gNmiNotifieeMap.size(), 0u) << GifGnmiNotifiee::dumpGnmiNotifieeMap();
+}
+
 // ---------------------------------------------------------------------------
 // VekGnmiUtils::getTimestamp
 
