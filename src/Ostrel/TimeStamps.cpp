@@ -14,9 +14,20 @@ namespace {
 Zolt::Debuggable& dbg = Zolt::Platform::getDebugHandler("Ostrel");
 constexpr const char* COMPONENT = "TimeStampUtils";
 
-// The key as stored: a wrapper's wrapped value, else the key itself.
+// The key as stored: a wrapper's wrapped value; an entity's creation number;
+// else the key itself.
+//
+// The runtime keeps entity keys as plain references, and so must a table: one
+// that held the entity would keep it alive, so that published entities keyed
+// by each other (or by their owner) would never end, nor their notifiees. The
+// creation number is unique in the process and stands for the entity's
+// identity, by which entity keys compare and hash.
 Vek::Ptr<Vek::GenericIf const> normalised(Vek::Ptr<Vek::GenericIf const> key) {
   if (!key) return key;
+  if (key->isEntity()) {
+    const auto serial = static_cast<unsigned long long>(static_cast<const Vek::Entity&>(*key).serial());
+    return Vek::genericIfOf(serial);
+  }
   const Vek::VekType type = key->type();
   if (type->isWrapper()) {
     if (const Vek::VekAttr inner = type->valAttr()) return inner.genericIfGet(key);
@@ -140,8 +151,11 @@ std::string dumpTsMap() {
     const Vek::GenericIf* entity = entityOf(notifiee, &table);
     table.forEach([&](const TSKey& key, const int64_t& time) {
       const Vek::VekAttr attr = entity ? entity->type()->attr(key.attrId) : Vek::VekAttr();
-      fmt::format_to(std::back_inserter(out), "{}( {}, {} ) -> {}\n", attr, key.attrId,
-                     key.key ? key.key->strRep() : std::string("null"), time);
+      const bool entityKey = attr && attr->indexType() && attr->indexType()->isEntity();
+      const std::string keyText = !key.key   ? std::string("null")
+                                  : entityKey ? "entity#" + key.key->strRep()
+                                              : key.key->strRep();
+      fmt::format_to(std::back_inserter(out), "{}( {}, {} ) -> {}\n", attr, key.attrId, keyText, time);
     });
   }
   return out;
