@@ -381,6 +381,16 @@ TEST_F(TimeStamps, DumpTsMapListsEachNotifieeThenItsEntries) {
                 fmt::format("vlanRoles( {}, 10 ) -> 22\n", deviceAttr("vlanRoles").value())}));
 }
 
+TEST_F(TimeStamps, DumpTsMapNamesAnEntityKeyByItsCreationNumber) {
+  const Sample::Tree tree = Sample::buildTree();
+  const Vek::Ptr<GifGnmiNotifiee> n = notifieeOf(tree.device, "/devices/dev1");
+  Ts::recordTs(n.ptr(), TSKey(deviceAttr("linkCosts"), tree.eth1), 33);
+  const std::vector<std::string> lines = linesOf(Ts::dumpTsMap());
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[1], fmt::format("linkCosts( {}, entity#{} ) -> 33\n", deviceAttr("linkCosts").value(),
+                                  tree.eth1->serial()));
+}
+
 TEST_F(TimeStamps, DumpTsMapListsEveryNotifiee) {
   const Sample::Tree tree = Sample::buildTree();
   const Vek::Ptr<GifGnmiNotifiee> a = notifieeOf(tree.eth0, "/a");
