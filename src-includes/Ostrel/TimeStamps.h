@@ -32,8 +32,10 @@ class GifGnmiNotifiee;
 // aliases) is stored as the wrapped value, so a key given wrapped and the same
 // key given bare find one entry. Keys are compared by value (the runtime's
 // Equal) and hashed from their value: reading a wrapper's value yields a new
-// object each time, so comparing objects would never match. Entity keys
-// compare and hash by identity, as the runtime does.
+// object each time, so comparing objects would never match. An entity key is
+// stored as the entity's creation number (`Vek::Entity::serial`): it compares
+// and hashes by identity, as the runtime does, and takes no reference on the
+// entity, which a table must not keep alive.
 struct OSTREL_EXPORT TSKey {
   TSKey(Vek::AttributeId attrId, Vek::Ptr<Vek::GenericIf const> key);
 
@@ -88,7 +90,8 @@ OSTREL_EXPORT bool eraseTs(const GifGnmiNotifiee* notifiee, const TSKey& key);
 
 // Every table: per notifiee "GifGnmiNotifiee:<address> path:<prefix>\n", then
 // per entry "<attribute name>( <attribute id>, <key text> ) -> <time>\n" (key
-// text "null" for plain attributes).
+// text "null" for plain attributes, "entity#<creation number>" for entity
+// keys).
 OSTREL_EXPORT std::string dumpTsMap();
 
 }  // namespace TimeStampUtils

@@ -49,7 +49,15 @@ std::string getPtrPathStr(const Vek::Ptr<Vek::GenericIf const>& ptr, BaseRouter&
   }
   if (inForwardSync) return NULL_TEXT;
   ZOLT_TRACE(dbg, 1, COMPONENT, "Forward reference for {} is not present", target->fullName());
-  for (Vek::Ptr<Vek::Entity> ancestor = target->parent();; ancestor = ancestor->parent()) {
+  // An entity that has left the model, or is leaving it (its owner reports
+  // the pointers and keys that name it while it does), is no longer reached
+  // from its owner: no sync can publish it, so it has no path to give.
+  if (target->hasLeft()) return NULL_TEXT;
+  // The ancestor visited before the current one (the target at first); its
+  // owner, the current ancestor, keeps it alive.
+  const Vek::Entity* below = target;
+  for (Vek::Ptr<Vek::Entity> ancestor = target->parent();;
+       below = ancestor.ptr(), ancestor = ancestor->parent()) {
     if (!ancestor) return NULL_TEXT;
     const Vek::PtrInterface* ancestorKey = ancestor.ptr();
     if (const auto it = notifieePathMap.find(ancestorKey); it != notifieePathMap.end()) {
@@ -59,7 +67,16 @@ std::string getPtrPathStr(const Vek::Ptr<Vek::GenericIf const>& ptr, BaseRouter&
       break;
     }
     if (ancestor->type()->baseType() == Vek::Dir::dirType()) {
-      forwardSync(ancestor.ptr(), strToPath(ancestor->fullName()), router);
+      const gnmi::Path path = strToPath(ancestor->fullName());
+      if (path.elem_size() > 0) {
+        forwardSync(ancestor.ptr(), path, router);
+      } else {
+        // The unnamed root directory has no path to be published at: its
+        // notifiee would take its path from its text form, entity(''), which
+        // names nothing. Its sync would publish the entity below it at that
+        // entity's full name, so that entity is synced there instead.
+        forwardSync(below, strToPath(below->fullName()), router);
+      }
       break;
     }
   }

@@ -14,9 +14,20 @@ namespace {
 Zolt::Debuggable& dbg = Zolt::Platform::getDebugHandler("Ostrel");
 constexpr const char* COMPONENT = "TimeStampUtils";
 
-// The key as stored: a wrapper's wrapped value, else the key itself.
+// The key as stored: a wrapper's wrapped value; an entity's creation number;
+// else the key itself.
+//
+// The runtime keeps entity keys as plain references, and so must a table: one
+// that held the entity would keep it alive, so that published entities keyed
+// by each other (or by their owner) would never end, nor their notifiees. The
+// creation number is unique in the process and stands for the entity's
+// identity, by which entity keys compare and hash.
 Vek::Ptr<Vek::GenericIf const> normalised(Vek::Ptr<Vek::GenericIf const> key) {
   if (!key) return key;
+  if (key->isEntity()) {
+    const auto serial = static_cast<unsigned long long>(static_cast<const Vek::Entity&>(*key).serial());
+    return Vek::genericIfOf(serial);
+  }
   const Vek::VekType type = key->type();
   if (type->isWrapper()) {
     if (const Vek::VekAttr inner = type->valAttr()) return inner.genericIfGet(key);
@@ -24,13 +35,21 @@ Vek::Ptr<Vek::GenericIf const> normalised(Vek::Ptr<Vek::GenericIf const> key) {
   return key;
 }
 
-const Vek::GenericIf* entityOf(const GifGnmiNotifiee* notifiee) {
-  return notifiee->entity() ? notifiee->entity()->genericIfPtr() : nullptr;
+// The entity of a notifiee that has a table. A notifiee may outlive its
+// entity (whoever holds it keeps it after its zero-reference event), and then
+// its entity pointer dangles: only a notifiee whose table still exists is
+// known to watch a live entity. The runtime forgets the notifier of a
+// notifiee whose entity ends, so that is read rather than the pointer kept.
+const Vek::GenericIf* entityOf(const GifGnmiNotifiee* notifiee, const TimestampTable* table) {
+  const Vek::PtrInterface* notifier = table ? notifiee->notifier() : nullptr;
+  return notifier ? notifier->genericIfPtr() : nullptr;
 }
 
-// The attribute `attrName` of the notifiee's entity, traced as every lookup.
-Vek::VekAttr attrOf(const GifGnmiNotifiee* notifiee, const char* attrName) {
-  const Vek::GenericIf* entity = entityOf(notifiee);
+// The attribute `attrName` of the entity of a notifiee with `table`, traced as
+// every lookup.
+Vek::VekAttr attrOf(const GifGnmiNotifiee* notifiee, const TimestampTable* table,
+                    const char* attrName) {
+  const Vek::GenericIf* entity = entityOf(notifiee, table);
   const Vek::VekType type = entity ? entity->type() : Vek::VekType();
   ZOLT_TRACE(dbg, 5, COMPONENT, "Looking up attr: {} in type: {}", attrName, type);
   return type ? type->attr(attrName) : Vek::VekAttr();
@@ -83,9 +102,9 @@ TimestampTable* tableOf(const GifGnmiNotifiee* notifiee) {
 }  // namespace
 
 std::optional<Timestamp> lookupAttrTs(const GifGnmiNotifiee* notifiee, const char* attrName) {
-  const Vek::VekAttr attr = attrOf(notifiee, attrName);
-  const TSKey key(attr ? attr->id() : Vek::AttributeId(), nullptr);
   const TimestampTable* table = tableOf(notifiee);
+  const Vek::VekAttr attr = attrOf(notifiee, table, attrName);
+  const TSKey key(attr ? attr->id() : Vek::AttributeId(), nullptr);
   if (!table) ZOLT_FMASSERT(dbg, COMPONENT, "unable to find GifGnmiNotifiee in objTsMap");
   if (!attr) return std::nullopt;
   const int64_t* time = table->find(key);
@@ -94,8 +113,8 @@ std::optional<Timestamp> lookupAttrTs(const GifGnmiNotifiee* notifiee, const cha
 
 std::optional<Timestamp> lookupCollectionKeyTs(const GifGnmiNotifiee* notifiee, const char* attrName,
                                                const Vek::Ptr<Vek::GenericIf const>& key) {
-  const Vek::VekAttr attr = attrOf(notifiee, attrName);
   const TimestampTable* table = tableOf(notifiee);
+  const Vek::VekAttr attr = attrOf(notifiee, table, attrName);
   if (!attr || !table) return std::nullopt;
   const int64_t* time = table->find(TSKey(attr->id(), key));
   return time ? std::optional<Timestamp>(*time) : std::nullopt;
@@ -136,11 +155,14 @@ std::string dumpTsMap() {
   for (const auto& [notifiee, table] : objTsMap()) {
     fmt::format_to(std::back_inserter(out), "GifGnmiNotifiee:{} path:{}\n",
                    static_cast<const void*>(notifiee), notifiee->prefixPath());
-    const Vek::GenericIf* entity = entityOf(notifiee);
+    const Vek::GenericIf* entity = entityOf(notifiee, &table);
     table.forEach([&](const TSKey& key, const int64_t& time) {
       const Vek::VekAttr attr = entity ? entity->type()->attr(key.attrId) : Vek::VekAttr();
-      fmt::format_to(std::back_inserter(out), "{}( {}, {} ) -> {}\n", attr, key.attrId,
-                     key.key ? key.key->strRep() : std::string("null"), time);
+      const bool entityKey = attr && attr->indexType() && attr->indexType()->isEntity();
+      const std::string keyText = !key.key   ? std::string("null")
+                                  : entityKey ? "entity#" + key.key->strRep()
+                                              : key.key->strRep();
+      fmt::format_to(std::back_inserter(out), "{}( {}, {} ) -> {}\n", attr, key.attrId, keyText, time);
     });
   }
   return out;
