@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstring>
+#include <limits>
 
 #include <boost/beast/core/detail/base64.hpp>
 #include <google/protobuf/arena.h>
@@ -39,6 +41,9 @@ VekKey& noKey() {
   static VekKey key;
   return key;
 }
+
+// The path text of a pointer that cannot be resolved (see PtrResolution.h).
+constexpr const char* NULL_POINTER_TEXT = "nullptr";
 
 // A key that collects nothing: extractors given it emit updates.
 VekKey& plainKey() {
@@ -144,6 +149,17 @@ void emit(gnmi::Notification* notification, const gnmi::Path& path, VekKey& key,
   set(*target);
 }
 
+// Seconds as the nearest whole number of nanoseconds (a product like
+// 1.001 * 1e9 lands just below the whole number it means); saturated at the
+// ends of the 64-bit range, which cover about 292 years either way; NaN as 0.
+int64_t nanoseconds(Vek::Seconds seconds) {
+  const double ns = seconds.value() * 1e9;
+  if (std::isnan(ns)) return 0;
+  if (ns >= 9223372036854775807.0) return std::numeric_limits<int64_t>::max();
+  if (ns <= -9223372036854775808.0) return std::numeric_limits<int64_t>::min();
+  return std::llround(ns);
+}
+
 // The value of `gif` as its representation T, which its type promises.
 template <typename T>
 const T& representation(const Vek::GenericIf& gif) {
@@ -226,9 +242,8 @@ void FullVekTypeWalker::extractBuiltin(gnmi::Notification* notification,
         t.set_bytes_val(reinterpret_cast<const char*>(v.bytesPtr()), v.size());
       });
     } else if constexpr (std::is_same_v<T, Vek::Seconds>) {
-      emit(notification, path, key, target, text(), [&](gnmi::TypedValue& t) {
-        t.set_int_val(static_cast<int64_t>(v.value() * 1e9));
-      });
+      emit(notification, path, key, target, text(),
+           [&](gnmi::TypedValue& t) { t.set_int_val(nanoseconds(v)); });
     }
   });
 }
@@ -698,6 +713,14 @@ WalkResult FullVekTypeWalker::walkMember(const Vek::VekAttr& attr,
     path.add_elem()->set_name(keyGif->strRep());
     ZOLT_TRACE(dbg, 5, COMPONENT, "{} instantiating attr, call syncObject for the value", prefixPath_);
     return handleInstantiating(member, path, timestamp, nullptr);
+  }
+  if (keyGif->isEntity() && getPtrPathStr(keyGif, router_) == NULL_POINTER_TEXT) {
+    // A member keyed by an entity that has no path (yet): published under
+    // no name rather than a wrong one. A sync that publishes pointers
+    // silently meets this when the key entity comes later in its walk; the
+    // sync that asked for it names the member once the key is published.
+    ZOLT_TRACE(dbg, 5, COMPONENT, "{} skipping member of {} keyed by an unpublished entity", prefixPath_, attr);
+    return WalkResult::Done;
   }
   VekKey key;
   ZOLT_TRACE(dbg, 9, COMPONENT, "{} extract the key", prefixPath_);

@@ -9,6 +9,7 @@
 
 #include "FatalCatcher.h"
 #include "SampleModel.h"
+#include "TraceCapture.h"
 #include "WalkSupport.h"
 
 namespace {
@@ -293,16 +294,10 @@ TEST_F(ChangeStreaming, ASecondDeleteIsIgnoredWhenTheFlagsAllowIt) {
   const Vek::VekAttr vlanNames = types().device->attr("vlanNames");
   const auto key = Vek::genericIfOf(static_cast<unsigned short>(10));
   vlanNames.genericIfErase(tree_.device, key);
-  Zolt::Debuggable& debug = Zolt::Platform::getDebugHandler("OstrelVekTypeNotifWalker");
-  const uint32_t mask = debug.levelMask();
-  debug.levelMaskIs(1u << 1);
-  std::vector<std::string> traces;
-  Zolt::TraceSink previous = Zolt::traceSinkIs([&](const Zolt::TraceRecord& r) { traces.emplace_back(r.message); });
+  OstrelTest::TraceCapture traces("OstrelVekTypeNotifWalker", 1u << 1);
   notifieeAt(DEV).onAttribute(vlanNames->id(), key.ptr());
-  Zolt::traceSinkIs(std::move(previous));
-  debug.levelMaskIs(mask);
   EXPECT_EQ(router_.messages.size(), 1u);
-  EXPECT_EQ(traces, std::vector<std::string>{"Ignoring delete without prior update for "
+  EXPECT_EQ(traces.messages, std::vector<std::string>{"Ignoring delete without prior update for "
                                              "prefixPath_:/devices/dev1 prefix:/vlanNames[vlanNames=10]"});
 }
 

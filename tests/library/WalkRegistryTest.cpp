@@ -7,6 +7,7 @@
 
 #include "FatalCatcher.h"
 #include "SampleModel.h"
+#include "TraceCapture.h"
 #include "WalkSupport.h"
 
 namespace {
@@ -40,23 +41,10 @@ class WalkRegistry : public OstrelTest::WalkTest {
   VekKey key_;
 };
 
-// Collects the traces of the walker's handle at level 4 while alive.
-class TraceCapture {
+// The walker's traces at level 4, where the registry reports its work.
+class WalkerTraces : public OstrelTest::TraceCapture {
  public:
-  TraceCapture() : handle_(Zolt::Platform::getDebugHandler("OstrelWalker")), mask_(handle_.levelMask()) {
-    handle_.levelMaskIs(1u << 4);
-    previous_ = Zolt::traceSinkIs([this](const Zolt::TraceRecord& r) { lines.emplace_back(r.message); });
-  }
-  ~TraceCapture() {
-    handle_.levelMaskIs(mask_);
-    Zolt::traceSinkIs(std::move(previous_));
-  }
-  std::vector<std::string> lines;
-
- private:
-  Zolt::Debuggable& handle_;
-  uint32_t mask_;
-  Zolt::TraceSink previous_;
+  WalkerTraces() : TraceCapture("OstrelWalker", 1u << 4) {}
 };
 
 TEST_F(WalkRegistry, ResumingAnEmptyRegistryIsDoneAndReportsNothing) {
@@ -130,9 +118,9 @@ TEST_F(WalkRegistry, CancellingAPendingWalkEmptiesBothMapsButKeepsItsPaths) {
 
 TEST_F(WalkRegistry, DeletingAPathWhereNothingIsQueuedDoesNothingAndTracesNothing) {
   queue("/a", 1, 1);
-  TraceCapture traces;
+  WalkerTraces traces;
   FullVekTypeWalker::delFromWalkQ(strToPath("/x"));
-  EXPECT_TRUE(traces.lines.empty());
+  EXPECT_TRUE(traces.messages.empty());
   EXPECT_EQ(queued(1), std::vector<std::string>{"/a"});
 }
 
@@ -140,13 +128,13 @@ TEST_F(WalkRegistry, DeletingTheSecondOfThreeQueuedWalkersKeepsOnlyTheFirst) {
   queue("/a", 1, 1);
   queue("/b", 1, 1);
   queue("/c", 1, 1);
-  TraceCapture traces;
+  WalkerTraces traces;
   FullVekTypeWalker::delFromWalkQ(strToPath("/b"));
   EXPECT_EQ(queued(1), std::vector<std::string>{"/a"});
   EXPECT_TRUE(staticPathWalkIdMap.contains(strToPath("/a")));
   EXPECT_FALSE(staticPathWalkIdMap.contains(strToPath("/b")));
   EXPECT_FALSE(staticPathWalkIdMap.contains(strToPath("/c")));
-  EXPECT_EQ(traces.lines, (std::vector<std::string>{"Found path:/b in the walkQ", "Delete path:/b for walkId:1",
+  EXPECT_EQ(traces.messages, (std::vector<std::string>{"Found path:/b in the walkQ", "Delete path:/b for walkId:1",
                                                     "Deleting child path:/b for walkId:1",
                                                     "Deleting child path:/c for walkId:1"}));
 }
