@@ -365,8 +365,11 @@ Result<bool, Error> CompositeNode::buildReplacement() {
   } catch (const std::exception& e) {
     return Failure{Error{NOT_FOUND, {}, e.what()}};
   }
+  // Every child is then written through the checked setter: the others to
+  // give them their values, the constructor arguments (already in place, so
+  // nothing changes) because the runtime's constructor does not run the
+  // attributes' checks, and a Replace must refuse what an Update refuses.
   for (const auto& child : attrs_.nodes()) {
-    if (isConstructorParam(child->data().attr)) continue;
     Result<bool, Error> written = child->set(object);
     if (!written) return written;
   }

@@ -190,8 +190,10 @@ class OSTREL_EXPORT CompositeNode : public ValueNode {
                                        const gnmi::TypedValue& value) override;
   // Prepares the children, then builds the new value: Replace makes it from
   // the children that are constructor parameters (each at its parameter's
-  // position, gaps at the type's default) and sets the others; Update sets
-  // every child into the private copy of the current value.
+  // position, gaps at the type's default), then writes every child into it
+  // through the runtime's checked setter (so the attributes' checks see the
+  // constructor arguments too); Update writes every child into the private
+  // copy of the current value. A runtime refusal is code 5 at the child.
   Result<bool, Error> prepare(SetOp op) override;
   // Deletes every child; the prepared value stays.
   void pruneSubTree() override;
