@@ -150,6 +150,17 @@ TEST(VekGnmiSetResolve, MemberAddressedWithoutKeyIsRefused) {
   const auto found = AttrTree::getDataElem(parentOf(tree.device), elemOf("vlanNames"));
   ASSERT_FALSE(found.ok());
   EXPECT_EQ(found.error(), "Path with composite key collection not supported");
+  const auto array = AttrTree::getDataElem(parentOf(tree.eth0), elemOf("vlans"));
+  ASSERT_FALSE(array.ok());
+  EXPECT_EQ(array.error(), "Path with composite key collection not supported");
+}
+
+TEST(VekGnmiSetResolve, ArrayElementIsAddressedByItsIndex) {
+  const Sample::Tree tree = Sample::buildTree();
+  const auto found = AttrTree::getDataElem(parentOf(tree.eth0), elemOf("vlans[index=2]"));
+  ASSERT_TRUE(found.ok());
+  EXPECT_EQ(found.value().value->as<unsigned short>(), 30);
+  EXPECT_EQ(found.value().keyObj->as<unsigned>(), 2u);
 }
 
 TEST(VekGnmiSetResolve, CompositeKeyGivenAsOneKeyIsRefusedByTheRuntime) {

@@ -84,7 +84,8 @@ Result<DataElem, std::string> getDataElem(const Vek::Ptr<Vek::GenericIf>& parent
   // the message.
   try {
     Vek::Ptr<Vek::GenericIf> keyObj;
-    if (attr->isCollection()) {
+    // An array's members are keyed by their index, as a collection's by key.
+    if (attr->isCollection() || attr->isArray()) {
       if (attr->isInternallyKeyed()) {
         return Failure{std::string("Path with internally-keyed collection is not supported")};
       }

@@ -71,8 +71,8 @@ struct OSTREL_EXPORT Error {
 using ElemIterator = google::protobuf::RepeatedPtrField<gnmi::PathElem>::const_iterator;
 
 // Resolves `elem` below `parent`: a directory's child by name (see
-// `getElemInDir`), an attribute, or a member of a collection attribute
-// addressed by its one key. Fails with a message when the parent has no type,
+// `getElemInDir`), an attribute, or a member of a collection or array
+// attribute addressed by its one key (an array's by its index). Fails with a message when the parent has no type,
 // the attribute does not exist, a key is given on an attribute that is not a
 // collection, the collection is internally keyed or the element does not
 // carry exactly one key, the key text does not parse, or nothing is there
