@@ -96,12 +96,19 @@ class OSTREL_EXPORT Set {
   // Writes the prepared tree into the prefix entity.
   grpc::Status commitStep();
 
+  // Resolves the prefix to an entity and makes the tree's root for it; reads
+  // the prefix from the response (see `populateResponse`).
   Result<bool, grpc::Status> setPrefixEntity();
+  // Stage and prepare the replaces, resp. the updates, in request order;
+  // their paths are read from the response (see `populateResponse`).
   Result<bool, grpc::Status> processReplace();
   Result<bool, grpc::Status> processUpdate();
   // Deleting is not supported: fatal "Delete op is not implemented". Never
   // called by the steps above.
   Result<bool, grpc::Status> processDelete();
+  // Gives the response the request's prefix and one result per operation
+  // (deletes, replaces, updates, each in request order) with the
+  // operation's path, moving the prefix and the paths out of the request.
   void populateResponse();
 
   Vek::Ptr<Vek::GenericIf> root_;

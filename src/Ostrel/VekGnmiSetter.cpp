@@ -30,28 +30,36 @@ namespace VekGnmiSet {
 
 namespace {
 
-// Stages every entry of `updates`, in request order, below `node`, then
-// prepares the tree for `op`. The first failure stops it.
+// Stages every operation `op` of the request below `node`, in request order,
+// then prepares the tree for `op`. The operations' paths are read from the
+// response's results (populateResponse moved them there, in request order),
+// their values from `updates`. The first failure stops it.
 Result<bool, grpc::Status> stageAndPrepare(
-    AttrTree::EntityNode& node, const google::protobuf::RepeatedPtrField<gnmi::Update>& updates,
-    SetOp op) {
-  for (const gnmi::Update& update : updates) {
+    AttrTree::EntityNode& node, const gnmi::SetResponse& response,
+    gnmi::UpdateResult::Operation resultOp,
+    const google::protobuf::RepeatedPtrField<gnmi::Update>& updates, SetOp op) {
+  int next = 0;
+  for (const gnmi::UpdateResult& result : response.response()) {
+    if (result.op() != resultOp) continue;
+    if (next >= updates.size()) ZOLT_FMASSERT(dbg, SET, "Expecting one result per operation");
     // An absent path stages as no element, an absent value as the default.
-    const auto& elems = update.path().elem();
+    const auto& elems = result.path().elem();
     Result<bool, AttrTree::Error> staged =
-        node.insertPathSuffix(elems.begin(), elems.end(), update.val());
+        node.insertPathSuffix(elems.begin(), elems.end(), updates.Get(next++).val());
     if (!staged) return Failure{treeErrorToStatus(staged.error())};
   }
+  if (next != updates.size()) ZOLT_FMASSERT(dbg, SET, "Expecting one result per operation");
   Result<bool, AttrTree::Error> prepared = node.prepare(op);
   if (!prepared) return Failure{treeErrorToStatus(prepared.error())};
   return true;
 }
 
-void addResult(gnmi::SetResponse& response, gnmi::UpdateResult::Operation op,
-               const gnmi::Path& path) {
+// Appends the result of one operation, taking `path` over: the Set is done
+// with the request's paths once they are in the response.
+void addResult(gnmi::SetResponse& response, gnmi::UpdateResult::Operation op, gnmi::Path* path) {
   gnmi::UpdateResult* result = response.add_response();
   result->set_op(op);
-  *result->mutable_path() = path;
+  result->set_allocated_path(path);
 }
 
 }  // namespace
@@ -148,7 +156,8 @@ grpc::Status Set::commitStep() {
 }
 
 Result<bool, grpc::Status> Set::setPrefixEntity() {
-  const gnmi::Path& prefix = request_.prefix();
+  // The response holds the request's prefix (see populateResponse).
+  const gnmi::Path& prefix = response_.prefix();
   if (prefix.elem_size() == 0) {
     return Failure{pathNotFoundError(pathToStr(prefix, 0, false),
                                      "Prefix path must have at least one entity element")};
@@ -175,12 +184,14 @@ Result<bool, grpc::Status> Set::setPrefixEntity() {
 
 Result<bool, grpc::Status> Set::processReplace() {
   if (!prefixEntity_) ZOLT_FMASSERT(dbg, SET, "Expecting prefix entity to be set");
-  return stageAndPrepare(*prefixEntity_, request_.replace(), SetOp::Replace);
+  return stageAndPrepare(*prefixEntity_, response_, gnmi::UpdateResult::REPLACE,
+                         request_.replace(), SetOp::Replace);
 }
 
 Result<bool, grpc::Status> Set::processUpdate() {
   OSTREL_PLAIN_ASSERT(prefixEntity_);
-  return stageAndPrepare(*prefixEntity_, request_.update(), SetOp::Update);
+  return stageAndPrepare(*prefixEntity_, response_, gnmi::UpdateResult::UPDATE,
+                         request_.update(), SetOp::Update);
 }
 
 Result<bool, grpc::Status> Set::processDelete() {
@@ -188,17 +199,24 @@ Result<bool, grpc::Status> Set::processDelete() {
 }
 
 void Set::populateResponse() {
-  *response_.mutable_prefix() = request_.prefix();
+  response_.mutable_prefix()->Swap(request_.mutable_prefix());
   response_.mutable_response()->Reserve(request_.delete__size() + request_.replace_size() +
                                         request_.update_size());
-  for (const gnmi::Path& path : request_.delete_()) {
-    addResult(response_, gnmi::UpdateResult::DELETE, path);
+  // The prefix and the paths move from the request into the response rather
+  // than being copied (a copy costs several allocations a path); the prefix
+  // is then resolved and the paths staged from the response.
+  for (gnmi::Path& path : *request_.mutable_delete_()) {
+    auto* moved = new gnmi::Path;
+    moved->Swap(&path);
+    addResult(response_, gnmi::UpdateResult::DELETE, moved);
   }
-  for (const gnmi::Update& update : request_.replace()) {
-    addResult(response_, gnmi::UpdateResult::REPLACE, update.path());
+  for (gnmi::Update& update : *request_.mutable_replace()) {
+    addResult(response_, gnmi::UpdateResult::REPLACE,
+              update.has_path() ? update.release_path() : new gnmi::Path);
   }
-  for (const gnmi::Update& update : request_.update()) {
-    addResult(response_, gnmi::UpdateResult::UPDATE, update.path());
+  for (gnmi::Update& update : *request_.mutable_update()) {
+    addResult(response_, gnmi::UpdateResult::UPDATE,
+              update.has_path() ? update.release_path() : new gnmi::Path);
   }
 }
 

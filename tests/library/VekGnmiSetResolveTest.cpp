@@ -255,9 +255,10 @@ TEST(VekGnmiSetResolve, EntityAndPlainValueAreKeptAsRead) {
 
 TEST(VekGnmiSetResolve, IsConstructorParamAnswersForTheNodesValueType) {
   const Sample::Tree tree = Sample::buildTree();
-  auto found = AttrTree::getDataElem(parentOf(tree.eth0), elemOf("counters"));
+  const gnmi::PathElem elem = elemOf("counters");
+  auto found = AttrTree::getDataElem(parentOf(tree.eth0), elem);
   ASSERT_TRUE(found.ok());
-  const AttrTree::CompositeNode node(elemOf("counters"), std::move(found).value());
+  const AttrTree::CompositeNode node(elem, std::move(found).value());
   const Vek::VekType counters = Sample::types().counters;
   EXPECT_TRUE(node.isConstructorParam(counters->attr("inPkts")));
   EXPECT_TRUE(node.isConstructorParam(counters->attr("outPkts")));

@@ -1,4 +1,5 @@
 // Set: the attribute tree that stages, prepares and commits one request.
+#include <deque>
 #include <memory>
 #include <string>
 #include <utility>
@@ -30,19 +31,28 @@ const char* const ETH0 = "/devices/dev1/interfaces[name=eth0]";
 
 gnmi::PathElem elemOf(const std::string& text) { return Ostrel::strToPath(text).elem(0); }
 
-// The node of eth0, as a Set makes it for the prefix ETH0.
-std::unique_ptr<AttrTree::EntityNode> eth0Node(const Sample::Tree& tree) {
-  auto found = AttrTree::getDataElem(tree.device.ptr(), elemOf("interfaces[name=eth0]"));
-  EXPECT_TRUE(found.ok());
-  return std::make_unique<AttrTree::EntityNode>(elemOf("interfaces[name=eth0]"),
-                                                std::move(found).value());
-}
+// The tree of a Set whose prefix is ETH0, with the paths its nodes refer to
+// (nodes do not copy their elements).
+class Eth0Tree {
+ public:
+  explicit Eth0Tree(const Sample::Tree& tree) : prefix_(Ostrel::strToPath(ETH0)) {
+    auto found = AttrTree::getDataElem(tree.device.ptr(), prefix_.elem(2));
+    EXPECT_TRUE(found.ok());
+    node_ = std::make_unique<AttrTree::EntityNode>(prefix_.elem(2), std::move(found).value());
+  }
 
-Ostrel::Result<bool, AttrTree::Error> insert(AttrTree::CompositeNode& node, const std::string& path,
-                                     const gnmi::TypedValue& value) {
-  const gnmi::Path p = Ostrel::strToPath(path);
-  return node.insertPathSuffix(p.elem().begin(), p.elem().end(), value);
-}
+  Ostrel::Result<bool, AttrTree::Error> insert(const std::string& path,
+                                               const gnmi::TypedValue& value) {
+    const gnmi::Path& p = paths_.emplace_back(Ostrel::strToPath(path));
+    return node_->insertPathSuffix(p.elem().begin(), p.elem().end(), value);
+  }
+  AttrTree::EntityNode* operator->() const { return node_.get(); }
+
+ private:
+  gnmi::Path prefix_;
+  std::deque<gnmi::Path> paths_;
+  std::unique_ptr<AttrTree::EntityNode> node_;
+};
 
 std::string pathOf(const AttrTree::Error& error) {
   gnmi::Path path;
@@ -74,9 +84,9 @@ using Fields = std::vector<unsigned long long>;
 
 TEST(VekGnmiSetTree, SiblingLeavesOfOneCompositeShareOneNodeAndOneRebuiltValue) {
   const Sample::Tree tree = Sample::buildTree();
-  auto node = eth0Node(tree);
-  ASSERT_TRUE(insert(*node, "counters/inPkts", uintVal(5)).ok());
-  ASSERT_TRUE(insert(*node, "counters/outPkts", uintVal(6)).ok());
+  Eth0Tree node(tree);
+  ASSERT_TRUE(node.insert("counters/inPkts", uintVal(5)).ok());
+  ASSERT_TRUE(node.insert("counters/outPkts", uintVal(6)).ok());
   ASSERT_EQ(node->attrs().nodes().size(), 1u);
   const auto* counters =
       dynamic_cast<const AttrTree::CompositeNode*>(node->attrs().nodes()[0].get());
@@ -119,8 +129,8 @@ TEST(VekGnmiSetTree, ReplacePassesConstructorArgumentsAtTheirParametersPositions
 
 TEST(VekGnmiSetTree, PathEndingOnACompositeIsRefused) {
   const Sample::Tree tree = Sample::buildTree();
-  auto node = eth0Node(tree);
-  const auto refused = insert(*node, "counters", uintVal(1));
+  Eth0Tree node(tree);
+  const auto refused = node.insert("counters", uintVal(1));
   ASSERT_FALSE(refused.ok());
   EXPECT_EQ(refused.error().code, 5);
   EXPECT_EQ(pathOf(refused.error()), "counters");
@@ -149,15 +159,15 @@ TEST(VekGnmiSetTree, ReplaceOfAPlainAttributeUnderThePrefixWritesOnlyThatAttribu
 
 TEST(VekGnmiSetTree, CompositeRebuiltByAReplaceAndNotUpdatedKeepsItsValueAndIsCommitted) {
   const Sample::Tree tree = Sample::buildTree();
-  auto node = eth0Node(tree);
-  ASSERT_TRUE(insert(*node, "counters/inPkts", uintVal(7)).ok());
+  Eth0Tree node(tree);
+  ASSERT_TRUE(node.insert("counters/inPkts", uintVal(7)).ok());
   ASSERT_TRUE(node->prepare(SetOp::Replace).ok());
   node->pruneSubTree();
   const auto* counters =
       dynamic_cast<const AttrTree::CompositeNode*>(node->attrs().nodes()[0].get());
   ASSERT_NE(counters, nullptr);
   EXPECT_TRUE(counters->attrs().nodes().empty());
-  ASSERT_TRUE(insert(*node, "mtu", uintVal(1000)).ok());
+  ASSERT_TRUE(node.insert("mtu", uintVal(1000)).ok());
   ASSERT_TRUE(node->prepare(SetOp::Update).ok());
   EXPECT_EQ(fieldsOf(*counters->data().value), (Fields{7, 0, 0}));
   EXPECT_EQ(fieldsOf(*countersOf(tree.eth0)), (Fields{100, 200, 1}));  // not before commit
@@ -176,8 +186,8 @@ TEST(VekGnmiSetTree, UpdateAfterAReplaceOfTheSameCompositePatchesTheRebuiltValue
 
 TEST(VekGnmiSetTree, ErrorThreeLevelsBelowThePrefixListsThoseThreeElements) {
   const Sample::Tree tree = Sample::buildTree();
-  auto node = eth0Node(tree);
-  const auto refused = insert(*node, "stats/pkts/inPkts", stringVal("x"));
+  Eth0Tree node(tree);
+  const auto refused = node.insert("stats/pkts/inPkts", stringVal("x"));
   ASSERT_FALSE(refused.ok());
   ASSERT_EQ(refused.error().path.size(), 3u);
   EXPECT_EQ(pathOf(refused.error()), "stats/pkts/inPkts");
@@ -227,8 +237,8 @@ TEST(VekGnmiSetTree, EntityBelowThePrefixIsRefused) {
 
 TEST(VekGnmiSetTree, WrongValueIsRefusedBeforeAnyNodeIsMade) {
   const Sample::Tree tree = Sample::buildTree();
-  auto node = eth0Node(tree);
-  const auto refused = insert(*node, "mtu", stringVal("jumbo"));
+  Eth0Tree node(tree);
+  const auto refused = node.insert("mtu", stringVal("jumbo"));
   ASSERT_FALSE(refused.ok());
   EXPECT_EQ(refused.error().code, 3);
   EXPECT_EQ(pathOf(refused.error()), "mtu");
@@ -238,9 +248,9 @@ TEST(VekGnmiSetTree, WrongValueIsRefusedBeforeAnyNodeIsMade) {
 
 TEST(VekGnmiSetTree, SecondWriteToALeafInOnePhaseKeepsTheLast) {
   const Sample::Tree tree = Sample::buildTree();
-  auto node = eth0Node(tree);
-  ASSERT_TRUE(insert(*node, "mtu", uintVal(1000)).ok());
-  ASSERT_TRUE(insert(*node, "mtu", uintVal(2000)).ok());
+  Eth0Tree node(tree);
+  ASSERT_TRUE(node.insert("mtu", uintVal(1000)).ok());
+  ASSERT_TRUE(node.insert("mtu", uintVal(2000)).ok());
   ASSERT_EQ(node->attrs().nodes().size(), 1u);
   ASSERT_TRUE(node->prepare(SetOp::Update).ok());
   ASSERT_TRUE(node->commit().ok());
@@ -249,9 +259,9 @@ TEST(VekGnmiSetTree, SecondWriteToALeafInOnePhaseKeepsTheLast) {
 
 TEST(VekGnmiSetTree, SecondWriteToALeafWithAWrongValueKeepsTheFirst) {
   const Sample::Tree tree = Sample::buildTree();
-  auto node = eth0Node(tree);
-  ASSERT_TRUE(insert(*node, "mtu", uintVal(1000)).ok());
-  ASSERT_FALSE(insert(*node, "mtu", boolVal(true)).ok());
+  Eth0Tree node(tree);
+  ASSERT_TRUE(node.insert("mtu", uintVal(1000)).ok());
+  ASSERT_FALSE(node.insert("mtu", boolVal(true)).ok());
   EXPECT_EQ(node->attrs().nodes()[0]->data().value->as<unsigned>(), 1000u);
 }
 
@@ -315,11 +325,13 @@ TEST(VekGnmiSetTree, RuntimeRefusalWhilePreparingIsNotFoundAtTheRefusedAttribute
 
 TEST(VekGnmiSetTree, AttrQueueKeepsInsertionOrderAndRefusesASecondNodeForAnElement) {
   const Sample::Tree tree = Sample::buildTree();
-  AttrTree::CompositeNode::AttrQueue queue;
+  std::deque<gnmi::PathElem> elems;  // the nodes refer to them
   const auto leaf = [&](const char* name) {
-    auto found = AttrTree::getDataElem(tree.eth0.ptr(), elemOf(name));
-    return std::make_unique<AttrTree::LeafNode>(elemOf(name), std::move(found).value());
+    const gnmi::PathElem& elem = elems.emplace_back(elemOf(name));
+    auto found = AttrTree::getDataElem(tree.eth0.ptr(), elem);
+    return std::make_unique<AttrTree::LeafNode>(elem, std::move(found).value());
   };
+  AttrTree::CompositeNode::AttrQueue queue;
   const auto [firstInserted, first] = queue.insert(leaf("mtu"));
   EXPECT_TRUE(firstInserted);
   const auto [secondInserted, second] = queue.insert(leaf("enabled"));
@@ -336,6 +348,29 @@ TEST(VekGnmiSetTree, AttrQueueKeepsInsertionOrderAndRefusesASecondNodeForAnEleme
   queue.clear();
   EXPECT_TRUE(queue.nodes().empty());
   EXPECT_EQ(queue.get(elemOf("mtu")), nullptr);
+}
+
+TEST(VekGnmiSetTree, AttrQueueFindsEveryChildAfterGrowing) {
+  const Sample::Tree tree = Sample::buildTree();
+  std::deque<gnmi::PathElem> elems;
+  AttrTree::CompositeNode::AttrQueue queue;
+  const Vek::VekType scalars = Sample::types().scalars;
+  std::vector<const AttrTree::ValueNode*> inserted;
+  for (size_t i = 0; i < scalars->attrCount(); ++i) {
+    const gnmi::PathElem& elem = elems.emplace_back(elemOf(scalars->attrAt(i)->name()));
+    auto found = AttrTree::getDataElem(tree.scalars.ptr(), elem);
+    ASSERT_TRUE(found.ok()) << elem.name();
+    const auto [fresh, node] =
+        queue.insert(std::make_unique<AttrTree::LeafNode>(elem, std::move(found).value()));
+    EXPECT_TRUE(fresh);
+    inserted.push_back(node);
+  }
+  ASSERT_GT(inserted.size(), 16u);
+  for (size_t i = 0; i < elems.size(); ++i) {
+    EXPECT_EQ(queue.get(elems[i]), inserted[i]) << elems[i].name();
+    EXPECT_EQ(queue.nodes()[i].get(), inserted[i]);
+  }
+  EXPECT_EQ(queue.get(elemOf("nosuch")), nullptr);
 }
 
 // Collects the traces of the Set's handle at every level while alive.

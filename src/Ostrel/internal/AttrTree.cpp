@@ -173,8 +173,8 @@ Result<Vek::Ptr<Vek::GenericIf>, std::string> gnmiToVekValue(const gnmi::TypedVa
 // ---------------------------------------------------------------------------
 // ValueNode
 
-ValueNode::ValueNode(gnmi::PathElem elem, DataElem data)
-    : elem_(std::move(elem)), data_(std::move(data)) {}
+ValueNode::ValueNode(const gnmi::PathElem& elem, DataElem data)
+    : elem_(elem), data_(std::move(data)) {}
 
 ValueNode::~ValueNode() = default;
 
@@ -232,41 +232,52 @@ void LeafNode::pruneSubTree() {}
 // ---------------------------------------------------------------------------
 // CompositeNode::AttrQueue
 
-size_t CompositeNode::AttrQueue::ElemHash::operator()(const gnmi::PathElem* elem) const {
-  return hashPathElem(*elem);
-}
-
-bool CompositeNode::AttrQueue::ElemEqual::operator()(const gnmi::PathElem* a,
-                                                     const gnmi::PathElem* b) const {
-  return *a == *b;
-}
-
-CompositeNode::AttrQueue::AttrQueue() = default;
+CompositeNode::AttrQueue::AttrQueue() : index_(8) {}
 CompositeNode::AttrQueue::~AttrQueue() = default;
 
+CompositeNode::AttrQueue::Slot& CompositeNode::AttrQueue::slotFor(const gnmi::PathElem& elem,
+                                                                 uint32_t hash) const {
+  const size_t mask = index_.size() - 1;
+  for (size_t i = hash & mask;; i = (i + 1) & mask) {
+    Slot& slot = index_[i];
+    if (slot.position == 0) return slot;
+    if (slot.hash == hash && nodes_[slot.position - 1]->elem() == elem) return slot;
+  }
+}
+
 ValueNode* CompositeNode::AttrQueue::get(const gnmi::PathElem& elem) const {
-  const auto found = index_.find(&elem);
-  return found == index_.end() ? nullptr : nodes_[found->second].get();
+  const Slot& slot = slotFor(elem, hashPathElem(elem));
+  return slot.position == 0 ? nullptr : nodes_[slot.position - 1].get();
 }
 
 std::pair<bool, ValueNode*> CompositeNode::AttrQueue::insert(std::unique_ptr<ValueNode> node) {
-  const auto [position, inserted] = index_.try_emplace(&node->elem(), nodes_.size());
-  if (!inserted) return {false, nodes_[position->second].get()};
+  const uint32_t hash = hashPathElem(node->elem());
+  Slot& slot = slotFor(node->elem(), hash);
+  if (slot.position != 0) return {false, nodes_[slot.position - 1].get()};
   nodes_.push_back(std::move(node));
+  slot = Slot{hash, static_cast<uint32_t>(nodes_.size())};
+  if (2 * nodes_.size() > index_.size()) grow();
   return {true, nodes_.back().get()};
 }
 
+void CompositeNode::AttrQueue::grow() {
+  Slots old(2 * index_.size());
+  old.swap(index_);
+  for (const Slot& slot : old) {
+    if (slot.position != 0) slotFor(nodes_[slot.position - 1]->elem(), slot.hash) = slot;
+  }
+}
+
 void CompositeNode::AttrQueue::clear() {
-  // The index points into the nodes: empty it first.
-  index_.clear();
   nodes_.clear();
+  index_.assign(8, Slot{});
 }
 
 // ---------------------------------------------------------------------------
 // CompositeNode
 
-CompositeNode::CompositeNode(gnmi::PathElem elem, DataElem data)
-    : ValueNode(std::move(elem), std::move(data)) {}
+CompositeNode::CompositeNode(const gnmi::PathElem& elem, DataElem data)
+    : ValueNode(elem, std::move(data)) {}
 
 CompositeNode::~CompositeNode() = default;
 

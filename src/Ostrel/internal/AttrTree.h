@@ -27,10 +27,10 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include <boost/container/small_vector.hpp>
 #include <google/protobuf/repeated_ptr_field.h>
 #include <grpcpp/support/status.h>
 
@@ -95,9 +95,13 @@ OSTREL_EXPORT Result<Vek::Ptr<Vek::GenericIf>, std::string> gnmiToVekValue(
     const gnmi::TypedValue& value, const Vek::VekType& type);
 
 // A node of the tree: one path element and what it resolved to.
+//
+// A node refers to its element rather than copying it (copies of protobuf
+// messages cost allocations on every node): the element must outlive the
+// node. The Set keeps its request's paths for as long as its tree lives.
 class OSTREL_EXPORT ValueNode {
  public:
-  ValueNode(gnmi::PathElem elem, DataElem data);
+  ValueNode(const gnmi::PathElem& elem, DataElem data);
   virtual ~ValueNode();
   ValueNode(const ValueNode&) = delete;
   ValueNode& operator=(const ValueNode&) = delete;
@@ -120,7 +124,7 @@ class OSTREL_EXPORT ValueNode {
   const DataElem& data() const { return data_; }
 
  protected:
-  gnmi::PathElem elem_;
+  const gnmi::PathElem& elem_;
   DataElem data_;
 };
 
@@ -148,6 +152,8 @@ class OSTREL_EXPORT CompositeNode : public ValueNode {
   // The children in insertion order, found by element (name and keys).
   class OSTREL_EXPORT AttrQueue {
    public:
+    using Nodes = boost::container::small_vector<std::unique_ptr<ValueNode>, 4>;
+
     AttrQueue();
     ~AttrQueue();
     AttrQueue(const AttrQueue&) = delete;
@@ -161,24 +167,33 @@ class OSTREL_EXPORT CompositeNode : public ValueNode {
     // Removes every child.
     void clear();
 
-    const std::vector<std::unique_ptr<ValueNode>>& nodes() const { return nodes_; }
+    const Nodes& nodes() const { return nodes_; }
 
    private:
-    // Hash and compare the element a key points at, by name and keys as
-    // paths are hashed and compared, so the index holds no element copies.
-    struct ElemHash {
-      size_t operator()(const gnmi::PathElem* elem) const;
+    // One slot of the index: the element's hash (as paths hash elements:
+    // name and keys) and the child's position plus one; 0 marks a free slot.
+    struct Slot {
+      uint32_t hash = 0;
+      uint32_t position = 0;
     };
-    struct ElemEqual {
-      bool operator()(const gnmi::PathElem* a, const gnmi::PathElem* b) const;
-    };
+    using Slots = boost::container::small_vector<Slot, 8>;
 
-    std::vector<std::unique_ptr<ValueNode>> nodes_;
-    // Keys point at the elements of the nodes in `nodes_`.
-    std::unordered_map<const gnmi::PathElem*, size_t, ElemHash, ElemEqual> index_;
+    // The slot holding `elem` (hashing to `hash`), or the free slot where it
+    // belongs. The index must have a free slot.
+    Slot& slotFor(const gnmi::PathElem& elem, uint32_t hash) const;
+    // Doubles the index and places every child again.
+    void grow();
+
+    // In insertion order: the order of prepare, commit and the constructor
+    // arguments of a Replace.
+    Nodes nodes_;
+    // An open-addressing hash map from element to position: a power-of-two
+    // number of slots, at most half of them used. Children are few, so both
+    // usually stay inside the node.
+    mutable Slots index_;
   };
 
-  CompositeNode(gnmi::PathElem elem, DataElem data);
+  CompositeNode(const gnmi::PathElem& elem, DataElem data);
   ~CompositeNode() override;
 
   // Finds or makes the child for the first element (resolving it below this
