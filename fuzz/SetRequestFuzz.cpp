@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <string>
 
+#include <google/protobuf/stubs/logging.h>
+
 #include <Ostrel/VekGnmiSetter.h>
 #include <Vek/Vek.h>
 #include <Zolt/Zolt.h>
@@ -35,6 +37,8 @@ std::string describe(const grpc::Status& status) {
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   Zolt::fatalHandlerIs(&Zolt::throwingFatalHandler);
   Zolt::traceSinkIs([](const Zolt::TraceRecord&) {});
+  // Parsing refuses strings that are not UTF-8, and says so on every input.
+  google::protobuf::SetLogHandler(nullptr);
   // Every trace of the Set side is formatted, so its arguments are fuzzed too.
   Zolt::Platform::getDebugHandler("OstrelVekGnmiSet").levelMaskIs(0xffffffffu);
   Sample::types();

@@ -1,5 +1,6 @@
 #include "AttrTree.h"
 
+#include <algorithm>
 #include <exception>
 #include <iterator>
 #include <type_traits>
@@ -105,6 +106,13 @@ Result<DataElem, std::string> getDataElem(const Vek::Ptr<Vek::GenericIf>& parent
     if (!current) return Failure{fmt::format("Path element {} is not set", elem)};
     if (isComposite(attr->type())) {
       ZOLT_TRACE(dbg, 9, RESOLVER, "Making a non-const copy of the Value type object");
+      // The runtime reads a scalar attribute as a new copy of its value,
+      // which is then private already; a collection member is the stored
+      // object itself and is copied.
+      if (attr->storage() == Vek::AttrStorage::Value) {
+        return DataElem{Vek::Ptr<Vek::GenericIf>(const_cast<Vek::GenericIf*>(current.ptr())),
+                        std::move(keyObj), attr};
+      }
       return DataElem{current->type().genericIf(current->voidPtr(), true), std::move(keyObj),
                       attr};
     }
@@ -124,7 +132,9 @@ Result<DataElem, std::string> getElemInDir(const Vek::Ptr<Vek::GenericIf>& dirOb
   if (!dirObj || !(dirObj->type()->baseType() == Vek::Dir::dirType())) {
     ZOLT_FMASSERT(dbg, RESOLVER, "Expecting dirObj to be of type Vek::Dir");
   }
-  const Vek::VekAttr entityPtr = dirObj->type()->attr("entityPtr");
+  // Looked up once: every directory type answers with the attribute of
+  // `Vek::Dir` (aliases answer as their base type).
+  static const Vek::VekAttr entityPtr = dirObj->type()->attr("entityPtr");
   if (!entityPtr) ZOLT_FMASSERT(dbg, RESOLVER, "entityPtr attribute not found inside Vek::Dir");
   if (elem.key_size() != 0) {
     return Failure{fmt::format("Path element {} under Vek::Dir cannot have a key", elem)};
@@ -172,6 +182,81 @@ Result<Vek::Ptr<Vek::GenericIf>, std::string> gnmiToVekValue(const gnmi::TypedVa
 
 // ---------------------------------------------------------------------------
 // ValueNode
+
+namespace {
+
+// Sanitizer builds take nodes from the heap, so that a node used after its
+// release is reported.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define OSTREL_NODE_POOL 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define OSTREL_NODE_POOL 0
+#endif
+#endif
+#ifndef OSTREL_NODE_POOL
+#define OSTREL_NODE_POOL 1
+#endif
+
+#if OSTREL_NODE_POOL
+// Every node fits one block.
+constexpr size_t NODE_BLOCK = std::max({sizeof(LeafNode), sizeof(CompositeNode), sizeof(EntityNode)});
+constexpr size_t NODE_POOL_LIMIT = 4096;
+
+// The calling thread's freed node blocks, linked through their first word.
+// Kept apart from the flag below so that the flag, trivially destructible,
+// stays readable while the thread exits.
+struct NodePool {
+  void* head = nullptr;
+  size_t count = 0;
+  ~NodePool();
+};
+constinit thread_local bool nodePoolGone = false;
+thread_local NodePool nodePool;
+
+NodePool::~NodePool() {
+  nodePoolGone = true;
+  while (head) ::operator delete(std::exchange(head, *static_cast<void**>(head)));
+}
+
+#endif
+
+}  // namespace
+
+void* ValueNode::operator new(size_t size) {
+#if OSTREL_NODE_POOL
+  if (size <= NODE_BLOCK) {
+    if (!nodePoolGone) {
+      NodePool& pool = nodePool;
+      if (void* block = pool.head) {
+        pool.head = *static_cast<void**>(block);
+        --pool.count;
+        return block;
+      }
+    }
+    // Always a whole block, so that any block may join the pool later.
+    return ::operator new(NODE_BLOCK);
+  }
+#endif
+  return ::operator new(size);
+}
+
+void ValueNode::operator delete(void* memory, [[maybe_unused]] size_t size) {
+#if OSTREL_NODE_POOL
+  if (size <= NODE_BLOCK) {
+    if (!nodePoolGone && nodePool.count < NODE_POOL_LIMIT) {
+      NodePool& pool = nodePool;
+      *static_cast<void**>(memory) = pool.head;
+      pool.head = memory;
+      ++pool.count;
+      return;
+    }
+    ::operator delete(memory);
+    return;
+  }
+#endif
+  ::operator delete(memory);
+}
 
 ValueNode::ValueNode(const gnmi::PathElem& elem, DataElem data)
     : elem_(elem), data_(std::move(data)) {}

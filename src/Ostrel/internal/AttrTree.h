@@ -123,6 +123,12 @@ class OSTREL_EXPORT ValueNode {
   const gnmi::PathElem& elem() const { return elem_; }
   const DataElem& data() const { return data_; }
 
+  // Nodes are made and dropped by the thousand per request: their memory
+  // comes from a bounded per-thread list of freed node blocks (the heap
+  // directly in sanitizer builds).
+  static void* operator new(size_t size);
+  static void operator delete(void* memory, size_t size);
+
  protected:
   const gnmi::PathElem& elem_;
   DataElem data_;
