@@ -199,20 +199,22 @@ namespace {
 #endif
 
 #if OSTREL_NODE_POOL
-// Every node fits one block.
-constexpr size_t NODE_BLOCK = std::max({sizeof(LeafNode), sizeof(CompositeNode), sizeof(EntityNode)});
+// Two block sizes: leaves, and composites (with the entity node). Each node
+// takes a whole block of its class, so any block may join its pool later.
+constexpr size_t LEAF_BLOCK = sizeof(LeafNode);
+constexpr size_t NODE_BLOCK = std::max(sizeof(CompositeNode), sizeof(EntityNode));
 constexpr size_t NODE_POOL_LIMIT = 4096;
 
-// The calling thread's freed node blocks, linked through their first word.
-// Kept apart from the flag below so that the flag, trivially destructible,
-// stays readable while the thread exits.
+// The calling thread's freed blocks of one class, linked through their first
+// word. Kept apart from the flag below so that the flag, trivially
+// destructible, stays readable while the thread exits.
 struct NodePool {
   void* head = nullptr;
   size_t count = 0;
   ~NodePool();
 };
 constinit thread_local bool nodePoolGone = false;
-thread_local NodePool nodePool;
+thread_local NodePool nodePools[2];
 
 NodePool::~NodePool() {
   nodePoolGone = true;
@@ -226,16 +228,16 @@ NodePool::~NodePool() {
 void* ValueNode::operator new(size_t size) {
 #if OSTREL_NODE_POOL
   if (size <= NODE_BLOCK) {
+    const bool leaf = size <= LEAF_BLOCK;
     if (!nodePoolGone) {
-      NodePool& pool = nodePool;
+      NodePool& pool = nodePools[leaf ? 0 : 1];
       if (void* block = pool.head) {
         pool.head = *static_cast<void**>(block);
         --pool.count;
         return block;
       }
     }
-    // Always a whole block, so that any block may join the pool later.
-    return ::operator new(NODE_BLOCK);
+    return ::operator new(leaf ? LEAF_BLOCK : NODE_BLOCK);
   }
 #endif
   return ::operator new(size);
@@ -243,16 +245,14 @@ void* ValueNode::operator new(size_t size) {
 
 void ValueNode::operator delete(void* memory, [[maybe_unused]] size_t size) {
 #if OSTREL_NODE_POOL
-  if (size <= NODE_BLOCK) {
-    if (!nodePoolGone && nodePool.count < NODE_POOL_LIMIT) {
-      NodePool& pool = nodePool;
+  if (size <= NODE_BLOCK && !nodePoolGone) {
+    NodePool& pool = nodePools[size <= LEAF_BLOCK ? 0 : 1];
+    if (pool.count < NODE_POOL_LIMIT) {
       *static_cast<void**>(memory) = pool.head;
       pool.head = memory;
       ++pool.count;
       return;
     }
-    ::operator delete(memory);
-    return;
   }
 #endif
   ::operator delete(memory);
