@@ -20,8 +20,8 @@
 //   NOT_FOUND          "Error in finding path <path>: <why>": the prefix or a
 //                      path element does not resolve, a path ends on or runs
 //                      past a leaf, names an entity below the prefix, a
-//                      missing collection member, or the runtime refuses a
-//                      write;
+//                      missing collection member or a read-only attribute,
+//                      or the runtime refuses a write;
 //   INVALID_ARGUMENT   "Error in argument to path <path>: <why>": a value of
 //                      the wrong gNMI kind for its attribute, or of a kind the
 //                      Set does not convert (float, double, decimal, bytes,
