@@ -1,17 +1,22 @@
 // Helpers shared by every producer of notifications: stamping a notification
-// with its time, appending updates and deletes, turning the agent's request
-// kind into walker flags, and joining strings. They keep no state and take no
-// locks.
+// with its time, appending updates and deletes, finding the time at which an
+// attribute last changed, turning the agent's request kind into walker flags,
+// and joining strings. They keep no state and take no locks.
 #pragma once
 
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <Vek/Vek.h>
 #include <gnmi/gnmi.pb.h>
 
 #include "Ostrel/Export.h"
 #include "Ostrel/Types.h"
+
+namespace Ostrel {
+class GifGnmiNotifiee;
+}
 
 namespace Ostrel::VekGnmiUtils {
 
@@ -41,6 +46,13 @@ void pushUpdate(const gnmi::Path& path, gnmi::Notification* notification, Value&
 
 // Appends a copy of `path` to the notification's delete list.
 OSTREL_EXPORT void pushDelete(gnmi::Notification& notification, const gnmi::Path& path);
+
+// The time at which the attribute `attrName` of the notifiee's entity (with
+// `key`: its collection member at *key) last changed, or 0 when none is
+// recorded; a caller publishes such a value with timestamp 0. A null notifiee
+// is a failed assertion of `gifNotifiee`, which ends the process.
+OSTREL_EXPORT Timestamp getTimestamp(const char* attrName, GifGnmiNotifiee* gifNotifiee,
+                                     const Vek::Ptr<Vek::GenericIf const>* key);
 
 // Walker flags for a request kind: 0 gives 2, 1 gives 4, 2 gives 6 (both
 // bits). Any other value is fatal ("Unrecognized request type:<n>").

@@ -147,6 +147,9 @@ class OSTREL_EXPORT VekKey {
   // Appends one update per queued scalar, in insertion order: path = the
   // stored prefix plus one element named after the scalar, value = a copy.
   void copyScalars(gnmi::Notification& notification) const;
+  // The same, leaving out the parts that a member of `memberType` publishes
+  // itself (it has an attribute of that name), so no leaf goes out twice.
+  void copyScalars(gnmi::Notification& notification, Vek::VekType memberType) const;
 
  private:
   void flagIs(uint32_t bit, bool on) { flags_ = on ? (flags_ | bit) : (flags_ & ~bit); }

@@ -5,6 +5,9 @@
 
 #include <Zolt/Zolt.h>
 
+#include "Ostrel/TimeStamps.h"
+#include "internal/PlainAssert.h"
+
 namespace Ostrel::VekGnmiUtils {
 
 namespace {
@@ -17,6 +20,21 @@ void populateTimestamp(gnmi::Notification& notification, Timestamp timestamp) {
 
 void pushDelete(gnmi::Notification& notification, const gnmi::Path& path) {
   notification.add_delete_()->CopyFrom(path);
+}
+
+// Agents match the location of this assertion, so it is fixed rather than
+// wherever the check happens to sit in this file.
+constexpr unsigned GET_TIMESTAMP_ASSERT_LINE = 33;
+
+Timestamp getTimestamp(const char* attrName, GifGnmiNotifiee* gifNotifiee,
+                       const Vek::Ptr<Vek::GenericIf const>* key) {
+  if (gifNotifiee == nullptr) {
+    plainAssertFail("gifNotifiee", __FILE_NAME__, GET_TIMESTAMP_ASSERT_LINE, __PRETTY_FUNCTION__);
+  }
+  const std::optional<Timestamp> time =
+      key ? TimeStampUtils::lookupCollectionKeyTs(gifNotifiee, attrName, *key)
+          : TimeStampUtils::lookupAttrTs(gifNotifiee, attrName);
+  return time.value_or(0);
 }
 
 WalkerFlags requestTypeToFlags(RequestType requestType) {

@@ -139,7 +139,12 @@ void VekKey::updateAndStorePrefix(gnmi::Path& path, bool scalarMember, Vek::VekA
 }
 
 void VekKey::copyScalars(gnmi::Notification& notification) const {
+  copyScalars(notification, Vek::VekType());
+}
+
+void VekKey::copyScalars(gnmi::Notification& notification, Vek::VekType memberType) const {
   for (const auto& [name, value] : scalars_) {
+    if (memberType && memberType->attr(name)) continue;
     gnmi::Update* update = notification.add_update();
     gnmi::Path* path = update->mutable_path();
     *path = prefix_;

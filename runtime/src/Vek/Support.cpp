@@ -316,7 +316,7 @@ void* HashMap2018Generic::allocateNode() {
     free_ = *static_cast<void**>(node);
     return node;
   }
-  if (carve_ + nodeSize_ > carveEnd_ || !carve_) {
+  if (static_cast<size_t>(carveEnd_ - carve_) < nodeSize_) {
     addChunk(nextChunkNodes_);
     nextChunkNodes_ = std::min<size_t>(nextChunkNodes_ * 2, MAX_CHUNK_NODES);
   }

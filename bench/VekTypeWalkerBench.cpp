@@ -1,0 +1,377 @@
+// Syncs and changes against hand-written builders of the same messages.
+//
+//   FullSync/notifiees:0  a device of 66,667 interfaces of 15 leaves each
+//                         (1,000,006 leaves) synced by the walker, each
+//                         interface's notifiee made on the way (removed
+//                         again, untimed, between iterations)
+//   FullSync/notifiees:1  the same with every notifiee in place (a second
+//                         subscriber)
+//   HandBuiltSync         the same messages (prefixes, paths, values, one per
+//                         interface, on the same arena pool) built straight
+//                         from the runtime's typed accessors
+//   .../held:1            the router holds every message until the end of the
+//                         sync, as one that has not sent them yet does;
+//   .../held:0            it drops each at once, so messages recycle through
+//                         the pool (a subscriber that keeps up)
+//   PausedSync          FullSync/again under a router refusing every 100th
+//                       message, resumed until done
+//   SetUpSeeding        setUpWalk seeding the device's 66,667 member times
+//   Change              one MTU write that a notifiee streams as one message
+//   HandBuiltChange     the same write, and the same message built by hand
+//
+// Before timing, the program checks that the walker and the builder produce
+// byte-identical serialised messages. A counting operator new reports heap
+// allocations per change.
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <fmt/format.h>
+
+#include <Ostrel/ArenaRespMsg.h>
+#include <Ostrel/GifNotifiee.h>
+#include <Ostrel/Path.h>
+#include <Ostrel/TimeStamps.h>
+#include <Ostrel/VekGnmiUtils.h>
+#include <Ostrel/VekTypeWalker.h>
+#include <Vek/Vek.h>
+
+#include "CountingNew.h"
+
+namespace {
+
+using namespace Ostrel;
+
+constexpr unsigned INTERFACES = 66667;
+const char* const COUNTERS[] = {"inOctets", "outOctets", "inPkts",     "outPkts",
+                                "inErrors", "outErrors", "inDiscards", "outDiscards"};
+
+struct Model {
+  Vek::VekType status;
+  Vek::VekType counters;
+  Vek::VekType interface;
+  Vek::VekType device;
+};
+
+const Model& model() {
+  static const Model m = [] {
+    Vek::Module& mod = Vek::Module::moduleNew("BenchNet");
+    Model out;
+    out.status = mod.enumType("Status", Vek::builtinType<int>()).enumerator("up", 1).enumerator("down", 2).done();
+    Vek::TypeDef counters = mod.valueType("Counters");
+    for (const char* c : COUNTERS) counters.scalar(c, Vek::builtinType<unsigned long long>());
+    out.counters = counters.done();
+    out.interface = mod.entityType("Interface")
+                        .scalar("description", Vek::builtinType<Vek::String>())
+                        .scalar("mtu", Vek::builtinType<unsigned>())
+                        .scalar("enabled", Vek::builtinType<bool>())
+                        .scalar("operStatus", out.status, "down")
+                        .scalar("adminStatus", out.status, "up")
+                        .scalar("speed", Vek::builtinType<unsigned long long>())
+                        .scalar("counters", out.counters)
+                        .done();
+    out.device = mod.entityType("Device")
+                     .collection("interfaces", Vek::builtinType<Vek::String>(), out.interface,
+                                 Vek::AttrFlag::INSTANTIATING)
+                     .keyAttr("name")
+                     .done();
+    return out;
+  }();
+  return m;
+}
+
+Vek::Ptr<Vek::Entity> makeDevice() {
+  const Model& m = model();
+  Vek::Ptr<Vek::Entity> dev = Vek::Entity::rootNew(m.device, "dev");
+  for (unsigned i = 0; i < INTERFACES; ++i) {
+    Vek::Ptr<Vek::Entity> e = dev->entityNew("interfaces", Vek::genericIfOf(fmt::format("eth{}", i).c_str()));
+    e->valueIs("description", fmt::format("port {}", i).c_str());
+    e->valueIs("mtu", 1500u + i % 8000);
+    e->valueIs("enabled", i % 3 != 0);
+    e->valueIs("operStatus", 1 + static_cast<int>(i % 2));
+    e->valueIs("speed", 10000000000ull);
+    Vek::Ptr<Vek::GenericIf> c = m.counters.genericIfDefault();
+    for (size_t k = 0; k < std::size(COUNTERS); ++k) {
+      c->valueIs<unsigned long long>(COUNTERS[k], (static_cast<unsigned long long>(i) << 8) + k);
+    }
+    m.interface->attr("counters").genericIfSet(e, nullptr, c);
+  }
+  return dev;
+}
+
+Vek::Entity& device() {
+  static Vek::Ptr<Vek::Entity> dev = makeDevice();
+  return *dev;
+}
+
+const gnmi::Path& devicePath() {
+  static const gnmi::Path path = strToPath("/dev");
+  return path;
+}
+
+// Keeps what it is given until cleared, as a router keeps messages until
+// they are sent; refuses every `refuseEvery`-th message when set.
+class HoldingRouter : public BaseRouter {
+ public:
+  bool push(SyncId, const ArenaRespMsgPtr& msg) override {
+    held.push_back(msg);
+    return refuseEvery == 0 || ++count % refuseEvery != 0;
+  }
+  std::vector<ArenaRespMsgPtr> held;
+  uint64_t refuseEvery = 0;
+  uint64_t count = 0;
+};
+
+// Drops every message at once.
+class DroppingRouter : public BaseRouter {
+ public:
+  bool push(SyncId, const ArenaRespMsgPtr&) override {
+    ++pushed;
+    return true;
+  }
+  uint64_t pushed = 0;
+};
+
+void walkerSync(BaseRouter& router) {
+  FullVekTypeWalker::syncObject(&device(), devicePath(), router, {SyncId(), WalkId(1)}, WalkerFlags::None);
+}
+
+void handBuiltSync(BaseRouter& router) {
+  const Model& m = model();
+  const Vek::VekAttr description = m.interface->attr("description");
+  const Vek::VekAttr mtu = m.interface->attr("mtu");
+  const Vek::VekAttr enabled = m.interface->attr("enabled");
+  const Vek::VekAttr operStatus = m.interface->attr("operStatus");
+  const Vek::VekAttr adminStatus = m.interface->attr("adminStatus");
+  const Vek::VekAttr speed = m.interface->attr("speed");
+  const Vek::VekAttr countersAttr = m.interface->attr("counters");
+  const auto leaf = [](std::initializer_list<const char*> names) {
+    gnmi::Path p;
+    for (const char* n : names) p.add_elem()->set_name(n);
+    return p;
+  };
+  static const gnmi::Path name = leaf({"name"}), descr = leaf({"description"}), mtuP = leaf({"mtu"}),
+                          enabledP = leaf({"enabled"}), oper = leaf({"operStatus"}), admin = leaf({"adminStatus"}),
+                          speedP = leaf({"speed"});
+  static const std::vector<gnmi::Path> counterPaths = [&] {
+    std::vector<gnmi::Path> out;
+    for (const char* c : COUNTERS) out.push_back(leaf({"counters", c}));
+    return out;
+  }();
+  const auto add = [](gnmi::Notification* n, const gnmi::Path& p) {
+    gnmi::Update* u = n->add_update();
+    u->mutable_path()->CopyFrom(p);
+    return u->mutable_val();
+  };
+  {
+    auto [msg, n] = ArenaRespMsg::createResponse(devicePath(), 0);
+    add(n, name)->set_string_val(device().name().stdString());
+    router.push(SyncId(), msg);
+  }
+  gnmi::Path prefix = devicePath();
+  gnmi::PathElem* keyed = prefix.add_elem();
+  keyed->set_name("interfaces");
+  for (auto it = m.device->attr("interfaces").genericIfIteratorConst(&device()); it; ++it) {
+    const auto* e = static_cast<const Vek::Entity*>(it.ptr().ptr());
+    (*keyed->mutable_key())["name"] = e->name().stdString();
+    auto [msg, n] = ArenaRespMsg::createResponse(prefix, 0);
+    add(n, name)->set_string_val(e->name().stdString());
+    add(n, descr)->set_string_val(e->value<Vek::String>(description).stdString());
+    add(n, mtuP)->set_uint_val(e->value<unsigned>(mtu));
+    add(n, enabledP)->set_bool_val(e->value<bool>(enabled));
+    add(n, oper)->set_string_val(m.status->attr(e->value<int>(operStatus))->name());
+    add(n, admin)->set_string_val(m.status->attr(e->value<int>(adminStatus))->name());
+    add(n, speedP)->set_uint_val(e->value<unsigned long long>(speed));
+    const auto* c = static_cast<const char*>(e->rawAttr(countersAttr, Vek::BuiltinCode::None));
+    for (size_t k = 0; k < std::size(COUNTERS); ++k) {
+      const Vek::VekAttr field = m.counters->attr(COUNTERS[k]);
+      add(n, counterPaths[k])->set_uint_val(*reinterpret_cast<const unsigned long long*>(c + field->offset()));
+    }
+    router.push(SyncId(), msg);
+  }
+}
+
+// A sync with every notifiee in place, messages dropped at once: what
+// `valgrind --tool=callgrind --toggle-collect='*repeatSync*'` counts.
+[[gnu::noinline]] void repeatSync(BaseRouter& router) { walkerSync(router); }
+[[gnu::noinline]] void repeatHandBuilt(BaseRouter& router) { handBuiltSync(router); }
+
+std::string serialised(const HoldingRouter& router) {
+  std::string out;
+  for (const auto& msg : router.held) out += msg->response->SerializeAsString();
+  return out;
+}
+
+// Removes the notifiees of the device's interfaces (as their ends would),
+// so that the next sync makes them again.
+void forgetInterfaces() {
+  std::vector<gnmi::Path> paths;
+  for (const auto& [path, notifiee] : gNmiNotifieeMap) {
+    if (path.elem_size() == 2) paths.push_back(path);
+  }
+  for (const auto& path : paths) {
+    Vek::Ptr<GifGnmiNotifiee> n = gNmiNotifieeMap.at(path);
+    n->isRegisteredNotifieeIs(false);
+    notifieePathMap.erase(n->entity());
+    objTsMap().erase(n.ptr());
+    gNmiNotifieeMap.erase(path);
+  }
+}
+
+void FullSync(benchmark::State& state) {
+  const bool notifieesInPlace = state.range(0) == 1;
+  const bool held = state.range(1) == 1;
+  HoldingRouter holding;
+  DroppingRouter dropping;
+  BaseRouter& router = held ? static_cast<BaseRouter&>(holding) : dropping;
+  walkerSync(router);  // warm: notifiees in place
+  for (auto _ : state) {
+    state.PauseTiming();
+    holding.held.clear();
+    if (!notifieesInPlace) forgetInterfaces();
+    state.ResumeTiming();
+    walkerSync(router);
+  }
+  state.SetItemsProcessed(state.iterations() * (INTERFACES * 15 + 1));
+}
+BENCHMARK(FullSync)
+    ->ArgNames({"notifiees", "held"})
+    ->ArgsProduct({{0, 1}, {0, 1}})
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(3);
+
+void HandBuiltSync(benchmark::State& state) {
+  const bool held = state.range(0) == 1;
+  HoldingRouter holding;
+  DroppingRouter dropping;
+  BaseRouter& router = held ? static_cast<BaseRouter&>(holding) : dropping;
+  for (auto _ : state) {
+    state.PauseTiming();
+    holding.held.clear();
+    state.ResumeTiming();
+    handBuiltSync(router);
+  }
+  state.SetItemsProcessed(state.iterations() * (INTERFACES * 15 + 1));
+}
+BENCHMARK(HandBuiltSync)->ArgName("held")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MinTime(3);
+
+void PausedSync(benchmark::State& state) {
+  HoldingRouter router;
+  walkerSync(router);
+  uint64_t pauses = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    router.held.clear();
+    router.refuseEvery = 100;
+    state.ResumeTiming();
+    WalkResult r = FullVekTypeWalker::syncObject(&device(), devicePath(), router, {SyncId(), WalkId(2)},
+                                                 WalkerFlags::None);
+    while (r != WalkResult::Done) {
+      ++pauses;
+      std::vector<SyncWalkId> done;
+      r = FullVekTypeWalker::resumeAllSyncsAndNotifs(done);
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * (INTERFACES * 15 + 1));
+  state.counters["pauses"] = static_cast<double>(pauses) / static_cast<double>(state.iterations());
+}
+BENCHMARK(PausedSync)->Unit(benchmark::kMillisecond)->MinTime(3);
+
+void SetUpSeeding(benchmark::State& state) {
+  HoldingRouter router;
+  walkerSync(router);
+  const Vek::Ptr<Vek::GenericIf const> gif = Vek::VekType::genericIf(&device());
+  const GifGnmiNotifiee* notifiee = gNmiNotifieeMap.at(devicePath()).ptr();
+  for (auto _ : state) {
+    state.PauseTiming();
+    objTsMap().at(notifiee).clear();
+    state.ResumeTiming();
+    FullVekTypeWalker::setUpWalk(gif, model().device, &device(), devicePath(), router, WalkerFlags::None, 1);
+  }
+  state.SetItemsProcessed(state.iterations() * INTERFACES);
+}
+BENCHMARK(SetUpSeeding)->Unit(benchmark::kMillisecond);
+
+// One interface, published, whose MTU is written again and again.
+Vek::Entity& changed() {
+  static Vek::Ptr<Vek::Entity> e = [] {
+    Vek::Ptr<Vek::Entity> dev = Vek::Entity::rootNew(model().device, "cdev");
+    Vek::Ptr<Vek::Entity> intf = dev->entityNew("interfaces", Vek::genericIfOf("eth0"));
+    static Vek::Ptr<Vek::Entity> keep = dev;
+    return intf;
+  }();
+  return *e;
+}
+
+void Change(benchmark::State& state) {
+  static DroppingRouter router;
+  static bool published = [] {
+    FullVekTypeWalker::syncObject(&changed(), strToPath("/cdev/interfaces[name=eth0]"), router,
+                                  {SyncId(), WalkId(3)}, WalkerFlags::None);
+    return true;
+  }();
+  (void)published;
+  const Vek::VekAttr mtu = model().interface->attr("mtu");
+  unsigned value = 1000;
+  const uint64_t before = OstrelTest::heapAllocationCount();
+  for (auto _ : state) changed().valueIs<unsigned>(mtu, ++value);
+  state.counters["allocs_per_change"] = static_cast<double>(OstrelTest::heapAllocationCount() - before) /
+                                        static_cast<double>(state.iterations());
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(Change);
+
+// The same write on an entity nobody listens to, and the message the change
+// walker makes, made by hand.
+void HandBuiltChange(benchmark::State& state) {
+  static Vek::Ptr<Vek::Entity> quiet = Vek::Entity::rootNew(model().interface, "quiet");
+  DroppingRouter router;
+  const Vek::VekAttr mtu = model().interface->attr("mtu");
+  const gnmi::Path prefix = strToPath("/cdev/interfaces[name=eth0]");
+  const gnmi::Path leaf = strToPath("mtu");
+  unsigned value = 1000;
+  const uint64_t before = OstrelTest::heapAllocationCount();
+  for (auto _ : state) {
+    quiet->valueIs<unsigned>(mtu, ++value);
+    const auto now = static_cast<Timestamp>(Vek::System::currentTimeUtc().value() * 1e9);
+    auto [msg, n] = ArenaRespMsg::createResponse(prefix, now);
+    VekGnmiUtils::pushUpdate(leaf, n, uint64_t{quiet->value<unsigned>(mtu)}, &gnmi::TypedValue::set_uint_val);
+    router.push(SyncId(), msg);
+  }
+  state.counters["allocs_per_change"] = static_cast<double>(OstrelTest::heapAllocationCount() - before) /
+                                        static_cast<double>(state.iterations());
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(HandBuiltChange);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Both builders must make the same bytes, or the comparison means nothing.
+  {
+    HoldingRouter walker;
+    HoldingRouter builder;
+    walkerSync(walker);
+    handBuiltSync(builder);
+    const std::string a = serialised(walker);
+    const std::string b = serialised(builder);
+    fmt::print("walker and hand-built sync: {} and {} messages, {} and {} bytes, {}\n", walker.held.size(),
+               builder.held.size(), a.size(), b.size(), a == b ? "byte-identical" : "DIFFERENT");
+    if (a != b) return 1;
+    // Heap allocations of one more sync of each, messages dropped at once.
+    DroppingRouter dropping;
+    uint64_t before = OstrelTest::heapAllocationCount();
+    repeatSync(dropping);
+    const uint64_t walkerAllocs = OstrelTest::heapAllocationCount() - before;
+    before = OstrelTest::heapAllocationCount();
+    repeatHandBuilt(dropping);
+    const uint64_t handAllocs = OstrelTest::heapAllocationCount() - before;
+    fmt::print("heap allocations per interface: walker {:.1f}, hand-built {:.1f}\n",
+               static_cast<double>(walkerAllocs) / INTERFACES, static_cast<double>(handAllocs) / INTERFACES);
+  }
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
