@@ -10,10 +10,10 @@
 #include <Ostrel/Path.h>
 #include <Ostrel/VekGnmiSetter.h>
 #include <Vek/Vek.h>
-#include <Zolt/Zolt.h>
 
 #include "SampleModel.h"
 #include "SetRequests.h"
+#include "TraceCapture.h"
 #include "TreeDump.h"
 #include "internal/AttrTree.h"
 
@@ -373,37 +373,11 @@ TEST(VekGnmiSetTree, AttrQueueFindsEveryChildAfterGrowing) {
   EXPECT_EQ(queue.get(elemOf("nosuch")), nullptr);
 }
 
-// Collects the traces of the Set's handle at every level while alive.
-class TraceCapture {
- public:
-  TraceCapture() : handle_(Zolt::Platform::getDebugHandler("OstrelVekGnmiSet")) {
-    previousMask_ = handle_.levelMask();
-    handle_.levelMaskIs(0xffffffffu);
-    previousSink_ = Zolt::traceSinkIs([this](const Zolt::TraceRecord& record) {
-      lines.push_back(std::to_string(record.level) + " " + std::string(record.component) + " " +
-                      std::string(record.message));
-    });
-  }
-  ~TraceCapture() {
-    handle_.levelMaskIs(previousMask_);
-    Zolt::traceSinkIs(std::move(previousSink_));
-  }
-  TraceCapture(const TraceCapture&) = delete;
-  TraceCapture& operator=(const TraceCapture&) = delete;
-
-  std::vector<std::string> lines;
-
- private:
-  Zolt::Debuggable& handle_;
-  uint32_t previousMask_;
-  Zolt::TraceSink previousSink_;
-};
-
 TEST(VekGnmiSetTree, StagingPreparingPruningAndCommittingTraceEachNode) {
   const Sample::Tree tree = Sample::buildTree();
   std::vector<std::string> lines;
   {
-    TraceCapture capture;
+    OstrelTest::TraceCapture capture("OstrelVekGnmiSet", 0xffffffffu);
     ASSERT_TRUE(execute(tree, setRequest(ETH0, {updateOf("counters/inPkts", uintVal(7))},
                                          {updateOf("mtu", uintVal(1000))}))
                     .ok());
