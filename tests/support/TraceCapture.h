@@ -19,7 +19,10 @@ class TraceCapture {
       : handle_(Zolt::Platform::getDebugHandler(handleName)), previousMask_(handle_.levelMask()) {
     handle_.levelMaskIs(levelMask);
     previousSink_ = Zolt::traceSinkIs([this](const Zolt::TraceRecord& record) {
-      if (record.handle == &handle_) messages.emplace_back(record.message);
+      if (record.handle != &handle_) return;
+      messages.emplace_back(record.message);
+      lines.push_back(std::to_string(record.level) + " " + std::string(record.component) + " " +
+                      std::string(record.message));
     });
   }
   ~TraceCapture() {
@@ -31,6 +34,8 @@ class TraceCapture {
 
   // The messages in the order they were traced.
   std::vector<std::string> messages;
+  // The same, each as "<level> <component> <message>".
+  std::vector<std::string> lines;
 
  private:
   Zolt::Debuggable& handle_;
