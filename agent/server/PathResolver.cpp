@@ -15,14 +15,6 @@ Vek::Ptr<Vek::Entity> entityOf(const Vek::Ptr<Vek::GenericIf const>& gif) {
   return Vek::Ptr<Vek::Entity>(static_cast<Vek::Entity*>(const_cast<Vek::GenericIf*>(gif.ptr())));
 }
 
-// The value of an element's only key. g++ 12 sees a null dereference in
-// protobuf's map iterator when inlined here, which cannot happen for a map
-// of one entry.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wnull-dereference"
-[[gnu::noinline]] const std::string& singleKeyValue(const gnmi::PathElem& e) { return e.key().begin()->second; }
-#pragma GCC diagnostic pop
-
 bool isWildcardKey(const gnmi::PathElem& e) {
   if (e.key_size() == 0) return true;
   for (const auto& [k, v] : e.key()) {
@@ -254,6 +246,15 @@ Match matchFrom(const gnmi::Path& requested, const Elems& pub, int pi, int ri) {
 }
 
 }  // namespace
+
+// g++ 12 sees a null dereference in protobuf's map iterator when this is
+// inlined, which cannot happen for a map of one entry.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnull-dereference"
+[[gnu::noinline]] const std::string& singleKeyValue(const gnmi::PathElem& elem) {
+  return elem.key().begin()->second;
+}
+#pragma GCC diagnostic pop
 
 grpc::Status checkOrigin(const gnmi::Path& path, const char* what) {
   if (path.origin().empty() || path.origin() == "openconfig") return grpc::Status::OK;

@@ -45,6 +45,9 @@ struct Resolution {
   bool absent = false;
 };
 
+// The value of the only key of `elem`, which must have exactly one.
+const std::string& singleKeyValue(const gnmi::PathElem& elem);
+
 // Checks the origin of a request path: "" and "openconfig" are ours.
 grpc::Status checkOrigin(const gnmi::Path& path, const char* what);
 
