@@ -88,7 +88,10 @@ gnmi::Path decodePath(const std::string& encoded) {
 
 void CoalescingQueue::update(const gnmi::Path& prefix, const gnmi::Path& path,
                              gnmi::TypedValue value, int64_t timestamp) {
-  std::string key = encodePath(prefix, path);
+  updateEncoded(encodePath(prefix, path), std::move(value), timestamp);
+}
+
+void CoalescingQueue::updateEncoded(std::string key, gnmi::TypedValue value, int64_t timestamp) {
   auto found = byPath_.find(key);
   if (found != byPath_.end()) {
     Entry& entry = *found->second;

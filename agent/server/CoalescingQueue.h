@@ -41,6 +41,8 @@ class CoalescingQueue {
   // Queues the value of the leaf at `prefix` + `path`.
   void update(const gnmi::Path& prefix, const gnmi::Path& path, gnmi::TypedValue value,
               int64_t timestamp);
+  // The same, with the path already encoded (encodePath).
+  void updateEncoded(std::string key, gnmi::TypedValue value, int64_t timestamp);
   // Queues the delete of `prefix` + `path`, dropping what is queued below it.
   void remove(const gnmi::Path& prefix, const gnmi::Path& path, int64_t timestamp);
 

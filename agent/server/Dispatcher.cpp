@@ -17,8 +17,7 @@ int64_t nowNanos() {
   return static_cast<int64_t>(static_cast<double>(Vek::System::currentTimeUtc()) * 1000000000.0);
 }
 
-Dispatcher::Dispatcher(LibraryBridge& bridge, EventLoop& loop)
-    : bridge_(bridge), loop_(loop), alive_(std::make_shared<bool>(true)) {}
+Dispatcher::Dispatcher(EventLoop& loop) : loop_(loop), alive_(std::make_shared<bool>(true)) {}
 
 Dispatcher::~Dispatcher() = default;
 
@@ -63,7 +62,7 @@ void Dispatcher::watch(const std::vector<PublishedEntity>& targets) {
   const uint64_t id = nextSyncId_++;
   for (const PublishedEntity& target : targets) {
     const uint64_t walkId = nextWalkId_++;
-    const Ostrel::WalkResult result = bridge_.syncObject(
+    const Ostrel::WalkResult result = bridge_->syncObject(
         target.entity, target.path, {Ostrel::SyncId(id), Ostrel::WalkId(walkId)}, SyncKind::Watch);
     if (result != Ostrel::WalkResult::Done) {
       walkToSync_[walkId] = id;
@@ -79,7 +78,7 @@ void Dispatcher::cancel(SyncOwner& owner) {
       continue;
     }
     for (const uint64_t walkId : it->second.running) {
-      if (walkToSync_.erase(walkId) != 0) bridge_.cancelPendingSync(Ostrel::WalkId(walkId));
+      if (walkToSync_.erase(walkId) != 0) bridge_->cancelPendingSync(Ostrel::WalkId(walkId));
     }
     ZOLT_TRACE(dbg, 4, "Dispatcher", "sync {} cancelled", it->first);
     it = syncs_.erase(it);
@@ -116,7 +115,7 @@ void Dispatcher::pump() {
   const auto deadline = EventLoop::Clock::now() + SLICE;
   if (!walkToSync_.empty() && !blocked_) {
     std::vector<SyncWalkId> completed;
-    const Ostrel::WalkResult result = bridge_.resumeAll(completed);
+    const Ostrel::WalkResult result = bridge_->resumeAll(completed);
     for (const SyncWalkId& ids : completed) walkFinished(ids.first, ids.second);
     if (result == Ostrel::WalkResult::RouterFull) {
       blocked_ = true;
@@ -157,10 +156,13 @@ void Dispatcher::pump() {
     if (EventLoop::Clock::now() >= deadline) break;
     PublishedEntity target = std::move(sync.toStart.front());
     sync.toStart.pop_front();
+    // An entity removed since the sync was queued is no longer published
+    // there; its owner's notifiee has reported the delete.
+    if (target.entity && target.entity->isOrphan()) continue;
     const uint64_t walkId = nextWalkId_++;
     sync.running.insert(walkId);
     const SyncKind kind = sync.kind;
-    const Ostrel::WalkResult result = bridge_.syncObject(
+    const Ostrel::WalkResult result = bridge_->syncObject(
         target.entity, target.path, {Ostrel::SyncId(id), Ostrel::WalkId(walkId)}, kind);
     if (result == Ostrel::WalkResult::Done) {
       walkFinished(Ostrel::SyncId(id), Ostrel::WalkId(walkId));

@@ -55,7 +55,9 @@ int64_t nowNanos();
 
 class Dispatcher final : public MessageRouter {
  public:
-  Dispatcher(LibraryBridge& bridge, EventLoop& loop);
+  explicit Dispatcher(EventLoop& loop);
+  // The bridge to call; set once, before the first sync.
+  void bridgeIs(LibraryBridge* bridge) { bridge_ = bridge; }
   ~Dispatcher() override;
 
   bool push(Ostrel::SyncId syncId, const Ostrel::ArenaRespMsgPtr& message) override;
@@ -96,7 +98,7 @@ class Dispatcher final : public MessageRouter {
   void walkFinished(Ostrel::SyncId syncId, Ostrel::WalkId walkId);
   void finishIfDone(Ostrel::SyncId syncId);
 
-  LibraryBridge& bridge_;
+  LibraryBridge* bridge_ = nullptr;
   EventLoop& loop_;
   std::unordered_map<uint64_t, Sync> syncs_;
   std::deque<uint64_t> startOrder_;                  // syncs with walks to start, FIFO

@@ -30,6 +30,11 @@ void StreamQueue::pushUpdate(const gnmi::Path& prefix, const gnmi::Path& path,
   if (!closed_) changes_.update(prefix, path, std::move(value), timestamp);
 }
 
+void StreamQueue::pushUpdateEncoded(std::string key, gnmi::TypedValue value, int64_t timestamp) {
+  std::lock_guard lock(mutex_);
+  if (!closed_) changes_.updateEncoded(std::move(key), std::move(value), timestamp);
+}
+
 void StreamQueue::pushDelete(const gnmi::Path& prefix, const gnmi::Path& path, int64_t timestamp) {
   std::lock_guard lock(mutex_);
   if (!closed_) changes_.remove(prefix, path, timestamp);

@@ -64,6 +64,7 @@ class StreamQueue {
   // Queues a change (already in the subscriber's encoding), or a delete.
   void pushUpdate(const gnmi::Path& prefix, const gnmi::Path& path, gnmi::TypedValue value,
                   int64_t timestamp);
+  void pushUpdateEncoded(std::string key, gnmi::TypedValue value, int64_t timestamp);
   void pushDelete(const gnmi::Path& prefix, const gnmi::Path& path, int64_t timestamp);
 
   // What the writer gets: the next message, or nothing; `roomFreed` is set

@@ -35,7 +35,8 @@ struct RecordingSink : ChangeSink {
 
 class DispatcherTest : public ::testing::Test {
  protected:
-  DispatcherTest() : dispatcher_(library_, loop_) {
+  DispatcherTest() : dispatcher_(loop_) {
+    dispatcher_.bridgeIs(&library_);
     library_.routerIs(&dispatcher_);
     loop_.start();
   }
