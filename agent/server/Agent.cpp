@@ -192,6 +192,18 @@ gnmi::CapabilityResponse Agent::capabilities() const {
   return response;
 }
 
+size_t Agent::liveSubscriptionCount() const {
+  size_t n = 0;
+  for (const auto& [key, sub] : subscriptions_) n += sub->ended() ? 0 : 1;
+  return n;
+}
+
+size_t Agent::maxChangesQueued() const {
+  size_t most = 0;
+  for (const auto& [key, channel] : openStreams_) most = std::max(most, channel->queue().changesQueued());
+  return most;
+}
+
 Subscription* Agent::subscriptionOf(const StreamChannel* channel) {
   auto it = subscriptions_.find(channel);
   return it == subscriptions_.end() ? nullptr : it->second.get();
@@ -335,10 +347,10 @@ void Agent::checkSlowSubscribers() {
   if (stopped_) return;
   for (auto& [key, channel] : openStreams_) {
     if (channel->ended() || channel->writeBlockedFor() < options_.sendTimeout) continue;
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(options_.sendTimeout).count();
-    ZOLT_TRACE(dbg, 1, "Agent", "ending a subscriber that has not read for {} s", seconds);
+    const double seconds = std::chrono::duration<double>(options_.sendTimeout).count();
+    ZOLT_TRACE(dbg, 1, "Agent", "ending a subscriber that has not read for {:g} s", seconds);
     channel->abort({grpc::StatusCode::RESOURCE_EXHAUSTED,
-                    fmt::format("the subscriber has not read for {} s; the stream is ended", seconds)});
+                    fmt::format("the subscriber has not read for {:g} s; the stream is ended", seconds)});
     if (Subscription* sub = subscriptionOf(channel.get())) sub->end();
     std::weak_ptr<StreamChannel> weak = channel;
     loop_.postAfter(CANCEL_GRACE, [weak] {

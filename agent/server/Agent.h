@@ -112,6 +112,11 @@ class Agent {
   Dispatcher& dispatcher() { return *dispatcher_; }
   LibraryBridge& bridge() { return *bridge_; }
   size_t subscriptionCount() const { return subscriptions_.size(); }
+  // Subscriptions not ended yet (an ended one stays until its RPC is done).
+  size_t liveSubscriptionCount() const;
+  size_t openStreamCount() const { return openStreams_.size(); }
+  // The most changes waiting in any open stream's queue.
+  size_t maxChangesQueued() const;
   Subscription* subscriptionOf(const StreamChannel* channel);
 
  private:
