@@ -9,30 +9,36 @@ namespace VekGnmi {
 
 namespace {
 
+// Appends characters of `text` from `pos` to `out` until one of `stops`
+// that is not escaped (left unconsumed) or the end; a backslash makes the
+// next character literal. False on a trailing backslash.
+bool readUntil(std::string_view text, size_t& pos, std::string_view stops, std::string& out,
+               std::string& error) {
+  while (pos < text.size() && stops.find(text[pos]) == std::string_view::npos) {
+    if (text[pos] == '\\') {
+      if (pos + 1 == text.size()) {
+        error = fmt::format("trailing backslash at position {}", pos);
+        return false;
+      }
+      ++pos;
+    }
+    out.push_back(text[pos]);
+    ++pos;
+  }
+  return true;
+}
+
 // Reads one element from `text` at `pos` into `elem`, stopping on the '/'
 // that ends it (left unconsumed) or at the end of the text.
 bool parseElem(std::string_view text, size_t& pos, gnmi::PathElem& elem, std::string& error) {
   const size_t start = pos;
   std::string name;
-  // The name: up to an unescaped '/' or '['.
-  while (pos < text.size() && text[pos] != '/' && text[pos] != '[') {
-    const char c = text[pos];
-    if (c == '\\') {
-      if (pos + 1 == text.size()) {
-        error = fmt::format("trailing backslash at position {}", pos);
-        return false;
-      }
-      name.push_back(text[pos + 1]);
-      pos += 2;
-      continue;
-    }
-    if (c == ']' || c == '=') {
-      error = fmt::format("unexpected '{}' in element name at position {} (escape it as '\\{}')",
-                          c, pos, c);
-      return false;
-    }
-    name.push_back(c);
-    ++pos;
+  // The name: up to an unescaped '/' or '['; ']' and '=' need escapes.
+  if (!readUntil(text, pos, "/[]=", name, error)) return false;
+  if (pos < text.size() && (text[pos] == ']' || text[pos] == '=')) {
+    error = fmt::format("unexpected '{}' in element name at position {} (escape it as '\\{}')",
+                        text[pos], pos, text[pos]);
+    return false;
   }
   if (name.empty()) {
     error = fmt::format("empty element name at position {}", start);
@@ -44,59 +50,23 @@ bool parseElem(std::string_view text, size_t& pos, gnmi::PathElem& elem, std::st
     const size_t keyStart = pos;
     ++pos;
     std::string keyName;
-    bool sawEquals = false;
-    while (pos < text.size()) {
-      const char c = text[pos];
-      if (c == '\\') {
-        if (pos + 1 == text.size()) {
-          error = fmt::format("trailing backslash at position {}", pos);
-          return false;
-        }
-        keyName.push_back(text[pos + 1]);
-        pos += 2;
-        continue;
-      }
-      if (c == '=') {
-        sawEquals = true;
-        ++pos;
-        break;
-      }
-      if (c == ']') break;
-      keyName.push_back(c);
-      ++pos;
-    }
-    if (!sawEquals) {
+    if (!readUntil(text, pos, "=]", keyName, error)) return false;
+    if (pos == text.size() || text[pos] != '=') {
       error = fmt::format("key at position {} has no '='", keyStart);
       return false;
     }
+    ++pos;
     if (keyName.empty()) {
       error = fmt::format("key at position {} has an empty name", keyStart);
       return false;
     }
     std::string value;
-    bool closed = false;
-    while (pos < text.size()) {
-      const char c = text[pos];
-      if (c == '\\') {
-        if (pos + 1 == text.size()) {
-          error = fmt::format("trailing backslash at position {}", pos);
-          return false;
-        }
-        value.push_back(text[pos + 1]);
-        pos += 2;
-        continue;
-      }
-      ++pos;
-      if (c == ']') {
-        closed = true;
-        break;
-      }
-      value.push_back(c);
-    }
-    if (!closed) {
+    if (!readUntil(text, pos, "]", value, error)) return false;
+    if (pos == text.size()) {
       error = fmt::format("key at position {} has no closing ']'", keyStart);
       return false;
     }
+    ++pos;
     if (elem.key().count(keyName) != 0) {
       error = fmt::format("key '{}' repeated at position {}", keyName, keyStart);
       return false;

@@ -23,16 +23,6 @@ const char* const NO_SYNC_CORE =
     "this build of the agent does not link the library's sync core (Get and Subscribe)";
 const char* const NO_SET_DRIVER = "this build of the agent does not link the library's Set driver";
 
-bool hasWildcard(const gnmi::Path& path) {
-  for (const gnmi::PathElem& e : path.elem()) {
-    if (e.name() == "*" || e.name() == "...") return true;
-    for (const auto& [k, v] : e.key()) {
-      if (v == "*") return true;
-    }
-  }
-  return false;
-}
-
 }  // namespace
 
 // One Get: one sync per requested path, answered with one notification per

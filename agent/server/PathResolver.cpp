@@ -109,24 +109,6 @@ class Resolver {
     return visitChild(child, childPath(at, elem), i + 1);
   }
 
-  // The key object named by element `e` for collection `attr`, or an error.
-  grpc::Status keyOf(const Vek::VekAttrBase& attr, const gnmi::PathElem& e, const gnmi::Path& at,
-                     Vek::Ptr<Vek::GenericIf>& key) {
-    if (e.key_size() != 1) {
-      return {grpc::StatusCode::INVALID_ARGUMENT,
-              fmt::format("'{}' under {} is keyed by one value, not {}", e.name(), pathString(at),
-                          e.key_size())};
-    }
-    const std::string& text = singleKeyValue(e);
-    key = attr.indexType().genericIf(Vek::String(text), false);
-    if (!key) {
-      return {grpc::StatusCode::INVALID_ARGUMENT,
-              fmt::format("'{}' is not a valid key of '{}' under {} (a {})", text, e.name(),
-                          pathString(at), attr.indexType()->qualifiedName())};
-    }
-    return grpc::Status::OK;
-  }
-
   grpc::Status visitEntity(const Vek::Ptr<Vek::Entity>& entity, const gnmi::Path& at, int i) {
     if (i == path_.elem_size()) {
       cover(entity, at);
@@ -152,7 +134,7 @@ class Resolver {
           return grpc::Status::OK;
         }
         Vek::Ptr<Vek::GenericIf> key;
-        grpc::Status status = keyOf(*attr, e, at, key);
+        grpc::Status status = memberKey(*attr, e, at, key);
         if (!status.ok()) return status;
         Vek::Ptr<Vek::Entity> member = entity->entity(attr, key);
         if (!member) {
@@ -184,7 +166,7 @@ class Resolver {
     }
     if (attr && attr->isCollection() && !isWildcardKey(e)) {
       Vek::Ptr<Vek::GenericIf> key;
-      grpc::Status status = keyOf(*attr, e, at, key);
+      grpc::Status status = memberKey(*attr, e, at, key);
       if (!status.ok()) return status;
       if (!attr.genericIfExist(entity, key)) out_.absent = true;
     }
@@ -255,6 +237,33 @@ Match matchFrom(const gnmi::Path& requested, const Elems& pub, int pi, int ri) {
   return elem.key().begin()->second;
 }
 #pragma GCC diagnostic pop
+
+bool hasWildcard(const gnmi::Path& path) {
+  for (const gnmi::PathElem& e : path.elem()) {
+    if (e.name() == "*" || e.name() == "...") return true;
+    for (const auto& [k, v] : e.key()) {
+      if (v == "*") return true;
+    }
+  }
+  return false;
+}
+
+grpc::Status memberKey(const Vek::VekAttrBase& attr, const gnmi::PathElem& elem, const gnmi::Path& at,
+                       Vek::Ptr<Vek::GenericIf>& key) {
+  if (elem.key_size() != 1) {
+    return {grpc::StatusCode::INVALID_ARGUMENT,
+            fmt::format("'{}' under {} is keyed by one value, not {}", elem.name(), pathString(at),
+                        elem.key_size())};
+  }
+  const std::string& text = singleKeyValue(elem);
+  key = attr.indexType().genericIf(Vek::String(text), false);
+  if (!key) {
+    return {grpc::StatusCode::INVALID_ARGUMENT,
+            fmt::format("'{}' is not a valid key of '{}' under {} (a {})", text, elem.name(),
+                        pathString(at), attr.indexType()->qualifiedName())};
+  }
+  return grpc::Status::OK;
+}
 
 grpc::Status checkOrigin(const gnmi::Path& path, const char* what) {
   if (path.origin().empty() || path.origin() == "openconfig") return grpc::Status::OK;

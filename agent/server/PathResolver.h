@@ -48,6 +48,15 @@ struct Resolution {
 // The value of the only key of `elem`, which must have exactly one.
 const std::string& singleKeyValue(const gnmi::PathElem& elem);
 
+// Whether any element of `path` is "*" or "...", or any key value "*".
+bool hasWildcard(const gnmi::Path& path);
+
+// The key object that element `elem` names for the collection `attr`, met
+// below `at`: INVALID_ARGUMENT unless it has exactly one key whose value is
+// a value of the collection's key type.
+grpc::Status memberKey(const Vek::VekAttrBase& attr, const gnmi::PathElem& elem, const gnmi::Path& at,
+                       Vek::Ptr<Vek::GenericIf>& key);
+
 // Checks the origin of a request path: "" and "openconfig" are ours.
 grpc::Status checkOrigin(const gnmi::Path& path, const char* what);
 

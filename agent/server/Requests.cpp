@@ -118,16 +118,6 @@ bool passesDataType(gnmi::GetRequest::DataType type, const LeafInfo* leaf) {
 
 namespace {
 
-bool hasWildcard(const gnmi::Path& path) {
-  for (const gnmi::PathElem& e : path.elem()) {
-    if (e.name() == "*" || e.name() == "...") return true;
-    for (const auto& [k, v] : e.key()) {
-      if (v == "*") return true;
-    }
-  }
-  return false;
-}
-
 struct SplitPath {
   gnmi::Path entityPath;
   gnmi::Path valuePath;
@@ -169,16 +159,9 @@ grpc::Status splitSetPath(ModelSchema& schema, const gnmi::Path& full, SplitPath
     if (!attr || !attr->isInstantiating()) break;
     Vek::Ptr<Vek::Entity> next;
     if (attr->isCollection()) {
-      if (e.key_size() != 1) {
-        return invalid(fmt::format("'{}' under {} is keyed by one value, not {}", e.name(),
-                                   pathString(entityPath), e.key_size()));
-      }
-      const std::string& text = singleKeyValue(e);
-      Vek::Ptr<Vek::GenericIf> key = attr->indexType().genericIf(Vek::String(text), false);
-      if (!key) {
-        return invalid(fmt::format("'{}' is not a valid key of '{}' under {} (a {})", text, e.name(),
-                                   pathString(entityPath), attr->indexType()->qualifiedName()));
-      }
+      Vek::Ptr<Vek::GenericIf> key;
+      const grpc::Status status = memberKey(*attr, e, entityPath, key);
+      if (!status.ok()) return status;
       next = node->entity(attr, key);
     } else {
       if (e.key_size() != 0) {
@@ -207,17 +190,9 @@ grpc::Status splitSetPath(ModelSchema& schema, const gnmi::Path& full, SplitPath
   const gnmi::PathElem& first = full.elem(i);
   const Vek::VekAttr attr = node->type()->attr(first.name());
   if (attr && attr->isCollection() && first.key_size() > 0) {
-    if (first.key_size() != 1) {
-      return invalid(fmt::format("'{}' under {} is keyed by one value, not {}", first.name(),
-                                 pathString(entityPath), first.key_size()));
-    }
-    const std::string& text = singleKeyValue(first);
-    Vek::Ptr<Vek::GenericIf> key = attr->indexType().genericIf(Vek::String(text), false);
-    if (!key) {
-      return invalid(fmt::format("'{}' is not a valid key of '{}' under {} (a {})", text,
-                                 first.name(), pathString(entityPath),
-                                 attr->indexType()->qualifiedName()));
-    }
+    Vek::Ptr<Vek::GenericIf> key;
+    const grpc::Status status = memberKey(*attr, first, entityPath, key);
+    if (!status.ok()) return status;
     if (!attr.genericIfExist(node, key)) {
       return {grpc::StatusCode::NOT_FOUND, fmt::format("{} does not exist under {}",
                                                        Ostrel::pathElemToStr(first), pathString(entityPath))};

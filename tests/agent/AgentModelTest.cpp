@@ -6,6 +6,7 @@
 
 #include "DemoModel.h"
 #include "GnmiPathText.h"
+#include "TestPaths.h"
 #include "ModelSchema.h"
 #include "PathResolver.h"
 
@@ -13,12 +14,7 @@ namespace {
 
 using namespace VekGnmi::Server;
 
-gnmi::Path P(const std::string& text) {
-  gnmi::Path path;
-  std::string error;
-  EXPECT_TRUE(VekGnmi::parsePathString(text, path, error)) << text << ": " << error;
-  return path;
-}
+using VekGnmiTest::P;
 
 std::vector<std::string> paths(const std::vector<PublishedEntity>& entities) {
   std::vector<std::string> out;

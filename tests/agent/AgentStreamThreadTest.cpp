@@ -286,18 +286,25 @@ TEST(AgentStream, AFullQueuePausesTheSyncWithoutLosingOrRepeatingMessages) {
   ASSERT_EQ(got.size(), 300u);
   for (int i = 0; i < 300; ++i) EXPECT_EQ(got[i].update(0).path().elem(0).name(), "l" + std::to_string(i));
   EXPECT_TRUE(stream.rw->Finish().ok());
+  EXPECT_GT(s.onLoop([&] { return s.library().resumeCalls; }), 0u) << "the sync never paused";
   EXPECT_EQ(s.onLoop([&] { return s.library().walkMapSize(); }), 0u);
 }
 
 TEST(AgentStream, AClientLeavingMidSyncGetsItsWalkCancelled) {
   Scripted s(options(/*syncLimit=*/2));
   std::vector<ScriptedLeaf> leaves;
-  for (int i = 0; i < 100; ++i) leaves.push_back(stringLeaf("l" + std::to_string(i), std::string(2000, 'x')));
+  for (int i = 0; i < 200; ++i) leaves.push_back(stringLeaf("l" + std::to_string(i), std::string(20000, 'x')));
   s.onLoop([&] { s.library().script("/devices/dev1/system", leaves); });
+  auto stub = s.fixture().newSmallWindowStub();
   {
-    Stream stream(s.fixture().stub(), subscription(gnmi::SubscriptionList::ONCE, {"/devices/dev1/system"}));
+    Stream stream(*stub, subscription(gnmi::SubscriptionList::ONCE, {"/devices/dev1/system"}));
     gnmi::SubscribeResponse r;
-    ASSERT_TRUE(stream.rw->Read(&r));  // the sync is under way, paused on the small queue
+    ASSERT_TRUE(stream.rw->Read(&r));
+    // The sync is under way, paused on the small queue the client does not drain.
+    for (int i = 0; i < 200 && s.onLoop([&] { return s.library().walkMapSize(); }) == 0; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_EQ(s.onLoop([&] { return s.library().walkMapSize(); }), 1u);
     stream.context.TryCancel();
     stream.rw->Finish();
   }
@@ -319,11 +326,7 @@ TEST(AgentStream, ASubscriberThatDoesNotReadIsBoundedThenEndedWhileOthersCarryOn
   std::vector<ScriptedLeaf> leaves;
   for (int i = 0; i < 200; ++i) leaves.push_back(stringLeaf("big" + std::to_string(i), std::string(20000, 'y')));
   s.onLoop([&] { s.library().script(ETH0, leaves); });
-  // The stalled client's channel does not grow its receive window.
-  grpc::ChannelArguments args;
-  args.SetInt("grpc.http2.bdp_probe", 0);
-  auto stalledStub = gnmi::gNMI::NewStub(
-      grpc::CreateCustomChannel(s.fixture().address(), grpc::InsecureChannelCredentials(), args));
+  auto stalledStub = s.fixture().newSmallWindowStub();
   Stream stalled(*stalledStub, subscription(gnmi::SubscriptionList::STREAM, {ETH0}));
   auto otherStub = s.fixture().newStub();
   Stream reader(*otherStub, subscription(gnmi::SubscriptionList::STREAM, {ETH1}));

@@ -3,6 +3,7 @@
 
 #include "DemoModel.h"
 #include "GnmiPathText.h"
+#include "TestPaths.h"
 #include "ModelSchema.h"
 #include "Requests.h"
 
@@ -10,12 +11,7 @@ namespace {
 
 using namespace VekGnmi::Server;
 
-gnmi::Path P(const std::string& text) {
-  gnmi::Path path;
-  std::string error;
-  EXPECT_TRUE(VekGnmi::parsePathString(text, path, error)) << error;
-  return path;
-}
+using VekGnmiTest::P;
 
 std::string str(const gnmi::Path& p) { return VekGnmi::pathString(p); }
 

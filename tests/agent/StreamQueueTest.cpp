@@ -6,18 +6,14 @@
 
 #include "CoalescingQueue.h"
 #include "GnmiPathText.h"
+#include "TestPaths.h"
 #include "StreamQueue.h"
 
 namespace {
 
 using namespace VekGnmi::Server;
 
-gnmi::Path P(const std::string& text) {
-  gnmi::Path path;
-  std::string error;
-  EXPECT_TRUE(VekGnmi::parsePathString(text, path, error)) << error;
-  return path;
-}
+using VekGnmiTest::P;
 
 gnmi::TypedValue u(uint64_t v) {
   gnmi::TypedValue t;

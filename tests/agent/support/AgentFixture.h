@@ -12,6 +12,7 @@
 
 #include "GnmiPathText.h"
 #include "GnmiService.h"
+#include "TestPaths.h"
 
 namespace VekGnmiTest {
 
@@ -36,6 +37,13 @@ class AgentFixture {
   std::unique_ptr<gnmi::gNMI::Stub> newStub() {
     return gnmi::gNMI::NewStub(grpc::CreateChannel(address_, grpc::InsecureChannelCredentials()));
   }
+  // A stub on a channel of its own whose receive window never grows, so that
+  // a client that stops reading soon blocks the server's writes.
+  std::unique_ptr<gnmi::gNMI::Stub> newSmallWindowStub() {
+    grpc::ChannelArguments args;
+    args.SetInt("grpc.http2.bdp_probe", 0);
+    return gnmi::gNMI::NewStub(grpc::CreateCustomChannel(address_, grpc::InsecureChannelCredentials(), args));
+  }
   void stop() { server_->stop(); }
 
  private:
@@ -45,13 +53,6 @@ class AgentFixture {
   std::shared_ptr<grpc::Channel> channel_;
   std::unique_ptr<gnmi::gNMI::Stub> stub_;
 };
-
-inline gnmi::Path P(const std::string& text) {
-  gnmi::Path path;
-  std::string error;
-  EXPECT_TRUE(VekGnmi::parsePathString(text, path, error)) << text << ": " << error;
-  return path;
-}
 
 inline void withDeadline(grpc::ClientContext& context, int seconds = 10) {
   context.set_deadline(std::chrono::system_clock::now() + std::chrono::seconds(seconds));

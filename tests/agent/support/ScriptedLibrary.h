@@ -19,6 +19,7 @@
 
 #include "GnmiPathText.h"
 #include "LibraryBridge.h"
+#include "TestPaths.h"
 
 namespace VekGnmiTest {
 
@@ -149,12 +150,7 @@ class ScriptedLibrary : public VekGnmi::Server::LibraryBridge {
   std::deque<Walk> pending_;
 };
 
-inline gnmi::Path pathOf(const std::string& text) {
-  gnmi::Path path;
-  std::string error;
-  VekGnmi::parsePathString(text, path, error);
-  return path;
-}
+inline gnmi::Path pathOf(const std::string& text) { return P(text); }
 
 inline ScriptedLeaf uintLeaf(const std::string& path, uint64_t v) {
   ScriptedLeaf leaf{pathOf(path), {}};
