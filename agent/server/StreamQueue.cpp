@@ -8,7 +8,9 @@ StreamQueue::StreamQueue(size_t syncLimit, size_t updatesPerMessage)
 
 bool StreamQueue::pushSync(OutMessage message) {
   std::lock_guard lock(mutex_);
-  if (closed_) return true;
+  // A closed stream takes nothing more: its sync pauses until the agent,
+  // told that the stream has gone, cancels it.
+  if (closed_) return false;
   sync_.push_back(std::move(message));
   if (sync_.size() >= syncLimit_) {
     full_ = true;
@@ -85,7 +87,7 @@ bool StreamQueue::closed() const {
 
 bool StreamQueue::hasRoom() const {
   std::lock_guard lock(mutex_);
-  return sync_.size() < syncLimit_;
+  return !closed_ && sync_.size() < syncLimit_;
 }
 
 size_t StreamQueue::syncQueued() const {

@@ -57,7 +57,8 @@ class StreamQueue {
                        size_t updatesPerMessage = DEFAULT_UPDATES_PER_MESSAGE);
 
   // Queues a sync message; false when the queue is now full (the caller's
-  // sync must pause). Ignored once closed.
+  // sync must pause). Once closed the message is dropped and the answer is
+  // false: the sync of a stream that has gone waits to be cancelled.
   bool pushSync(OutMessage message);
   // Queues a sync_response marker (never refused for room).
   void pushSyncResponse();
@@ -79,8 +80,9 @@ class StreamQueue {
   // prefix (empty: none).
   void targetIs(std::string target);
 
-  // After close every push is ignored and pop returns nothing; queued
-  // messages are dropped (their handles released on the calling thread).
+  // After close every push is ignored (pushSync answers false) and pop
+  // returns nothing; queued messages are dropped (their handles released on
+  // the calling thread).
   void close();
   bool closed() const;
 

@@ -178,7 +178,8 @@ TEST(StreamQueue, ClosedQueueDropsEverythingAndTakesNothing) {
   EXPECT_TRUE(q.closed());
   EXPECT_EQ(q.syncQueued(), 0u);
   EXPECT_EQ(q.changesQueued(), 0u);
-  EXPECT_TRUE(q.pushSync(OutMessage(response(2))));  // never pauses a sync
+  EXPECT_FALSE(q.pushSync(OutMessage(response(2))));  // the sync waits to be cancelled
+  EXPECT_FALSE(q.hasRoom());
   q.pushUpdate(P("/a"), P("x"), u(1), 1);
   EXPECT_FALSE(q.pop().message);
 }
