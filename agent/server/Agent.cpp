@@ -322,6 +322,15 @@ void Agent::streamRequest(const std::shared_ptr<StreamChannel>& channel, gnmi::S
   });
 }
 
+void Agent::streamHalfClosed(const std::shared_ptr<StreamChannel>& channel) {
+  loop_.post([this, channel] {
+    if (stopped_ || openStreams_.count(channel.get()) == 0) return;
+    if (Subscription* sub = subscriptionOf(channel.get())) return sub->clientDone();
+    channel->abort({grpc::StatusCode::INVALID_ARGUMENT,
+                    "the client closed the stream without sending a SubscriptionList"});
+  });
+}
+
 void Agent::streamClosed(const std::shared_ptr<StreamChannel>& channel) {
   loop_.post([this, channel] {
     auto it = subscriptions_.find(channel.get());

@@ -102,6 +102,8 @@ class Agent {
   void set(std::shared_ptr<SetCall> call);
   void streamOpened(const std::shared_ptr<StreamChannel>& channel);
   void streamRequest(const std::shared_ptr<StreamChannel>& channel, gnmi::SubscribeRequest request);
+  // The client will send nothing more (it half-closed the stream).
+  void streamHalfClosed(const std::shared_ptr<StreamChannel>& channel);
   void streamClosed(const std::shared_ptr<StreamChannel>& channel);
 
   const AgentOptions& options() const { return options_; }

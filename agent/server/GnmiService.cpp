@@ -50,8 +50,11 @@ class SubscribeReactor final
 
   void OnReadDone(bool ok) override {
     // A failed read is the client's half-close (or the end of the RPC):
-    // the stream stays open for what the agent still has to send.
-    if (!ok) return;
+    // the agent decides whether the stream has more to send.
+    if (!ok) {
+      agent_.streamHalfClosed(channel_);
+      return;
+    }
     agent_.streamRequest(channel_, std::move(request_));
     request_.Clear();
     StartRead(&request_);

@@ -75,6 +75,13 @@ void Subscription::poll() {
   startSync();
 }
 
+void Subscription::clientDone() {
+  clientDone_ = true;
+  if (!ended_ && spec_.mode == gnmi::SubscriptionList::POLL && !syncing_) {
+    channel_->finishWhenDrained(grpc::Status::OK);
+  }
+}
+
 void Subscription::end() {
   if (ended_) return;
   ended_ = true;
@@ -205,6 +212,8 @@ void Subscription::onSyncDone(Ostrel::SyncId syncId) {
       if (pollsWaiting_ > 0) {
         --pollsWaiting_;
         startSync();
+      } else if (clientDone_) {
+        channel_->finishWhenDrained(grpc::Status::OK);
       }
       return;
     default:

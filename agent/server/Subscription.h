@@ -48,6 +48,9 @@ class Subscription final : public SyncOwner, public ChangeSink {
   void start();
   // A Poll arrived.
   void poll();
+  // The client will send nothing more: a POLL subscription ends with OK once
+  // its last poll has been answered; other modes go on.
+  void clientDone();
   // Stops everything: syncs cancelled, no more changes, timers dropped.
   void end();
 
@@ -101,6 +104,7 @@ class Subscription final : public SyncOwner, public ChangeSink {
   Ostrel::SyncId syncing_;     // the sync in progress, if any
   bool initialDone_ = false;
   size_t pollsWaiting_ = 0;
+  bool clientDone_ = false;
   bool ended_ = false;
   bool changeSink_ = false;
 };

@@ -158,6 +158,17 @@ TEST_F(AgentServerTest, SubscribeStatuses) {
                "this build of the agent does not link the library's sync core (Get and Subscribe)");
 }
 
+TEST_F(AgentServerTest, AStreamClosedWithoutASubscriptionListIsAnInvalidArgument) {
+  grpc::ClientContext context;
+  withDeadline(context);
+  auto stream = fixture_.stub().Subscribe(&context);
+  stream->WritesDone();
+  gnmi::SubscribeResponse response;
+  EXPECT_FALSE(stream->Read(&response));
+  expectStatus(stream->Finish(), grpc::StatusCode::INVALID_ARGUMENT,
+               "the client closed the stream without sending a SubscriptionList");
+}
+
 TEST_F(AgentServerTest, BadRequestsDoNotDisturbOtherClients) {
   std::vector<std::thread> threads;
   std::atomic<int> capabilitiesOk{0};

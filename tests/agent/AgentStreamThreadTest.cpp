@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "AgentFixture.h"
+#include "ClientCommands.h"
 #include "Dispatcher.h"
 #include "ScriptedLibrary.h"
 #include "Subscription.h"
@@ -220,7 +221,8 @@ TEST(AgentStream, PollSyncsForTheListAndForEveryPoll) {
     stream.rw->Write(poll);
     EXPECT_EQ(flat(stream.untilSync()), std::vector<std::string>{std::string(ETH0) + "/mtu=9000"});
   }
-  // A second SubscriptionList on the stream is refused.
+  // A second SubscriptionList on the stream is refused (a half-closed POLL
+  // stream ending with OK is checked with the client below).
   stream.rw->Write(subscription(gnmi::SubscriptionList::POLL, {ETH0}));
   gnmi::SubscribeResponse r;
   while (stream.rw->Read(&r)) {
@@ -271,6 +273,20 @@ TEST(AgentStream, SuppressRedundantSamplesSendOnlyChanges) {
   EXPECT_EQ(stream.untilSync().size(), 2u);
   s.onLoop([&] { s.library().pushChange(pathOf(ETH0), {uintLeaf("counters/inPkts", 2)}); });
   EXPECT_EQ(flat({stream.next()}), std::vector<std::string>{std::string(ETH0) + "/counters/inPkts=2"});
+  stream.context.TryCancel();
+  stream.rw->Finish();
+}
+
+TEST(AgentStream, OnChangeHeartbeatsResendUnchangedValues) {
+  Scripted s;
+  s.onLoop([&] { s.library().script(ETH0, {uintLeaf("mtu", 9000)}); });
+  gnmi::SubscribeRequest r = subscription(gnmi::SubscriptionList::STREAM, {ETH0}, gnmi::JSON, gnmi::ON_CHANGE);
+  r.mutable_subscribe()->mutable_subscription(0)->set_heartbeat_interval(100000000);
+  Stream stream(s.fixture().stub(), r);
+  EXPECT_EQ(stream.untilSync().size(), 1u);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(flat({stream.next()}), std::vector<std::string>{std::string(ETH0) + "/mtu=9000"});
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
   stream.context.TryCancel();
   stream.rw->Finish();
 }
@@ -390,6 +406,51 @@ TEST(AgentStream, AHundredSubscribersEachGetTheirChanges) {
     stream->context.TryCancel();
     stream->rw->Finish();
   }
+}
+
+// vekgnmi against the agent: the lines it prints.
+std::vector<std::string> clientLines(Scripted& s, std::vector<std::string> args, int expectedCode = 0) {
+  args.insert(args.begin(), {"--address", s.fixture().address()});
+  std::ostringstream out;
+  std::ostringstream err;
+  EXPECT_EQ(VekGnmi::Client::runClient(args, out, err), expectedCode) << err.str();
+  std::vector<std::string> lines;
+  std::istringstream in(out.str());
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+TEST(AgentClient, SubscribeOncePollAndGetPrintOneJsonObjectPerNotification) {
+  Scripted s;
+  s.onLoop([&] { s.library().script(ETH0, {uintLeaf("mtu", 9000), stringLeaf("operStatus", "up")}, 2); });
+  std::vector<std::string> lines = clientLines(s, {"subscribe", "--mode", "once", "--path", ETH0});
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_NE(lines[0].find(R"("updates":[{"path":"/devices/dev1/interfaces[name=eth0]/mtu","value":9000},)"
+                          R"({"path":"/devices/dev1/interfaces[name=eth0]/operStatus","value":"up"}])"),
+            std::string::npos)
+      << lines[0];
+  EXPECT_EQ(lines[1], R"({"sync_response":true})");
+
+  lines = clientLines(s, {"subscribe", "--mode", "poll", "--polls", "2", "--path", std::string(ETH0) + "/mtu"});
+  ASSERT_EQ(lines.size(), 6u);
+  EXPECT_EQ(lines[5], R"({"sync_response":true})");
+  EXPECT_NE(lines[4].find(R"("value":9000)"), std::string::npos);
+
+  lines = clientLines(s, {"--encoding", "json_ietf", "--target", "dut", "get", "--path", ETH0});
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0].find(R"("target":"dut")"), std::string::npos) << lines[0];
+  EXPECT_NE(lines[0].find(R"("value":9000)"), std::string::npos) << lines[0];
+
+  lines = clientLines(s, {"subscribe", "--path", ETH0, "--count", "1"});
+  EXPECT_EQ(lines.size(), 1u);  // stopped after the first notification, exit 0
+}
+
+TEST(AgentClient, StreamRunsForItsDuration) {
+  Scripted s;
+  const auto start = std::chrono::steady_clock::now();
+  const std::vector<std::string> lines = clientLines(s, {"subscribe", "--path", ETH0, "--duration", "300ms"});
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
+  EXPECT_EQ(lines, std::vector<std::string>{R"({"sync_response":true})"});
 }
 
 grpc::Status get(Scripted& s, const gnmi::GetRequest& request, gnmi::GetResponse& response) {
