@@ -187,11 +187,12 @@ TEST(AgentStream, StreamSyncsOnceThenSendsChangesUnderItsPath) {
   });
   EXPECT_TRUE(watched);
   s.onLoop([&] {
-    s.library().pushChange(pathOf(ETH1), {uintLeaf("mtu", 1)});       // another interface
+    s.library().pushChange(pathOf(ETH1), {uintLeaf("mtu", 1)});  // another interface
     s.library().pushChange(pathOf(ETH0), {uintLeaf("mtu", 1500)});
-    s.library().pushChange(pathOf("/devices/dev1"), {}, {pathOf("interfaces[name=eth0]")});
   });
   EXPECT_EQ(flat({stream.next()}), std::vector<std::string>{std::string(ETH0) + "/mtu=1500"});
+  // (A delete queued before that update was written would have superseded it.)
+  s.onLoop([&] { s.library().pushChange(pathOf("/devices/dev1"), {}, {pathOf("interfaces[name=eth0]")}); });
   EXPECT_EQ(flat({stream.next()}), std::vector<std::string>{"delete " + std::string(ETH0)});
   stream.context.TryCancel();
   stream.rw->Finish();
@@ -284,9 +285,9 @@ TEST(AgentStream, OnChangeHeartbeatsResendUnchangedValues) {
   r.mutable_subscribe()->mutable_subscription(0)->set_heartbeat_interval(100000000);
   Stream stream(s.fixture().stub(), r);
   EXPECT_EQ(stream.untilSync().size(), 1u);
-  const auto start = std::chrono::steady_clock::now();
+  // No change was made: the value comes again because of the heartbeat.
   EXPECT_EQ(flat({stream.next()}), std::vector<std::string>{std::string(ETH0) + "/mtu=9000"});
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
+  EXPECT_EQ(flat({stream.next()}), std::vector<std::string>{std::string(ETH0) + "/mtu=9000"});
   stream.context.TryCancel();
   stream.rw->Finish();
 }
@@ -448,8 +449,8 @@ TEST(AgentClient, SubscribeOncePollAndGetPrintOneJsonObjectPerNotification) {
 TEST(AgentClient, StreamRunsForItsDuration) {
   Scripted s;
   const auto start = std::chrono::steady_clock::now();
-  const std::vector<std::string> lines = clientLines(s, {"subscribe", "--path", ETH0, "--duration", "300ms"});
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
+  const std::vector<std::string> lines = clientLines(s, {"subscribe", "--path", ETH0, "--duration", "2s"});
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
   EXPECT_EQ(lines, std::vector<std::string>{R"({"sync_response":true})"});
 }
 
