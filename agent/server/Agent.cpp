@@ -30,16 +30,16 @@ const char* const NO_SET_DRIVER = "this build of the agent does not link the lib
 class GetOperation final : public SyncOwner {
  public:
   GetOperation(Dispatcher& dispatcher, ModelSchema& schema, std::shared_ptr<GetCall> call,
-               GetSpec spec)
-      : dispatcher_(dispatcher), schema_(schema), call_(std::move(call)), spec_(std::move(spec)) {
+               GetParams params)
+      : dispatcher_(dispatcher), schema_(schema), call_(std::move(call)), params_(std::move(params)) {
     const gnmi::Path& prefix = call_->request.prefix();
     stripPrefix_ = hasWildcard(prefix) ? 0 : prefix.elem_size();
-    for (size_t i = 0; i < spec_.paths.size(); ++i) {
+    for (size_t i = 0; i < params_.paths.size(); ++i) {
       gnmi::Notification* n = call_->response.add_notification();
       if (stripPrefix_ > 0) *n->mutable_prefix() = prefix;
       n->mutable_prefix()->clear_origin();
-      if (!spec_.target.empty()) n->mutable_prefix()->set_target(spec_.target);
-      filters_.emplace_back(spec_.paths[i]);
+      if (!params_.target.empty()) n->mutable_prefix()->set_target(params_.target);
+      filters_.emplace_back(params_.paths[i]);
     }
   }
   ~GetOperation() override { dispatcher_.cancel(*this); }
@@ -63,10 +63,10 @@ class GetOperation final : public SyncOwner {
     for (const gnmi::Update& u : in.update()) {
       if (match == PathFilter::PrefixMatch::Partial && !filter.matchUpdate(in.prefix(), u.path())) continue;
       const LeafInfo* leaf = schema_.leafOf(in.prefix(), u.path());
-      if (!passesDataType(spec_.type, leaf)) continue;
+      if (!passesDataType(params_.type, leaf)) continue;
       gnmi::Update* copy = out.add_update();
       fullPath(in.prefix(), u.path(), *copy->mutable_path());
-      encodeValue(leaf, u.val(), spec_.encoding, *copy->mutable_val());
+      encodeValue(leaf, u.val(), params_.encoding, *copy->mutable_val());
     }
     out.set_timestamp(std::max(out.timestamp(), in.timestamp()));
     return true;
@@ -107,7 +107,7 @@ class GetOperation final : public SyncOwner {
   Dispatcher& dispatcher_;
   ModelSchema& schema_;
   std::shared_ptr<GetCall> call_;
-  GetSpec spec_;
+  GetParams params_;
   int stripPrefix_ = 0;
   std::vector<PathFilter> filters_;
   std::unordered_map<uint64_t, size_t> pathOf_;
@@ -202,11 +202,11 @@ Subscription* Agent::subscriptionOf(const StreamChannel* channel) {
 void Agent::get(std::shared_ptr<GetCall> call) {
   const bool posted = loop_.post([this, call] {
     if (stopped_) return call->finish({grpc::StatusCode::UNAVAILABLE, "the agent is shutting down"});
-    GetSpec spec;
-    grpc::Status status = parseGet(call->request, spec);
+    GetParams params;
+    grpc::Status status = parseGet(call->request, params);
     if (!status.ok()) return call->finish(status);
     std::vector<std::vector<PublishedEntity>> covers;
-    for (const gnmi::Path& path : spec.paths) {
+    for (const gnmi::Path& path : params.paths) {
       Resolution r;
       status = resolvePath(*schema_, path, r);
       if (!status.ok()) return call->finish(status);
@@ -217,7 +217,7 @@ void Agent::get(std::shared_ptr<GetCall> call) {
       covers.push_back(std::move(r.cover));
     }
     if (!bridge_->syncAvailable()) return call->finish({grpc::StatusCode::UNIMPLEMENTED, NO_SYNC_CORE});
-    auto op = std::make_unique<GetOperation>(*dispatcher_, *schema_, call, std::move(spec));
+    auto op = std::make_unique<GetOperation>(*dispatcher_, *schema_, call, std::move(params));
     GetOperation* raw = op.get();
     gets_[call.get()] = std::move(op);
     raw->start(std::move(covers), [this, raw] {
@@ -299,11 +299,11 @@ void Agent::streamRequest(const std::shared_ptr<StreamChannel>& channel, gnmi::S
       return;
     }
     if (channel->ended()) return;
-    SubscribeSpec spec;
-    grpc::Status status = parseSubscribe(request, options_.limits, spec);
+    SubscribeParams params;
+    grpc::Status status = parseSubscribe(request, options_.limits, params);
     if (status.ok() && !bridge_->syncAvailable()) {
       // Validate the paths first, so that a bad path gets its own status.
-      for (const SubscriptionEntry& entry : spec.entries) {
+      for (const SubscriptionEntry& entry : params.entries) {
         Resolution r;
         status = resolvePath(*schema_, entry.path, r);
         if (!status.ok()) break;
@@ -315,7 +315,7 @@ void Agent::streamRequest(const std::shared_ptr<StreamChannel>& channel, gnmi::S
       return;
     }
     auto sub = std::make_unique<Subscription>(Subscription::Context{loop_, *dispatcher_, *schema_},
-                                              channel, std::move(spec));
+                                              channel, std::move(params));
     Subscription* raw = sub.get();
     subscriptions_[channel.get()] = std::move(sub);
     raw->start();

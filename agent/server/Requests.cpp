@@ -25,25 +25,25 @@ std::string durationText(uint64_t ns) {
 }  // namespace
 
 grpc::Status parseSubscribe(const gnmi::SubscribeRequest& request, const SubscribeLimits& limits,
-                            SubscribeSpec& out) {
+                            SubscribeParams& out) {
   if (!request.has_subscribe()) {
     return invalid(request.has_poll()
                        ? "the first message of a Subscribe must be a SubscriptionList, not a Poll"
                        : "the first message of a Subscribe must be a SubscriptionList");
   }
   const gnmi::SubscriptionList& list = request.subscribe();
-  SubscribeSpec spec;
+  SubscribeParams params;
   if (!gnmi::SubscriptionList::Mode_IsValid(list.mode())) {
     return invalid(fmt::format("unknown subscription list mode {}", static_cast<int>(list.mode())));
   }
-  spec.mode = list.mode();
+  params.mode = list.mode();
   grpc::Status status = checkEncoding(list.encoding());
   if (!status.ok()) return status;
-  spec.encoding = list.encoding();
+  params.encoding = list.encoding();
   status = checkOrigin(list.prefix(), "the prefix");
   if (!status.ok()) return status;
-  spec.target = list.prefix().target();
-  spec.updatesOnly = list.updates_only();
+  params.target = list.prefix().target();
+  params.updatesOnly = list.updates_only();
   if (list.subscription_size() == 0) return invalid("the SubscriptionList has no subscription");
   const auto minimum = static_cast<uint64_t>(limits.minSampleInterval.count());
   for (int i = 0; i < list.subscription_size(); ++i) {
@@ -53,7 +53,7 @@ grpc::Status parseSubscribe(const gnmi::SubscribeRequest& request, const Subscri
     SubscriptionEntry entry;
     entry.path = joinRequestPath(list.prefix(), s.path());
     entry.mode = gnmi::ON_CHANGE;
-    if (spec.mode == gnmi::SubscriptionList::STREAM) {
+    if (params.mode == gnmi::SubscriptionList::STREAM) {
       switch (s.mode()) {
         case gnmi::TARGET_DEFINED:
         case gnmi::ON_CHANGE:
@@ -79,31 +79,31 @@ grpc::Status parseSubscribe(const gnmi::SubscribeRequest& request, const Subscri
       }
       entry.heartbeatInterval = s.heartbeat_interval();
     }
-    spec.entries.push_back(std::move(entry));
+    params.entries.push_back(std::move(entry));
   }
-  out = std::move(spec);
+  out = std::move(params);
   return grpc::Status::OK;
 }
 
-grpc::Status parseGet(const gnmi::GetRequest& request, GetSpec& out) {
-  GetSpec spec;
+grpc::Status parseGet(const gnmi::GetRequest& request, GetParams& out) {
+  GetParams params;
   grpc::Status status = checkEncoding(request.encoding());
   if (!status.ok()) return status;
-  spec.encoding = request.encoding();
+  params.encoding = request.encoding();
   if (!gnmi::GetRequest::DataType_IsValid(request.type())) {
     return invalid(fmt::format("unknown data type {}", static_cast<int>(request.type())));
   }
-  spec.type = request.type();
+  params.type = request.type();
   status = checkOrigin(request.prefix(), "the prefix");
   if (!status.ok()) return status;
-  spec.target = request.prefix().target();
+  params.target = request.prefix().target();
   for (int i = 0; i < request.path_size(); ++i) {
     status = checkOrigin(request.path(i), fmt::format("path {}", i).c_str());
     if (!status.ok()) return status;
-    spec.paths.push_back(joinRequestPath(request.prefix(), request.path(i)));
+    params.paths.push_back(joinRequestPath(request.prefix(), request.path(i)));
   }
-  if (spec.paths.empty()) spec.paths.push_back(joinRequestPath(request.prefix(), gnmi::Path()));
-  out = std::move(spec);
+  if (params.paths.empty()) params.paths.push_back(joinRequestPath(request.prefix(), gnmi::Path()));
+  out = std::move(params);
   return grpc::Status::OK;
 }
 

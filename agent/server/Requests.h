@@ -30,7 +30,7 @@ struct SubscriptionEntry {
   uint64_t heartbeatInterval = 0;   // ns, 0: none
 };
 
-struct SubscribeSpec {
+struct SubscribeParams {
   gnmi::SubscriptionList::Mode mode = gnmi::SubscriptionList::STREAM;
   gnmi::Encoding encoding = gnmi::JSON;
   std::string target;  // echoed in every notification when set
@@ -44,9 +44,9 @@ struct SubscribeSpec {
 // INVALID_ARGUMENT for an origin other than "" or "openconfig";
 // UNIMPLEMENTED for encodings other than JSON, JSON_IETF and PROTO.
 grpc::Status parseSubscribe(const gnmi::SubscribeRequest& request, const SubscribeLimits& limits,
-                            SubscribeSpec& out);
+                            SubscribeParams& out);
 
-struct GetSpec {
+struct GetParams {
   std::vector<gnmi::Path> paths;  // prefix + path, one per requested path
   gnmi::GetRequest::DataType type = gnmi::GetRequest::ALL;
   gnmi::Encoding encoding = gnmi::JSON;
@@ -55,7 +55,7 @@ struct GetSpec {
 
 // A GetRequest: UNIMPLEMENTED for unsupported encodings, INVALID_ARGUMENT for
 // an unknown data type or origin. No path means the prefix itself.
-grpc::Status parseGet(const gnmi::GetRequest& request, GetSpec& out);
+grpc::Status parseGet(const gnmi::GetRequest& request, GetParams& out);
 
 // Whether a leaf passes a Get's data type: ALL every leaf, CONFIG the
 // writable ones, STATE and OPERATIONAL the read-only ones.

@@ -15,14 +15,14 @@ Zolt::Debuggable& dbg = Zolt::Platform::getDebugHandler("AgentSubscription");
 }  // namespace
 
 Subscription::Subscription(Context context, std::shared_ptr<StreamChannel> channel,
-                           SubscribeSpec spec)
-    : context_(context), channel_(std::move(channel)), spec_(std::move(spec)) {
-  channel_->queue().targetIs(spec_.target);
-  for (const SubscriptionEntry& e : spec_.entries) {
+                           SubscribeParams params)
+    : context_(context), channel_(std::move(channel)), params_(std::move(params)) {
+  channel_->queue().targetIs(params_.target);
+  for (const SubscriptionEntry& e : params_.entries) {
     auto entry = std::make_unique<Entry>();
-    entry->spec = e;
+    entry->params = e;
     entry->filter = PathFilter(e.path);
-    entry->keepsTable = spec_.mode == gnmi::SubscriptionList::STREAM &&
+    entry->keepsTable = params_.mode == gnmi::SubscriptionList::STREAM &&
                         (e.mode == gnmi::SAMPLE || e.heartbeatInterval != 0);
     entries_.push_back(std::move(entry));
   }
@@ -31,7 +31,7 @@ Subscription::Subscription(Context context, std::shared_ptr<StreamChannel> chann
 Subscription::~Subscription() { end(); }
 
 void Subscription::start() {
-  if (spec_.mode == gnmi::SubscriptionList::STREAM) {
+  if (params_.mode == gnmi::SubscriptionList::STREAM) {
     context_.dispatcher.addChangeSink(this);
     changeSink_ = true;
   }
@@ -44,14 +44,14 @@ void Subscription::startSync() {
   std::unordered_set<const Vek::Entity*> seen;
   for (const auto& entry : entries_) {
     Resolution r;
-    const grpc::Status status = resolvePath(context_.schema, entry->spec.path, r);
+    const grpc::Status status = resolvePath(context_.schema, entry->params.path, r);
     if (!status.ok()) return fail(status);
     for (PublishedEntity& e : r.cover) {
       if (seen.insert(e.entity.ptr()).second) cover.push_back(std::move(e));
     }
     for (PublishedEntity& e : r.watch) watch.push_back(std::move(e));
   }
-  if (spec_.mode == gnmi::SubscriptionList::STREAM && !initialDone_) {
+  if (params_.mode == gnmi::SubscriptionList::STREAM && !initialDone_) {
     std::vector<PublishedEntity> watchOnly;
     for (PublishedEntity& e : watch) {
       if (seen.insert(e.entity.ptr()).second) watchOnly.push_back(std::move(e));
@@ -64,7 +64,7 @@ void Subscription::startSync() {
 
 void Subscription::poll() {
   if (ended_) return;
-  if (spec_.mode != gnmi::SubscriptionList::POLL) {
+  if (params_.mode != gnmi::SubscriptionList::POLL) {
     return fail({grpc::StatusCode::INVALID_ARGUMENT,
                  "a Poll was sent on a subscription whose mode is not POLL"});
   }
@@ -77,7 +77,7 @@ void Subscription::poll() {
 
 void Subscription::clientDone() {
   clientDone_ = true;
-  if (!ended_ && spec_.mode == gnmi::SubscriptionList::POLL && !syncing_) {
+  if (!ended_ && params_.mode == gnmi::SubscriptionList::POLL && !syncing_) {
     channel_->finishWhenDrained(grpc::Status::OK);
   }
 }
@@ -128,9 +128,9 @@ bool Subscription::takes(const Match& match, const gnmi::Notification& notificat
 
 gnmi::TypedValue Subscription::encoded(const gnmi::Path& prefix, const gnmi::Path& path,
                                        const gnmi::TypedValue& value) {
-  if (spec_.encoding == gnmi::PROTO) return value;
+  if (params_.encoding == gnmi::PROTO) return value;
   gnmi::TypedValue out;
-  encodeValue(context_.schema.leafOf(prefix, path), value, spec_.encoding, out);
+  encodeValue(context_.schema.leafOf(prefix, path), value, params_.encoding, out);
   return out;
 }
 
@@ -162,22 +162,22 @@ bool Subscription::onSyncMessage(Ostrel::SyncId syncId, const Ostrel::ArenaRespM
   const Match match = matchNotification(notification);
   if (!match.any()) return queue.hasRoom();
   recordInTables(match, notification);
-  if (spec_.mode == gnmi::SubscriptionList::STREAM && spec_.updatesOnly && !initialDone_) {
+  if (params_.mode == gnmi::SubscriptionList::STREAM && params_.updatesOnly && !initialDone_) {
     return true;  // published silently: only changes go out
   }
   bool whole = false;
   for (const auto& [entry, all] : match.entries) whole = whole || all;
   bool room = true;
-  if (whole && spec_.encoding == gnmi::PROTO) {
+  if (whole && params_.encoding == gnmi::PROTO) {
     // The library's message goes out as it is; this sync is its only reader.
-    if (!spec_.target.empty()) notification.mutable_prefix()->set_target(spec_.target);
+    if (!params_.target.empty()) notification.mutable_prefix()->set_target(params_.target);
     room = queue.pushSync(OutMessage(message));
   } else {
     auto response = std::make_shared<gnmi::SubscribeResponse>();
     gnmi::Notification* out = response->mutable_update();
     out->set_timestamp(notification.timestamp());
     *out->mutable_prefix() = notification.prefix();
-    if (!spec_.target.empty()) out->mutable_prefix()->set_target(spec_.target);
+    if (!params_.target.empty()) out->mutable_prefix()->set_target(params_.target);
     for (const gnmi::Update& u : notification.update()) {
       if (!whole && !takes(match, notification, u.path())) continue;
       gnmi::Update* copy = out->add_update();
@@ -204,7 +204,7 @@ void Subscription::onSyncDone(Ostrel::SyncId syncId) {
   syncing_ = Ostrel::SyncId();
   channel_->queue().pushSyncResponse();
   channel_->kick();
-  switch (spec_.mode) {
+  switch (params_.mode) {
     case gnmi::SubscriptionList::ONCE:
       channel_->finishWhenDrained(grpc::Status::OK);
       return;
@@ -230,7 +230,7 @@ void Subscription::onSyncDone(Ostrel::SyncId syncId) {
 
 void Subscription::armTimer(Entry& entry) {
   const uint64_t interval =
-      entry.spec.mode == gnmi::SAMPLE ? entry.spec.sampleInterval : entry.spec.heartbeatInterval;
+      entry.params.mode == gnmi::SAMPLE ? entry.params.sampleInterval : entry.params.heartbeatInterval;
   if (interval == 0) return;
   Entry* target = &entry;
   entry.timer = context_.loop.postAfter(std::chrono::nanoseconds(interval), [this, target] {
@@ -242,13 +242,13 @@ void Subscription::armTimer(Entry& entry) {
 void Subscription::tick(Entry& entry) {
   const int64_t now = nowNanos();
   const bool heartbeatDue =
-      entry.spec.heartbeatInterval != 0 &&
-      now - entry.lastFullSend >= static_cast<int64_t>(entry.spec.heartbeatInterval);
+      entry.params.heartbeatInterval != 0 &&
+      now - entry.lastFullSend >= static_cast<int64_t>(entry.params.heartbeatInterval);
   const bool everything =
-      heartbeatDue || (entry.spec.mode == gnmi::SAMPLE && !entry.spec.suppressRedundant);
+      heartbeatDue || (entry.params.mode == gnmi::SAMPLE && !entry.params.suppressRedundant);
   StreamQueue& queue = channel_->queue();
   for (auto& [key, row] : entry.table) {
-    if (everything || (entry.spec.mode == gnmi::SAMPLE && row.dirty)) {
+    if (everything || (entry.params.mode == gnmi::SAMPLE && row.dirty)) {
       queue.pushUpdateEncoded(key, row.value, row.timestamp);
     }
     row.dirty = false;
@@ -259,7 +259,7 @@ void Subscription::tick(Entry& entry) {
 }
 
 void Subscription::onChange(const Ostrel::ArenaRespMsgPtr& message) {
-  if (ended_ || spec_.mode != gnmi::SubscriptionList::STREAM || !message->response->has_update()) {
+  if (ended_ || params_.mode != gnmi::SubscriptionList::STREAM || !message->response->has_update()) {
     return;
   }
   const gnmi::Notification& notification = message->response->update();
@@ -271,7 +271,7 @@ void Subscription::onChange(const Ostrel::ArenaRespMsgPtr& message) {
   for (const gnmi::Update& u : notification.update()) {
     bool onChange = false;
     for (const auto& [entry, whole] : match.entries) {
-      if (entry->spec.mode != gnmi::ON_CHANGE) continue;
+      if (entry->params.mode != gnmi::ON_CHANGE) continue;
       if (whole || entry->filter.matchUpdate(notification.prefix(), u.path())) {
         onChange = true;
         break;

@@ -40,7 +40,7 @@ class Subscription final : public SyncOwner, public ChangeSink {
     ModelSchema& schema;
   };
 
-  Subscription(Context context, std::shared_ptr<StreamChannel> channel, SubscribeSpec spec);
+  Subscription(Context context, std::shared_ptr<StreamChannel> channel, SubscribeParams params);
   ~Subscription() override;
 
   // Resolves the paths and starts the initial sync; a path that cannot be
@@ -59,7 +59,7 @@ class Subscription final : public SyncOwner, public ChangeSink {
   void onChange(const Ostrel::ArenaRespMsgPtr& message) override;
 
   const std::shared_ptr<StreamChannel>& channel() const { return channel_; }
-  const SubscribeSpec& spec() const { return spec_; }
+  const SubscribeParams& params() const { return params_; }
   bool ended() const { return ended_; }
   // Leaves held for sampling and heartbeats.
   size_t tableSize() const;
@@ -71,7 +71,7 @@ class Subscription final : public SyncOwner, public ChangeSink {
     bool dirty = true;
   };
   struct Entry {
-    SubscriptionEntry spec;
+    SubscriptionEntry params;
     PathFilter filter;
     bool keepsTable = false;                 // SAMPLE, or a heartbeat
     std::map<std::string, Row> table;        // by encoded leaf path
@@ -99,7 +99,7 @@ class Subscription final : public SyncOwner, public ChangeSink {
 
   Context context_;
   std::shared_ptr<StreamChannel> channel_;
-  SubscribeSpec spec_;
+  SubscribeParams params_;
   std::vector<std::unique_ptr<Entry>> entries_;
   Ostrel::SyncId syncing_;     // the sync in progress, if any
   bool initialDone_ = false;

@@ -26,17 +26,17 @@ gnmi::SubscribeRequest streamOf(const std::string& path, gnmi::SubscriptionMode 
 }
 
 TEST(SubscribeRequest, FirstMessageMustBeASubscriptionList) {
-  SubscribeSpec spec;
+  SubscribeParams params;
   gnmi::SubscribeRequest poll;
   poll.mutable_poll();
-  grpc::Status s = parseSubscribe(poll, {}, spec);
+  grpc::Status s = parseSubscribe(poll, {}, params);
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   EXPECT_EQ(s.error_message(), "the first message of a Subscribe must be a SubscriptionList, not a Poll");
-  s = parseSubscribe(gnmi::SubscribeRequest(), {}, spec);
+  s = parseSubscribe(gnmi::SubscribeRequest(), {}, params);
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   gnmi::SubscribeRequest empty;
   empty.mutable_subscribe();
-  s = parseSubscribe(empty, {}, spec);
+  s = parseSubscribe(empty, {}, params);
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   EXPECT_EQ(s.error_message(), "the SubscriptionList has no subscription");
 }
@@ -46,47 +46,47 @@ TEST(SubscribeRequest, TargetDefinedIsOnChangeAndPathsJoinThePrefix) {
   *r.mutable_subscribe()->mutable_prefix() = P("/devices/dev1");
   r.mutable_subscribe()->mutable_prefix()->set_target("dut");
   r.mutable_subscribe()->set_updates_only(true);
-  SubscribeSpec spec;
-  ASSERT_TRUE(parseSubscribe(r, {}, spec).ok());
-  EXPECT_EQ(spec.mode, gnmi::SubscriptionList::STREAM);
-  EXPECT_EQ(spec.encoding, gnmi::JSON);
-  EXPECT_EQ(spec.target, "dut");
-  EXPECT_TRUE(spec.updatesOnly);
-  ASSERT_EQ(spec.entries.size(), 1u);
-  EXPECT_EQ(spec.entries[0].mode, gnmi::ON_CHANGE);
-  EXPECT_EQ(str(spec.entries[0].path), "/devices/dev1/interfaces[name=eth0]");
+  SubscribeParams params;
+  ASSERT_TRUE(parseSubscribe(r, {}, params).ok());
+  EXPECT_EQ(params.mode, gnmi::SubscriptionList::STREAM);
+  EXPECT_EQ(params.encoding, gnmi::JSON);
+  EXPECT_EQ(params.target, "dut");
+  EXPECT_TRUE(params.updatesOnly);
+  ASSERT_EQ(params.entries.size(), 1u);
+  EXPECT_EQ(params.entries[0].mode, gnmi::ON_CHANGE);
+  EXPECT_EQ(str(params.entries[0].path), "/devices/dev1/interfaces[name=eth0]");
 }
 
 TEST(SubscribeRequest, SampleIntervals) {
-  SubscribeSpec spec;
-  ASSERT_TRUE(parseSubscribe(streamOf("/", gnmi::SAMPLE, 0), {}, spec).ok());
-  EXPECT_EQ(spec.entries[0].sampleInterval, 100000000u);  // the lowest
-  ASSERT_TRUE(parseSubscribe(streamOf("/", gnmi::SAMPLE, 2000000000), {}, spec).ok());
-  EXPECT_EQ(spec.entries[0].sampleInterval, 2000000000u);
-  grpc::Status s = parseSubscribe(streamOf("/", gnmi::SAMPLE, 1000), {}, spec);
+  SubscribeParams params;
+  ASSERT_TRUE(parseSubscribe(streamOf("/", gnmi::SAMPLE, 0), {}, params).ok());
+  EXPECT_EQ(params.entries[0].sampleInterval, 100000000u);  // the lowest
+  ASSERT_TRUE(parseSubscribe(streamOf("/", gnmi::SAMPLE, 2000000000), {}, params).ok());
+  EXPECT_EQ(params.entries[0].sampleInterval, 2000000000u);
+  grpc::Status s = parseSubscribe(streamOf("/", gnmi::SAMPLE, 1000), {}, params);
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   EXPECT_EQ(s.error_message(),
             "subscription 0: sample_interval 1000ns is below the lowest this target supports (100ms)");
   gnmi::SubscribeRequest hb = streamOf("/", gnmi::ON_CHANGE);
   hb.mutable_subscribe()->mutable_subscription(0)->set_heartbeat_interval(5);
-  s = parseSubscribe(hb, {}, spec);
+  s = parseSubscribe(hb, {}, params);
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   EXPECT_NE(s.error_message().find("heartbeat_interval 5ns"), std::string::npos);
 }
 
 TEST(SubscribeRequest, UnknownModesAndEncodings) {
-  SubscribeSpec spec;
+  SubscribeParams params;
   gnmi::SubscribeRequest r = streamOf("/", static_cast<gnmi::SubscriptionMode>(9));
-  EXPECT_EQ(parseSubscribe(r, {}, spec).error_message(), "subscription 0: unknown mode 9");
+  EXPECT_EQ(parseSubscribe(r, {}, params).error_message(), "subscription 0: unknown mode 9");
   r = streamOf("/", gnmi::ON_CHANGE);
   r.mutable_subscribe()->set_mode(static_cast<gnmi::SubscriptionList::Mode>(7));
-  EXPECT_EQ(parseSubscribe(r, {}, spec).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(parseSubscribe(r, {}, params).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   r = streamOf("/", gnmi::ON_CHANGE);
   r.mutable_subscribe()->set_encoding(gnmi::ASCII);
-  EXPECT_EQ(parseSubscribe(r, {}, spec).error_code(), grpc::StatusCode::UNIMPLEMENTED);
+  EXPECT_EQ(parseSubscribe(r, {}, params).error_code(), grpc::StatusCode::UNIMPLEMENTED);
   r = streamOf("/", gnmi::ON_CHANGE);
   r.mutable_subscribe()->mutable_subscription(0)->mutable_path()->set_origin("rfc7951");
-  const grpc::Status s = parseSubscribe(r, {}, spec);
+  const grpc::Status s = parseSubscribe(r, {}, params);
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   EXPECT_NE(s.error_message().find("origin 'rfc7951'"), std::string::npos);
 }
@@ -94,30 +94,30 @@ TEST(SubscribeRequest, UnknownModesAndEncodings) {
 TEST(SubscribeRequest, OnceAndPollIgnoreStreamModes) {
   gnmi::SubscribeRequest r = streamOf("/", static_cast<gnmi::SubscriptionMode>(9), 1);
   r.mutable_subscribe()->set_mode(gnmi::SubscriptionList::ONCE);
-  SubscribeSpec spec;
-  ASSERT_TRUE(parseSubscribe(r, {}, spec).ok());
-  EXPECT_EQ(spec.mode, gnmi::SubscriptionList::ONCE);
+  SubscribeParams params;
+  ASSERT_TRUE(parseSubscribe(r, {}, params).ok());
+  EXPECT_EQ(params.mode, gnmi::SubscriptionList::ONCE);
 }
 
 TEST(GetRequest, DefaultsAndValidation) {
   gnmi::GetRequest r;
-  GetSpec spec;
-  ASSERT_TRUE(parseGet(r, spec).ok());
-  ASSERT_EQ(spec.paths.size(), 1u);
-  EXPECT_EQ(spec.paths[0].elem_size(), 0);
-  EXPECT_EQ(spec.type, gnmi::GetRequest::ALL);
+  GetParams params;
+  ASSERT_TRUE(parseGet(r, params).ok());
+  ASSERT_EQ(params.paths.size(), 1u);
+  EXPECT_EQ(params.paths[0].elem_size(), 0);
+  EXPECT_EQ(params.type, gnmi::GetRequest::ALL);
   r.set_type(static_cast<gnmi::GetRequest::DataType>(5));
-  EXPECT_EQ(parseGet(r, spec).error_message(), "unknown data type 5");
+  EXPECT_EQ(parseGet(r, params).error_message(), "unknown data type 5");
   r.set_type(gnmi::GetRequest::CONFIG);
   r.set_encoding(gnmi::BYTES);
-  EXPECT_EQ(parseGet(r, spec).error_code(), grpc::StatusCode::UNIMPLEMENTED);
+  EXPECT_EQ(parseGet(r, params).error_code(), grpc::StatusCode::UNIMPLEMENTED);
   r.set_encoding(gnmi::JSON_IETF);
   *r.mutable_prefix() = P("/devices");
   *r.add_path() = P("dev1/system");
   *r.add_path() = P("dev1/interfaces");
-  ASSERT_TRUE(parseGet(r, spec).ok());
-  ASSERT_EQ(spec.paths.size(), 2u);
-  EXPECT_EQ(str(spec.paths[1]), "/devices/dev1/interfaces");
+  ASSERT_TRUE(parseGet(r, params).ok());
+  ASSERT_EQ(params.paths.size(), 2u);
+  EXPECT_EQ(str(params.paths[1]), "/devices/dev1/interfaces");
 }
 
 TEST(GetRequest, DataTypes) {
