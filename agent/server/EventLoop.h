@@ -1,0 +1,87 @@
+// The agent's event loop: one thread that runs posted tasks and timers in
+// order. It is the only thread that touches the runtime model and calls the
+// library; other threads hand it work with `post`.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <future>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
+
+namespace VekGnmi::Server {
+
+class EventLoop {
+ public:
+  using Task = std::function<void()>;
+  using Clock = std::chrono::steady_clock;
+  using TimerId = uint64_t;
+
+  EventLoop();
+  // Stops the loop (see `stop`) and joins its thread.
+  ~EventLoop();
+  EventLoop(const EventLoop&) = delete;
+  EventLoop& operator=(const EventLoop&) = delete;
+
+  // Starts the thread. Tasks posted before run once it starts.
+  void start();
+  // Runs the tasks already posted, then ends the thread; timers not yet due
+  // and tasks posted later are dropped. Safe to call from the loop's own
+  // thread (the thread then ends after the current task) or from others
+  // (which wait for the end).
+  void stop();
+
+  // Queues `task`; false (and the task dropped) once stopping.
+  bool post(Task task);
+  // Runs `task` once, `delay` from now; returns an id for `cancel`.
+  TimerId postAfter(Clock::duration delay, Task task);
+  // Drops a timer that has not run; false when it ran or was dropped.
+  bool cancel(TimerId id);
+
+  // Runs `fn` on the loop and waits for its result. Not from the loop's own
+  // thread. Throws std::runtime_error when the loop has stopped.
+  template <typename Fn>
+  auto call(Fn fn) -> decltype(fn()) {
+    using R = decltype(fn());
+    auto promise = std::make_shared<std::promise<R>>();
+    std::future<R> future = promise->get_future();
+    const bool posted = post([promise, fn = std::move(fn)]() mutable {
+      try {
+        if constexpr (std::is_void_v<R>) {
+          fn();
+          promise->set_value();
+        } else {
+          promise->set_value(fn());
+        }
+      } catch (...) {
+        promise->set_exception(std::current_exception());
+      }
+    });
+    if (!posted) throw std::runtime_error("the event loop has stopped");
+    return future.get();
+  }
+
+  bool inLoopThread() const { return std::this_thread::get_id() == threadId_; }
+
+ private:
+  void run();
+
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::deque<Task> tasks_;
+  std::multimap<Clock::time_point, std::pair<TimerId, Task>> timers_;
+  std::unordered_map<TimerId, std::multimap<Clock::time_point, std::pair<TimerId, Task>>::iterator>
+      timerIndex_;
+  TimerId nextTimer_ = 1;
+  bool stopping_ = false;
+  std::thread thread_;
+  std::atomic<std::thread::id> threadId_{};
+};
+
+}  // namespace VekGnmi::Server

@@ -1,0 +1,236 @@
+#include "ModelSchema.h"
+
+#include <fmt/format.h>
+
+namespace VekGnmi::Server {
+
+namespace {
+
+bool isScalarType(Vek::VekType type) {
+  return type->isBuiltin() || type->isEnum() || type->hasGnmiStrRep();
+}
+
+bool endsWith(const std::string& text, std::string_view suffix) {
+  return text.size() >= suffix.size() &&
+         text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+// Whether `name` names the key of a member of `attr` reached through
+// `memberElem`.
+bool isKeyName(const std::string& name, const Vek::VekAttrBase& attr,
+               const gnmi::PathElem* memberElem) {
+  if (name == attr.keyAttrName() || name == attr.name() + "Key" || name == attr.name()) return true;
+  return memberElem != nullptr && memberElem->key().count(name) != 0;
+}
+
+LeafInfo makeLeaf(LeafKind kind, Vek::VekType type, const Vek::VekAttrBase* attr, bool state) {
+  LeafInfo leaf;
+  leaf.kind = kind;
+  leaf.type = type;
+  leaf.attr = attr;
+  leaf.state = state;
+  return leaf;
+}
+
+}  // namespace
+
+gnmi::PathElem memberElement(const Vek::VekAttrBase& attr, const Vek::GenericIf& key) {
+  gnmi::PathElem elem;
+  elem.set_name(attr.name());
+  std::string keyName;
+  if (!attr.keyAttrName().empty() && attr.type() && attr.type()->attr(attr.keyAttrName())) {
+    keyName = attr.keyAttrName();
+  } else if (!key.type()->isBuiltin() && !key.type()->isEntity()) {
+    keyName = attr.name() + "Key";
+  } else {
+    keyName = attr.name();
+  }
+  (*elem.mutable_key())[keyName] = key.gnmiStrRep();
+  return elem;
+}
+
+std::string namesKey(const gnmi::Path& path, int from) {
+  std::string key;
+  for (int i = from; i < path.elem_size(); ++i) {
+    key += path.elem(i).name();
+    key.push_back(path.elem(i).key_size() > 0 ? '\x1d' : '\x1e');
+  }
+  return key;
+}
+
+ModelSchema::ModelSchema(Vek::Ptr<Vek::Dir> root, StatePredicate isState)
+    : root_(std::move(root)), isState_(std::move(isState)) {}
+
+bool ModelSchema::nodeAt(Vek::VekType entityType, const gnmi::Path& path, int from, NodeInfo& out,
+                         std::string& error) const {
+  enum class At { Entity, Composite, Member, Leaf };
+  At at = At::Entity;
+  Vek::VekType type = entityType;
+  const Vek::VekAttrBase* attr = nullptr;         // last attribute passed
+  const Vek::VekAttrBase* memberAttr = nullptr;   // collection of the last member passed
+  const gnmi::PathElem* memberElem = nullptr;     // element of the last member passed
+  bool state = false;
+  LeafInfo leaf;
+
+  auto leafIs = [&](LeafKind kind, Vek::VekType leafType, const Vek::VekAttrBase* holder) {
+    at = At::Leaf;
+    leaf = makeLeaf(kind, leafType, holder, state);
+    type = leafType;
+  };
+
+  // Steps into attribute `a` of the current entity or value from element `e`.
+  auto enterAttr = [&](const Vek::VekAttrBase& a, const gnmi::PathElem& e, bool last) {
+    attr = &a;
+    state = state || isState_(a);
+    if (a.isCollection()) {
+      memberAttr = &a;
+      memberElem = &e;
+      if (a.isInstantiating()) {
+        at = At::Entity;
+        type = a.type();
+        out.kind = last && e.key_size() == 0 ? NodeKind::Collection : NodeKind::Entity;
+      } else {
+        at = At::Member;
+        type = a.type();
+        out.kind = last && e.key_size() == 0 ? NodeKind::Collection : NodeKind::Member;
+      }
+      return;
+    }
+    if (a.isArray()) return leafIs(LeafKind::Array, a.type(), &a);
+    if (a.hasGnmiJsonStrep()) return leafIs(LeafKind::JsonText, a.type(), &a);
+    if (a.isPointer()) return leafIs(LeafKind::Pointer, a.type(), &a);
+    if (a.isInstantiating()) {
+      at = At::Entity;
+      type = a.type();
+      memberAttr = nullptr;
+      memberElem = nullptr;
+      out.kind = NodeKind::Entity;
+      return;
+    }
+    if (isScalarType(a.type())) return leafIs(LeafKind::Value, a.type(), &a);
+    at = At::Composite;
+    type = a.type();
+    out.kind = NodeKind::Composite;
+  };
+
+  out = NodeInfo();
+  out.kind = NodeKind::Entity;
+  for (int i = from; i < path.elem_size(); ++i) {
+    const gnmi::PathElem& e = path.elem(i);
+    const std::string& name = e.name();
+    const bool last = i + 1 == path.elem_size();
+    if (at == At::Leaf) {
+      error = fmt::format("'{}' is a leaf; there is no '{}' below it", path.elem(i - 1).name(), name);
+      return false;
+    }
+    if (name == "*" || name == "...") {
+      // Any attribute: the node is the entity or value itself, searched.
+      out.kind = at == At::Entity ? NodeKind::Entity : NodeKind::Composite;
+      out.type = type;
+      out.attr = attr;
+      return true;
+    }
+    if (at == At::Member) {
+      const Vek::VekAttrBase& coll = *memberAttr;
+      if (name == coll.name() + "Value" || name == coll.name() + "Value_ptr") {
+        if (coll.isPointer()) {
+          leafIs(LeafKind::Pointer, coll.type(), &coll);
+        } else if (isScalarType(coll.type())) {
+          leafIs(LeafKind::Value, coll.type(), &coll);
+        } else {
+          error = fmt::format("members of '{}' are {} values, not scalars", coll.name(),
+                              coll.type()->qualifiedName());
+          return false;
+        }
+        continue;
+      }
+      if (!coll.isPointer() && !isScalarType(coll.type())) {
+        const Vek::VekAttr field = coll.type()->attr(name);
+        if (field && !field->type()->isCollectionControl()) {
+          at = At::Composite;
+          enterAttr(*field, e, last);
+          continue;
+        }
+      }
+      if (isKeyName(name, coll, memberElem)) {
+        leafIs(LeafKind::Key, coll.indexType(), &coll);
+        continue;
+      }
+      error = fmt::format("members of '{}' have no element '{}'", coll.name(), name);
+      return false;
+    }
+    // An entity or a value with fields.
+    const Vek::VekAttr a = type->attr(name);
+    if (a && !a->type()->isCollectionControl()) {
+      if (at == At::Composite && (a->isCollection() || a->isInstantiating())) {
+        error = fmt::format("{} has no element '{}'", type->qualifiedName(), name);
+        return false;
+      }
+      enterAttr(*a, e, last);
+      continue;
+    }
+    if (endsWith(name, "_ptr")) {
+      const Vek::VekAttr target = type->attr(std::string_view(name).substr(0, name.size() - 4));
+      if (target && target->isPointer() && !target->isCollection()) {
+        attr = target.base();
+        state = state || isState_(*target);
+        leafIs(LeafKind::Pointer, target->type(), target.base());
+        continue;
+      }
+    }
+    if (at == At::Entity && memberAttr != nullptr && isKeyName(name, *memberAttr, memberElem)) {
+      leafIs(LeafKind::Key, memberAttr->indexType(), memberAttr);
+      continue;
+    }
+    error = fmt::format("{} has no element '{}'", type->qualifiedName(), name);
+    return false;
+  }
+  if (at == At::Leaf) {
+    out.kind = NodeKind::Leaf;
+    out.leaf = leaf;
+  }
+  out.type = type;
+  out.attr = attr;
+  return true;
+}
+
+Vek::VekType ModelSchema::entityTypeAt(const gnmi::Path& prefix) {
+  std::string key = namesKey(prefix);
+  if (auto it = prefixTypes_.find(key); it != prefixTypes_.end()) return it->second;
+  Vek::Ptr<Vek::Entity> node = root_;
+  int i = 0;
+  for (; i < prefix.elem_size() && node && node->type() == Vek::Dir::dirType(); ++i) {
+    node = static_cast<Vek::Dir*>(node.ptr())->child(prefix.elem(i).name());
+  }
+  if (!node || node->type() == Vek::Dir::dirType() || node->type() == Vek::Dir::Entry::entryType()) {
+    return nullptr;
+  }
+  NodeInfo info;
+  std::string error;
+  if (!nodeAt(node->type(), prefix, i, info, error) || info.kind != NodeKind::Entity) return nullptr;
+  prefixTypes_.emplace(std::move(key), info.type);
+  return info.type;
+}
+
+const LeafInfo* ModelSchema::leafAt(Vek::VekType entityType, const gnmi::Path& path, int from) {
+  std::string key = fmt::format("{}\x1f", static_cast<const void*>(entityType.base()));
+  key += namesKey(path, from);
+  // A key name given on an element can name a key leaf below it, so those
+  // names are part of the cache key.
+  if (path.elem_size() > from + 1 && path.elem(path.elem_size() - 2).key_size() > 0) {
+    for (const auto& [k, v] : path.elem(path.elem_size() - 2).key()) key += k + '\x1c';
+  }
+  if (auto it = leaves_.find(key); it != leaves_.end()) return &it->second;
+  NodeInfo info;
+  std::string error;
+  if (!nodeAt(entityType, path, from, info, error) || info.kind != NodeKind::Leaf) return nullptr;
+  return &leaves_.emplace(std::move(key), info.leaf).first->second;
+}
+
+const LeafInfo* ModelSchema::leafOf(const gnmi::Path& prefix, const gnmi::Path& path) {
+  const Vek::VekType type = entityTypeAt(prefix);
+  if (!type) return nullptr;
+  return leafAt(type, path);
+}
+
+}  // namespace VekGnmi::Server

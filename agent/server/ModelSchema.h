@@ -1,0 +1,116 @@
+// What the leaves of published paths are: the runtime type behind each
+// update the library pushes, found from the notification's prefix and the
+// update's path, never guessed from the kind of the typed value (a double
+// travels as bytes, a char as an unsigned integer, Seconds as nanoseconds,
+// enumerations and types with their own text form as strings).
+//
+// How the library publishes an entity of type T at prefix P (the shapes
+// this lookup understands):
+//   P/<attr>                      a builtin, enumeration or text-form value,
+//                                 an array (leaf list), a JSON-text attribute,
+//                                 and the entity's "name"
+//   P/<attr>/<field>...           the fields of a value type
+//   P/<attr>_ptr                  a pointer, as the target's path text
+//   P/<attr>[k=v]/<attr>Value     a member of a collection of scalars
+//   P/<attr>[k=v]/<attr>Value_ptr a member of a collection of pointers
+//   P/<attr>[k=v]/<field>...      a member of a collection of values
+//   P/<attr>[k=v]/<keyname>       the key of a member, as a leaf (key names:
+//                                 the collection's key attribute, <attr>Key,
+//                                 <attr>, or a key name of the element)
+//   P/<attr>[k=v]  and  P/<attr>  owned entities: prefixes of their own
+// Prefixes are resolved through directories by name (Vek::Dir children) and
+// then by type. Key values never change a type, so lookups are cached by
+// element names alone.
+//
+// Used on the event-loop thread only (directories are read live).
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+#include <Vek/Vek.h>
+
+#include <gnmi/gnmi.pb.h>
+
+namespace VekGnmi::Server {
+
+enum class LeafKind {
+  Value,     // a builtin, enumeration or text-form value of `type`
+  Pointer,   // a pointer to an entity of `type`, sent as a path string
+  Array,     // a leaf list of elements of `type`
+  JsonText,  // an attribute that holds its own JSON text
+  Key,       // the key of a collection member, of `type` (the key type)
+};
+
+struct LeafInfo {
+  LeafKind kind = LeafKind::Value;
+  Vek::VekType type;
+  const Vek::VekAttrBase* attr = nullptr;  // the attribute that holds the leaf
+  bool state = false;                      // read-only to clients
+};
+
+// What a path names below an entity, for request validation: an entity (an
+// owned child or member), a collection (all its members), a member of a
+// collection of values, a value with fields, or a leaf.
+enum class NodeKind { Entity, Collection, Member, Composite, Leaf };
+
+struct NodeInfo {
+  NodeKind kind = NodeKind::Entity;
+  Vek::VekType type;                        // entity, member, value or leaf type
+  const Vek::VekAttrBase* attr = nullptr;   // the last attribute on the way
+  LeafInfo leaf;                            // for NodeKind::Leaf
+};
+
+class ModelSchema {
+ public:
+  // `isState` tells which attributes are read-only to clients.
+  using StatePredicate = std::function<bool(const Vek::VekAttrBase&)>;
+
+  ModelSchema(Vek::Ptr<Vek::Dir> root, StatePredicate isState);
+
+  // The type of the entity published at `prefix`, or null when the prefix
+  // names no entity (directories are not published and have no type here).
+  Vek::VekType entityTypeAt(const gnmi::Path& prefix);
+
+  // The leaf at elements [from, end) of `path` below an entity of
+  // `entityType`; null when they name no leaf.
+  const LeafInfo* leafAt(Vek::VekType entityType, const gnmi::Path& path, int from = 0);
+
+  // The leaf of an update: `path` below the entity published at `prefix`.
+  const LeafInfo* leafOf(const gnmi::Path& prefix, const gnmi::Path& path);
+
+  // What elements [from, end) of `path` name below an entity of
+  // `entityType`. An element named "*" stands for any attribute and makes the
+  // result a Composite of the entity type; "..." likewise. Returns false with
+  // `error` naming the first element that does not exist.
+  bool nodeAt(Vek::VekType entityType, const gnmi::Path& path, int from, NodeInfo& out,
+              std::string& error) const;
+
+  // Whether `attr` is state, by the predicate given.
+  bool isState(const Vek::VekAttrBase& attr) const { return isState_(attr); }
+
+  const Vek::Ptr<Vek::Dir>& root() const { return root_; }
+
+ private:
+  Vek::Ptr<Vek::Dir> root_;
+  StatePredicate isState_;
+  std::unordered_map<std::string, Vek::VekType> prefixTypes_;
+  std::unordered_map<std::string, LeafInfo> leaves_;
+};
+
+// The path element under which a member of the instantiating collection
+// `attr` with key `key` is published, as the library's walker names it: the
+// collection's name, keyed by the collection's key attribute when it declares
+// one, else by "<attr>Key" for keys that are not builtins, else by "<attr>";
+// the key value is the key's gNMI text. The agent publishes members at these
+// paths itself (syncing a member directly), so they must be the walker's:
+// one entity, one notifiee, one prefix.
+gnmi::PathElem memberElement(const Vek::VekAttrBase& attr, const Vek::GenericIf& key);
+
+// The cache key of a path's element names from `from` on: names, and which
+// elements carry keys.
+std::string namesKey(const gnmi::Path& path, int from = 0);
+
+}  // namespace VekGnmi::Server

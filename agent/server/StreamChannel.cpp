@@ -1,0 +1,123 @@
+#include "StreamChannel.h"
+
+namespace VekGnmi::Server {
+
+StreamWriter::~StreamWriter() = default;
+
+StreamChannel::StreamChannel(StreamWriter* writer, size_t syncLimit)
+    : queue_(syncLimit), writer_(writer) {}
+
+void StreamChannel::onRoomFreed(std::function<void()> callback) {
+  std::lock_guard lock(mutex_);
+  onRoomFreed_ = std::move(callback);
+}
+
+void StreamChannel::kick() {
+  std::unique_lock lock(mutex_);
+  next(lock);
+}
+
+template <typename Fn>
+void StreamChannel::withWriter(Fn fn) {
+  std::lock_guard writerLock(writerMutex_);
+  if (writer_ != nullptr) fn(*writer_);
+}
+
+void StreamChannel::next(std::unique_lock<std::mutex>& lock) {
+  if (detached_ || writing_ || finishIssued_) return;
+  StreamQueue::Next next = queue_.pop();
+  if (next.message) {
+    writing_ = true;
+    writeStarted_ = Clock::now();
+    inFlight_ = std::move(next.message);
+    const gnmi::SubscribeResponse& response = inFlight_.response();
+    std::function<void()> roomFreed = next.roomFreed ? onRoomFreed_ : nullptr;
+    lock.unlock();
+    // `writing_` is ours: no other thread starts a write or a normal finish
+    // until this write completes.
+    withWriter([&](StreamWriter& writer) { writer.startWrite(response); });
+    if (roomFreed) roomFreed();
+    return;
+  }
+  if (finishWanted_) {
+    finishIssued_ = true;
+    const grpc::Status status = *finishWanted_;
+    lock.unlock();
+    withWriter([&](StreamWriter& writer) { writer.finish(status); });
+  }
+}
+
+void StreamChannel::finishWhenDrained(grpc::Status status) {
+  std::unique_lock lock(mutex_);
+  if (finishWanted_) return;
+  finishWanted_ = std::move(status);
+  next(lock);
+}
+
+bool StreamChannel::abort(grpc::Status status) {
+  queue_.close();
+  std::unique_lock lock(mutex_);
+  if (finishIssued_ || detached_) return false;
+  finishWanted_ = std::move(status);
+  if (!writing_) {
+    next(lock);
+    return true;
+  }
+  // A write is outstanding and may never complete: finish now; the status
+  // follows the pending message on the wire.
+  finishIssued_ = true;
+  const grpc::Status finalStatus = *finishWanted_;
+  lock.unlock();
+  withWriter([&](StreamWriter& writer) { writer.finish(finalStatus); });
+  return true;
+}
+
+void StreamChannel::cancelIfStillOpen() {
+  withWriter([](StreamWriter& writer) { writer.tryCancel(); });
+}
+
+StreamChannel::Clock::duration StreamChannel::writeBlockedFor() const {
+  std::lock_guard lock(mutex_);
+  return writing_ ? Clock::now() - writeStarted_ : Clock::duration::zero();
+}
+
+bool StreamChannel::ended() const {
+  std::lock_guard lock(mutex_);
+  return finishIssued_ || detached_;
+}
+
+void StreamChannel::writeDone(bool ok) {
+  OutMessage done;  // released outside the lock
+  std::unique_lock lock(mutex_);
+  writing_ = false;
+  done = std::move(inFlight_);
+  if (!ok) {
+    // The RPC broke (client gone or cancelled): nothing more can be sent.
+    if (!finishWanted_) finishWanted_ = grpc::Status(grpc::StatusCode::CANCELLED, "stream cancelled");
+    lock.unlock();
+    queue_.close();
+    lock.lock();
+  }
+  next(lock);
+}
+
+void StreamChannel::cancelled() {
+  queue_.close();
+  std::unique_lock lock(mutex_);
+  if (!finishWanted_) finishWanted_ = grpc::Status(grpc::StatusCode::CANCELLED, "stream cancelled");
+  next(lock);
+}
+
+void StreamChannel::detach() {
+  {
+    std::lock_guard writerLock(writerMutex_);
+    writer_ = nullptr;
+  }
+  OutMessage done;
+  std::lock_guard lock(mutex_);
+  detached_ = true;
+  writing_ = false;
+  done = std::move(inFlight_);
+}
+
+}  // namespace VekGnmi::Server

@@ -1,0 +1,97 @@
+// One Subscribe stream between the event loop and gRPC: its outbound queue
+// and the writer that empties it into the RPC, one write at a time.
+//
+// gRPC's callback API allows one outstanding write per stream and no write
+// after Finish. The channel keeps that rule under its mutex: whoever turns
+// `writing_` from false to true (the event loop after queueing, or the
+// previous write's completion on a gRPC thread) starts the next write;
+// Finish is issued once, when no write is outstanding, except by `abort`,
+// which ends a stream whose write stays blocked (a subscriber that does not
+// read): it finishes with its status at once and, should the RPC still not
+// end, cancels it after a grace period.
+//
+// The gRPC side is reached through `StreamWriter` (the reactor); it detaches
+// itself when the RPC is done, after which every call is a no-op. Calls into
+// the writer are made under `writerMutex_` (recursive, so that a reaction
+// gRPC runs inline on the calling thread may call back in), never under
+// `mutex_`; `detach` takes `writerMutex_`, so the writer cannot go away
+// during a call.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include <grpcpp/support/status.h>
+
+#include "StreamQueue.h"
+
+namespace VekGnmi::Server {
+
+class StreamWriter {
+ public:
+  virtual ~StreamWriter();
+  virtual void startWrite(const gnmi::SubscribeResponse& response) = 0;
+  virtual void finish(const grpc::Status& status) = 0;
+  virtual void tryCancel() = 0;
+};
+
+class StreamChannel : public std::enable_shared_from_this<StreamChannel> {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  StreamChannel(StreamWriter* writer, size_t syncLimit);
+
+  StreamQueue& queue() { return queue_; }
+
+  // Called (on the writer's thread) when a write drained a full sync queue
+  // to half: the agent resumes paused syncs.
+  void onRoomFreed(std::function<void()> callback);
+
+  // Starts a write if none is outstanding and something is queued.
+  void kick();
+  // Ends the stream with `status` once everything queued has been written.
+  void finishWhenDrained(grpc::Status status);
+  // Ends the stream now: drops what is queued and finishes with `status`
+  // even while a write is outstanding. Returns false when it had ended.
+  bool abort(grpc::Status status);
+  // For a stream aborted while a write stayed blocked: cancels the RPC if it
+  // has not ended yet.
+  void cancelIfStillOpen();
+
+  // How long the outstanding write has been waiting (zero when none).
+  Clock::duration writeBlockedFor() const;
+  // Whether the stream has been ended (finish issued or RPC gone).
+  bool ended() const;
+
+  // Writer side: the outstanding write completed (ok false: the RPC broke).
+  void writeDone(bool ok);
+  // Writer side: the RPC was cancelled by the client or the server.
+  void cancelled();
+  // Writer side: the RPC is done; the writer must not be called any more.
+  void detach();
+
+ private:
+  // Starts the next write or the finish; called with `lock` held, releases it.
+  void next(std::unique_lock<std::mutex>& lock);
+
+  // Calls the writer if it is still attached.
+  template <typename Fn>
+  void withWriter(Fn fn);
+
+  StreamQueue queue_;
+  std::recursive_mutex writerMutex_;
+  StreamWriter* writer_;  // guarded by writerMutex_
+  mutable std::mutex mutex_;
+  bool detached_ = false;
+  bool writing_ = false;
+  Clock::time_point writeStarted_;
+  OutMessage inFlight_;
+  std::optional<grpc::Status> finishWanted_;
+  bool finishIssued_ = false;
+  std::function<void()> onRoomFreed_;
+};
+
+}  // namespace VekGnmi::Server

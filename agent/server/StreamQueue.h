@@ -1,0 +1,105 @@
+// The bounded outbound queue of one Subscribe stream, between the event loop
+// (which fills it) and the stream's gRPC writer (which empties it).
+//
+// Two parts:
+//   - sync messages, in order: the responses of a sync (initial or poll) and
+//     its sync_response marker. Bounded: `pushSync` always takes the message
+//     but answers false once `syncLimit` messages wait, which pauses the
+//     library's sync (the router returns false); the writer reports when the
+//     queue has drained to half the limit, and the agent then resumes syncs.
+//   - changes, coalesced by leaf (CoalescingQueue): bounded by the number of
+//     distinct leaves, never blocking the event loop.
+// The writer takes sync messages first and changes only when no sync message
+// waits, so a change queued after a sync message is never sent before it.
+//
+// Thread-safe: every member takes the queue's mutex.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include <Ostrel/ArenaRespMsg.h>
+
+#include <gnmi/gnmi.pb.h>
+
+#include "CoalescingQueue.h"
+
+namespace VekGnmi::Server {
+
+// One response to write: a library message sent as it is, or one the agent
+// built. Either handle may be dropped on any thread.
+class OutMessage {
+ public:
+  OutMessage() = default;
+  explicit OutMessage(Ostrel::ArenaRespMsgPtr library) : library_(std::move(library)) {}
+  explicit OutMessage(std::shared_ptr<gnmi::SubscribeResponse> own) : own_(std::move(own)) {}
+
+  const gnmi::SubscribeResponse& response() const {
+    return library_ ? *library_->response : *own_;
+  }
+  explicit operator bool() const { return library_ || own_; }
+  bool isLibraryMessage() const { return static_cast<bool>(library_); }
+
+ private:
+  Ostrel::ArenaRespMsgPtr library_;
+  std::shared_ptr<gnmi::SubscribeResponse> own_;
+};
+
+class StreamQueue {
+ public:
+  static constexpr size_t DEFAULT_SYNC_LIMIT = 64;
+  static constexpr size_t DEFAULT_UPDATES_PER_MESSAGE = 512;
+
+  explicit StreamQueue(size_t syncLimit = DEFAULT_SYNC_LIMIT,
+                       size_t updatesPerMessage = DEFAULT_UPDATES_PER_MESSAGE);
+
+  // Queues a sync message; false when the queue is now full (the caller's
+  // sync must pause). Once closed the message is dropped and the answer is
+  // false: the sync of a stream that has gone waits to be cancelled.
+  bool pushSync(OutMessage message);
+  // Queues a sync_response marker (never refused for room).
+  void pushSyncResponse();
+  // Queues a change (already in the subscriber's encoding), or a delete.
+  void pushUpdate(const gnmi::Path& prefix, const gnmi::Path& path, gnmi::TypedValue value,
+                  int64_t timestamp);
+  void pushUpdateEncoded(std::string key, gnmi::TypedValue value, int64_t timestamp);
+  void pushDelete(const gnmi::Path& prefix, const gnmi::Path& path, int64_t timestamp);
+
+  // What the writer gets: the next message, or nothing; `roomFreed` is set
+  // when this pop drained a full sync queue to half its limit.
+  struct Next {
+    OutMessage message;
+    bool roomFreed = false;
+  };
+  Next pop();
+
+  // Sets the target that every notification the agent builds carries in its
+  // prefix (empty: none).
+  void targetIs(std::string target);
+
+  // After close every push is ignored (pushSync answers false) and pop
+  // returns nothing; queued messages are dropped (their handles released on
+  // the calling thread).
+  void close();
+  bool closed() const;
+
+  bool hasRoom() const;
+  size_t syncQueued() const;
+  size_t changesQueued() const;
+  uint64_t coalesced() const;
+
+ private:
+  const size_t syncLimit_;
+  const size_t updatesPerMessage_;
+  mutable std::mutex mutex_;
+  std::deque<OutMessage> sync_;
+  CoalescingQueue changes_;
+  std::string target_;
+  bool full_ = false;  // a pushSync answered false and room has not been reported since
+  bool closed_ = false;
+};
+
+}  // namespace VekGnmi::Server

@@ -1,0 +1,112 @@
+// One Subscribe stream as the event loop sees it: its subscriptions, the
+// syncs it owns, the changes it takes, its sample and heartbeat timers.
+//
+//   ONCE    initial sync, one sync_response, then the stream ends with OK;
+//   POLL    the same for the list and for every Poll;
+//   STREAM  initial sync (published silently with updates_only), exactly one
+//           sync_response, then changes: ON_CHANGE (and TARGET_DEFINED)
+//           entries queue every change under their path, coalesced by leaf;
+//           SAMPLE entries keep the latest value of each leaf and send them
+//           every sample_interval (only changed ones with
+//           suppress_redundant, all of them again at least every
+//           heartbeat_interval); ON_CHANGE entries with a heartbeat_interval
+//           re-send their leaves that often.
+// A path with nothing under it now keeps the stream open: members created
+// later are published by their owner's notifiee and pass the filter.
+//
+// Lives on the event-loop thread; ended by `end`, after which it takes
+// nothing more.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Dispatcher.h"
+#include "EventLoop.h"
+#include "ModelSchema.h"
+#include "PathResolver.h"
+#include "Requests.h"
+#include "StreamChannel.h"
+
+namespace VekGnmi::Server {
+
+class Subscription final : public SyncOwner, public ChangeSink {
+ public:
+  struct Context {
+    EventLoop& loop;
+    Dispatcher& dispatcher;
+    ModelSchema& schema;
+  };
+
+  Subscription(Context context, std::shared_ptr<StreamChannel> channel, SubscribeParams params);
+  ~Subscription() override;
+
+  // Resolves the paths and starts the initial sync; a path that cannot be
+  // resolved ends the stream with its status.
+  void start();
+  // A Poll arrived.
+  void poll();
+  // The client will send nothing more: a POLL subscription ends with OK once
+  // its last poll has been answered; other modes go on.
+  void clientDone();
+  // Stops everything: syncs cancelled, no more changes, timers dropped.
+  void end();
+
+  bool onSyncMessage(Ostrel::SyncId syncId, const Ostrel::ArenaRespMsgPtr& message) override;
+  void onSyncDone(Ostrel::SyncId syncId) override;
+  void onChange(const Ostrel::ArenaRespMsgPtr& message) override;
+
+  const std::shared_ptr<StreamChannel>& channel() const { return channel_; }
+  const SubscribeParams& params() const { return params_; }
+  bool ended() const { return ended_; }
+  // Leaves held for sampling and heartbeats.
+  size_t tableSize() const;
+
+ private:
+  struct Row {
+    gnmi::TypedValue value;  // in the subscriber's encoding
+    int64_t timestamp = 0;
+    bool dirty = true;
+  };
+  struct Entry {
+    SubscriptionEntry params;
+    PathFilter filter;
+    bool keepsTable = false;                 // SAMPLE, or a heartbeat
+    std::map<std::string, Row> table;        // by encoded leaf path
+    EventLoop::TimerId timer = 0;
+    int64_t lastFullSend = 0;                // ns: last time every row went out
+  };
+
+  // The entries whose paths a notification falls under, and whether each
+  // takes the whole notification.
+  struct Match {
+    std::vector<std::pair<Entry*, bool>> entries;
+    bool any() const { return !entries.empty(); }
+  };
+  Match matchNotification(const gnmi::Notification& notification);
+  bool takes(const Match& match, const gnmi::Notification& notification, const gnmi::Path& path) const;
+
+  // Resolves every entry's path now and starts a sync of what covers them
+  // (entities are resolved again for every poll: members come and go).
+  void startSync();
+  void recordInTables(const Match& match, const gnmi::Notification& notification);
+  gnmi::TypedValue encoded(const gnmi::Path& prefix, const gnmi::Path& path, const gnmi::TypedValue& value);
+  void armTimer(Entry& entry);
+  void tick(Entry& entry);
+  void fail(grpc::Status status);
+
+  Context context_;
+  std::shared_ptr<StreamChannel> channel_;
+  SubscribeParams params_;
+  std::vector<std::unique_ptr<Entry>> entries_;
+  Ostrel::SyncId syncing_;     // the sync in progress, if any
+  bool initialDone_ = false;
+  size_t pollsWaiting_ = 0;
+  bool clientDone_ = false;
+  bool ended_ = false;
+  bool changeSink_ = false;
+};
+
+}  // namespace VekGnmi::Server

@@ -1,0 +1,48 @@
+// vekgnmid: the reference gNMI agent. See `vekgnmid --help`.
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <string>
+
+#include <fmt/format.h>
+
+#include "GnmiService.h"
+#include "ServerOptions.h"
+
+int main(int argc, char** argv) {
+  using namespace VekGnmi::Server;
+  ServerOptions options;
+  std::string error;
+  if (!parseServerOptions(std::vector<std::string>(argv + 1, argv + argc), options, error)) {
+    std::cerr << "vekgnmid: " << error << " (see --help)\n";
+    return 2;
+  }
+  if (options.help) {
+    std::cout << serverHelpText();
+    return 0;
+  }
+  // SIGINT and SIGTERM are taken by sigwait below, on this thread only: block
+  // them before any other thread starts, so that every thread inherits it.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+  AgentServer server(options.agent, [](MessageRouter&) { return makeUnlinkedLibraryBridge(); });
+  if (!server.start(options.address, error)) {
+    std::cerr << "vekgnmid: " << error << '\n';
+    return 1;
+  }
+  std::cout << fmt::format("vekgnmid: serving gNMI on {} (port {}), {} interfaces, churn {}/s\n",
+                           options.address, server.port(), options.agent.interfaces,
+                           options.agent.churnRate)
+            << std::flush;
+  int received = 0;
+  sigwait(&signals, &received);
+  std::cout << fmt::format("vekgnmid: {} received, shutting down\n", received == SIGINT ? "SIGINT" : "SIGTERM")
+            << std::flush;
+  server.stop();
+  return 0;
+}

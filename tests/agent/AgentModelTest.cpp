@@ -1,0 +1,333 @@
+// The demo model, the schema lookup of published leaves, request path
+// resolution and the filter of published updates.
+#include <gtest/gtest.h>
+
+#include <Ostrel/Path.h>
+
+#include "DemoModel.h"
+#include "GnmiPathText.h"
+#include "TestPaths.h"
+#include "ModelSchema.h"
+#include "PathResolver.h"
+
+namespace {
+
+using namespace VekGnmi::Server;
+
+using VekGnmiTest::P;
+
+std::vector<std::string> paths(const std::vector<PublishedEntity>& entities) {
+  std::vector<std::string> out;
+  for (const PublishedEntity& e : entities) out.push_back(VekGnmi::pathString(e.path));
+  return out;
+}
+
+class AgentModel : public ::testing::Test {
+ protected:
+  AgentModel() : model_(buildDemoModel(8)), schema_(model_.root, isStateAttribute) {}
+
+  grpc::Status resolve(const std::string& text, Resolution& out) {
+    return resolvePath(schema_, P(text), out);
+  }
+
+  DemoModel model_;
+  ModelSchema schema_;
+};
+
+TEST_F(AgentModel, ModelHasTheDeclaredShape) {
+  EXPECT_EQ(model_.device->memberCount("interfaces"), 8u);
+  EXPECT_EQ(model_.device->memberCount("neighbors"), 2u);
+  EXPECT_EQ(model_.device->memberCount("routes"), 8u);
+  Vek::Ptr<Vek::Entity> eth3 = model_.device->entity("interfaces", Vek::genericIfOf("eth3"));
+  ASSERT_TRUE(eth3);
+  EXPECT_EQ(eth3->value<unsigned>("mtu"), 9000u);
+  EXPECT_EQ(eth3->memberCount("addresses"), 1u);
+  Vek::Ptr<Vek::Entity> nbr1 = model_.device->entity("neighbors", Vek::genericIfOf("nbr1"));
+  ASSERT_TRUE(nbr1);
+  EXPECT_EQ(nbr1->entity("interface")->name().stdString(), "eth4");
+  EXPECT_EQ(model_.devices->child("dev1").ptr(), model_.device.ptr());
+}
+
+TEST_F(AgentModel, StateAttributesRefuseClientWritesButNotTheDevice) {
+  Vek::Ptr<Vek::Entity> eth0 = model_.device->entity("interfaces", Vek::genericIfOf("eth0"));
+  try {
+    eth0->valueIs("operStatus", 2);
+    FAIL() << "a state attribute accepted a write from outside the device";
+  } catch (const Vek::Exception& e) {
+    EXPECT_STREQ(e.what(), "operStatus is state, written by the device only");
+  }
+  EXPECT_EQ(eth0->value<int>("operStatus"), 1);
+  {
+    const DeviceWrite write;
+    eth0->valueIs("operStatus", 2);
+  }
+  EXPECT_EQ(eth0->value<int>("operStatus"), 2);
+  eth0->valueIs("mtu", 4000u);  // config
+  EXPECT_EQ(eth0->value<unsigned>("mtu"), 4000u);
+  const DemoTypes& t = demoTypes();
+  EXPECT_TRUE(isStateAttribute(*t.interface->attr("counters")));
+  EXPECT_TRUE(isStateAttribute(*t.interface->attr("name")));
+  EXPECT_TRUE(isStateAttribute(*t.device->attr("neighbors")));
+  EXPECT_FALSE(isStateAttribute(*t.interface->attr("description")));
+  EXPECT_FALSE(isStateAttribute(*t.device->attr("routes")));
+}
+
+TEST_F(AgentModel, ChurnMakesTheRequestedNumberOfChangesOfEveryKind) {
+  ChurnSimulator churn(model_, 1000.0, 7);
+  EXPECT_EQ(churn.advance(0.0005), 0u);
+  EXPECT_EQ(churn.advance(2.0), 2000u);
+  EXPECT_EQ(churn.counterChanges() + churn.statusFlaps() + churn.recreations(), 2000u);
+  EXPECT_GT(churn.statusFlaps(), 0u);
+  EXPECT_GT(churn.recreations(), 0u);
+  EXPECT_EQ(model_.device->memberCount("interfaces"), 8u);
+}
+
+TEST_F(AgentModel, RecreatedInterfaceIsANewEntityAndItsNeighbourFollows) {
+  ChurnSimulator churn(model_, 1.0);
+  Vek::Ptr<Vek::Entity> before = model_.device->entity("interfaces", Vek::genericIfOf("eth4"));
+  churn.recreate(4);
+  Vek::Ptr<Vek::Entity> after = model_.device->entity("interfaces", Vek::genericIfOf("eth4"));
+  ASSERT_TRUE(after);
+  EXPECT_NE(before.ptr(), after.ptr());
+  EXPECT_TRUE(before->isOrphan());
+  Vek::Ptr<Vek::Entity> nbr1 = model_.device->entity("neighbors", Vek::genericIfOf("nbr1"));
+  EXPECT_EQ(nbr1->entity("interface").ptr(), after.ptr());
+}
+
+TEST_F(AgentModel, CountersAdvance) {
+  ChurnSimulator churn(model_, 1.0);
+  Vek::Ptr<Vek::Entity> eth2 = model_.device->entity("interfaces", Vek::genericIfOf("eth2"));
+  const Vek::VekAttr counters = demoTypes().interface->attr("counters");
+  const uint64_t before = counters.genericIfGet(eth2)->value<unsigned long long>("inPkts");
+  churn.advanceCounters(2);
+  EXPECT_GT(counters.genericIfGet(eth2)->value<unsigned long long>("inPkts"), before);
+}
+
+TEST_F(AgentModel, LeafLookupFindsTheRuntimeTypeOfPublishedLeaves) {
+  const DemoTypes& t = demoTypes();
+  const gnmi::Path eth0 = P("/devices/dev1/interfaces[name=eth0]");
+  EXPECT_EQ(schema_.entityTypeAt(eth0), t.interface);
+  EXPECT_EQ(schema_.entityTypeAt(P("/devices/dev1")), t.device);
+  EXPECT_EQ(schema_.entityTypeAt(P("/devices/dev1/system")), t.system);
+  EXPECT_FALSE(schema_.entityTypeAt(P("/devices")));
+  EXPECT_FALSE(schema_.entityTypeAt(P("/devices/dev9")));
+  EXPECT_FALSE(schema_.entityTypeAt(P("/devices/dev1/routes[routesKey=10.0.0.0/31]")));
+
+  const LeafInfo* mtu = schema_.leafOf(eth0, P("mtu"));
+  ASSERT_TRUE(mtu);
+  EXPECT_EQ(mtu->kind, LeafKind::Value);
+  EXPECT_EQ(mtu->type->builtinCode(), Vek::BuiltinCode::UnsignedInt);
+  EXPECT_FALSE(mtu->state);
+
+  const LeafInfo* inPkts = schema_.leafOf(eth0, P("counters/inPkts"));
+  ASSERT_TRUE(inPkts);
+  EXPECT_EQ(inPkts->type->builtinCode(), Vek::BuiltinCode::UnsignedLongLong);
+  EXPECT_TRUE(inPkts->state);
+
+  const LeafInfo* status = schema_.leafOf(eth0, P("operStatus"));
+  ASSERT_TRUE(status);
+  EXPECT_EQ(status->type, t.operStatus);
+
+  const LeafInfo* name = schema_.leafOf(eth0, P("name"));
+  ASSERT_TRUE(name);
+  EXPECT_TRUE(name->state);
+
+  const LeafInfo* prefixLength =
+      schema_.leafOf(eth0, P("addresses[addressesKey=10.0.0.0]/prefixLength"));
+  ASSERT_TRUE(prefixLength);
+  EXPECT_EQ(prefixLength->type->builtinCode(), Vek::BuiltinCode::UnsignedChar);
+  const LeafInfo* addressKey = schema_.leafOf(eth0, P("addresses[addressesKey=10.0.0.0]/addressesKey"));
+  ASSERT_TRUE(addressKey);
+  EXPECT_EQ(addressKey->kind, LeafKind::Key);
+  EXPECT_EQ(addressKey->type, t.ipv4);
+
+  const gnmi::Path dev = P("/devices/dev1");
+  const LeafInfo* protocol = schema_.leafOf(dev, P("routes[routesKey=10.0.0.0/31]/protocol"));
+  ASSERT_TRUE(protocol);
+  EXPECT_EQ(protocol->type, t.routeProtocol);
+  const LeafInfo* routeKey = schema_.leafOf(dev, P("routes[prefix=10.0.0.0/31]/prefix"));
+  ASSERT_TRUE(routeKey);
+  EXPECT_EQ(routeKey->kind, LeafKind::Key);
+  EXPECT_EQ(routeKey->type, t.ipv4Prefix);
+
+  const LeafInfo* ptr = schema_.leafOf(P("/devices/dev1/neighbors[name=nbr0]"), P("interface_ptr"));
+  ASSERT_TRUE(ptr);
+  EXPECT_EQ(ptr->kind, LeafKind::Pointer);
+  EXPECT_TRUE(ptr->state);
+
+  const LeafInfo* motd = schema_.leafOf(P("/devices/dev1/system"), P("motd"));
+  ASSERT_TRUE(motd);
+  EXPECT_EQ(motd->kind, LeafKind::JsonText);
+  const LeafInfo* cpu = schema_.leafOf(P("/devices/dev1/system"), P("cpuLoad"));
+  ASSERT_TRUE(cpu);
+  EXPECT_EQ(cpu->type->builtinCode(), Vek::BuiltinCode::Double);
+
+  EXPECT_FALSE(schema_.leafOf(eth0, P("counters")));        // a value with fields
+  EXPECT_FALSE(schema_.leafOf(eth0, P("mtu/x")));           // below a leaf
+  EXPECT_FALSE(schema_.leafOf(eth0, P("nosuch")));
+  EXPECT_FALSE(schema_.leafOf(P("/nowhere"), P("mtu")));
+}
+
+TEST_F(AgentModel, LeafLookupIgnoresKeyValues) {
+  const LeafInfo* a = schema_.leafOf(P("/devices/dev1/interfaces[name=eth0]"), P("speed"));
+  const LeafInfo* b = schema_.leafOf(P("/devices/dev1/interfaces[name=eth7]"), P("speed"));
+  ASSERT_TRUE(a);
+  EXPECT_EQ(a, b);  // one cached entry
+  EXPECT_EQ(a->type->builtinCode(), Vek::BuiltinCode::Double);
+}
+
+TEST_F(AgentModel, MemberElementsFollowTheWalkersNaming) {
+  const DemoTypes& t = demoTypes();
+  EXPECT_EQ(Ostrel::pathElemToStr(memberElement(*t.device->attr("interfaces"), *Vek::genericIfOf("eth0"))),
+            "interfaces[name=eth0]");
+  Vek::Ptr<Vek::GenericIf> prefix = t.ipv4Prefix.genericIf("10.0.0.0/31", true);
+  EXPECT_EQ(Ostrel::pathElemToStr(memberElement(*t.device->attr("routes"), *prefix)),
+            "routes[routesKey=10.0.0.0/31]");
+}
+
+TEST_F(AgentModel, RootCoversEveryEntityUnderTheDirectories) {
+  Resolution r;
+  ASSERT_TRUE(resolve("/", r).ok());
+  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1"});
+  EXPECT_FALSE(r.absent);
+  ASSERT_TRUE(resolve("/devices", r).ok());
+  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1"});
+  ASSERT_TRUE(resolve("/...", r).ok());
+  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1"});
+  ASSERT_TRUE(resolve("/*/*", r).ok());
+  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1"});
+}
+
+TEST_F(AgentModel, MemberPathCoversTheMemberAndWatchesItsOwner) {
+  Resolution r;
+  ASSERT_TRUE(resolve("/devices/dev1/interfaces[name=eth2]/mtu", r).ok());
+  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1/interfaces[name=eth2]"});
+  EXPECT_EQ(paths(r.watch), std::vector<std::string>{"/devices/dev1"});
+  EXPECT_FALSE(r.absent);
+}
+
+TEST_F(AgentModel, WildcardKeyCoversEveryMember) {
+  Resolution r;
+  ASSERT_TRUE(resolve("/devices/dev1/interfaces[name=*]/counters", r).ok());
+  EXPECT_EQ(r.cover.size(), 8u);
+  EXPECT_EQ(VekGnmi::pathString(r.cover[0].path), "/devices/dev1/interfaces[name=eth0]");
+  EXPECT_EQ(paths(r.watch), std::vector<std::string>{"/devices/dev1"});
+  ASSERT_TRUE(resolve("/devices/dev1/interfaces", r).ok());  // a collection: every member
+  EXPECT_EQ(r.cover.size(), 8u);
+}
+
+TEST_F(AgentModel, ValuePathsCoverTheEntityThatHoldsThem) {
+  Resolution r;
+  ASSERT_TRUE(resolve("/devices/dev1/routes[prefix=10.0.0.2/31]/metric", r).ok());
+  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1"});
+  EXPECT_FALSE(r.absent);
+  ASSERT_TRUE(resolve("/devices/dev1/system/cpuLoad", r).ok());
+  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1/system"});
+  ASSERT_TRUE(resolve("/devices/dev1/*", r).ok());
+  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1"});
+  ASSERT_TRUE(resolve("/devices/dev1/neighbors[name=nbr1]/interface_ptr", r).ok());
+  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1/neighbors[name=nbr1]"});
+}
+
+TEST_F(AgentModel, AbsentMembersAreNotErrors) {
+  Resolution r;
+  ASSERT_TRUE(resolve("/devices/dev1/interfaces[name=eth99]/mtu", r).ok());
+  EXPECT_TRUE(r.absent);
+  EXPECT_TRUE(r.cover.empty());
+  EXPECT_EQ(paths(r.watch), std::vector<std::string>{"/devices/dev1"});
+  ASSERT_TRUE(resolve("/devices/dev1/routes[prefix=192.168.0.0/24]", r).ok());
+  EXPECT_TRUE(r.absent);
+}
+
+TEST_F(AgentModel, UnknownElementsAreNotFound) {
+  Resolution r;
+  grpc::Status s = resolve("/devices/dev2", r);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
+  EXPECT_EQ(s.error_message(), "no element 'dev2' under /devices");
+  s = resolve("/devices/dev1/interfaces[name=eth0]/mtux", r);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
+  EXPECT_EQ(s.error_message(),
+            "Demo::Interface has no element 'mtux' (below /devices/dev1/interfaces[name=eth0])");
+  s = resolve("/devices/dev1/interfaces[name=eth99]/mtux", r);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
+  s = resolve("/devices/dev1/interfaces[name=eth0]/mtu/deeper", r);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
+  EXPECT_NE(s.error_message().find("'mtu' is a leaf"), std::string::npos);
+}
+
+TEST_F(AgentModel, MalformedPathsAreInvalidArguments) {
+  Resolution r;
+  grpc::Status s = resolve("/devices[x=1]/dev1", r);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  s = resolve("/devices/dev1/routes[prefix=bogus]", r);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_NE(s.error_message().find("'bogus' is not a valid key"), std::string::npos);
+  s = resolve("/devices/dev1/interfaces[name=eth0][mtu=1]", r);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  s = resolve("/devices/dev1/system[k=v]/hostname", r);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+}
+
+TEST_F(AgentModel, OriginsAndJoining) {
+  gnmi::Path p = P("/a");
+  EXPECT_TRUE(checkOrigin(p, "path").ok());
+  p.set_origin("openconfig");
+  EXPECT_TRUE(checkOrigin(p, "path").ok());
+  p.set_origin("cli");
+  const grpc::Status s = checkOrigin(p, "the prefix");
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(s.error_message(),
+            "the prefix has origin 'cli'; this target serves origin \"\" and \"openconfig\" only");
+  gnmi::Path prefix = P("/devices/dev1");
+  prefix.set_target("t");
+  const gnmi::Path joined = joinRequestPath(prefix, P("system/hostname"));
+  EXPECT_EQ(VekGnmi::pathString(joined), "/devices/dev1/system/hostname");
+  EXPECT_EQ(joined.target(), "t");
+}
+
+TEST(PathFilterTest, PrefixesAndUpdates) {
+  const PathFilter f(P("/devices/dev1/interfaces[name=eth0]/counters"));
+  EXPECT_EQ(f.matchPrefix(P("/devices/dev1")), PathFilter::PrefixMatch::Partial);
+  EXPECT_EQ(f.matchPrefix(P("/devices/dev1/interfaces[name=eth0]")), PathFilter::PrefixMatch::Partial);
+  EXPECT_EQ(f.matchPrefix(P("/devices/dev1/interfaces[name=eth1]")), PathFilter::PrefixMatch::None);
+  EXPECT_EQ(f.matchPrefix(P("/devices/dev1/system")), PathFilter::PrefixMatch::None);
+  const gnmi::Path eth0 = P("/devices/dev1/interfaces[name=eth0]");
+  EXPECT_TRUE(f.matchUpdate(eth0, P("counters/inPkts")));
+  EXPECT_FALSE(f.matchUpdate(eth0, P("mtu")));
+  EXPECT_FALSE(f.matchUpdate(eth0, P("countersX/inPkts")));
+  const PathFilter all(P("/devices"));
+  EXPECT_EQ(all.matchPrefix(eth0), PathFilter::PrefixMatch::All);
+  EXPECT_EQ(PathFilter(gnmi::Path()).matchPrefix(eth0), PathFilter::PrefixMatch::All);
+}
+
+TEST(PathFilterTest, WildcardsAndKeyNames) {
+  const PathFilter f(P("/devices/*/interfaces[name=*]/mtu"));
+  EXPECT_TRUE(f.matchUpdate(P("/devices/dev1/interfaces[name=eth5]"), P("mtu")));
+  EXPECT_FALSE(f.matchUpdate(P("/devices/dev1/interfaces[name=eth5]"), P("enabled")));
+  // One requested key matches one published key of another name by value.
+  const PathFilter byValue(P("/devices/dev1/routes[prefix=10.0.0.0/31]"));
+  EXPECT_TRUE(byValue.matchUpdate(P("/devices/dev1"), P("routes[routesKey=10.0.0.0/31]/metric")));
+  EXPECT_FALSE(byValue.matchUpdate(P("/devices/dev1"), P("routes[routesKey=10.0.0.2/31]/metric")));
+  const PathFilter deep(P("/.../counters/inPkts"));
+  EXPECT_TRUE(deep.matchUpdate(P("/devices/dev1/interfaces[name=eth5]"), P("counters/inPkts")));
+  EXPECT_FALSE(deep.matchUpdate(P("/devices/dev1/interfaces[name=eth5]"), P("counters/outPkts")));
+  EXPECT_EQ(deep.matchPrefix(P("/devices/dev1")), PathFilter::PrefixMatch::Partial);
+  EXPECT_TRUE(PathFilter(P("/devices/...")).matchUpdate(P("/devices/dev1"), P("x")));
+}
+
+TEST(PathFilterTest, DeletesOfWhatHoldsThePathPass) {
+  const PathFilter f(P("/devices/dev1/interfaces[name=eth3]/mtu"));
+  EXPECT_TRUE(f.matchDelete(P("/devices/dev1"), P("interfaces[name=eth3]")));
+  EXPECT_FALSE(f.matchDelete(P("/devices/dev1"), P("interfaces[name=eth4]")));
+  EXPECT_FALSE(f.matchUpdate(P("/devices/dev1"), P("interfaces[name=eth3]")));
+}
+
+TEST(PathFilterTest, ElementMatching) {
+  EXPECT_TRUE(elemMatches(P("a[k=1]").elem(0), P("a[k=1][j=2]").elem(0)));
+  EXPECT_FALSE(elemMatches(P("a[k=1]").elem(0), P("a").elem(0)));
+  EXPECT_TRUE(elemMatches(P("a[k=*]").elem(0), P("a").elem(0)));
+  EXPECT_TRUE(elemMatches(P("a").elem(0), P("a[k=1]").elem(0)));
+  EXPECT_FALSE(elemMatches(P("a[k=1][j=2]").elem(0), P("a[x=1][y=2]").elem(0)));
+}
+
+}  // namespace

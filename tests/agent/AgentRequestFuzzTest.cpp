@@ -1,0 +1,162 @@
+// Thousands of randomly mutated but well-formed gNMI requests against the
+// agent over a real channel: every one gets a status within its deadline,
+// the agent keeps serving, and the model is as it was.
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "AgentFixture.h"
+#include "DemoModel.h"
+
+namespace {
+
+using namespace VekGnmiTest;
+
+class RequestFuzzer {
+ public:
+  explicit RequestFuzzer(uint64_t seed) : random_(seed) {}
+
+  gnmi::Path path() {
+    static const char* const names[] = {"devices", "dev1",   "interfaces", "system", "mtu",  "counters",
+                                        "inPkts",  "routes", "neighbors",  "*",      "...",  "nosuch",
+                                        "",        "name",   "interface_ptr", "addresses", "motd", "routesValue"};
+    static const char* const keys[] = {"name", "prefix", "addressesKey", "x", ""};
+    static const char* const values[] = {"eth0", "eth1", "*", "10.0.0.0/31", "10.0.0.0", "bogus", "", "eth99",
+                                         "nbr0", "]", "a/b"};
+    gnmi::Path p;
+    const int n = pick(7);
+    for (int i = 0; i < n; ++i) {
+      gnmi::PathElem* e = p.add_elem();
+      e->set_name(names[pick(std::size(names))]);
+      const int k = pick(4) == 0 ? pick(3) : 0;
+      for (int j = 0; j < k; ++j) (*e->mutable_key())[keys[pick(std::size(keys))]] = values[pick(std::size(values))];
+    }
+    if (pick(20) == 0) p.set_origin(pick(2) ? "openconfig" : "cli");
+    if (pick(10) == 0) p.set_target("t");
+    return p;
+  }
+
+  gnmi::TypedValue value() {
+    gnmi::TypedValue v;
+    switch (pick(9)) {
+      case 0: v.set_json_val(std::to_string(static_cast<int64_t>(random_()))); break;
+      case 1: v.set_json_ietf_val("\"" + std::to_string(random_()) + "\""); break;
+      case 2: v.set_json_val(pick(2) ? "{\"a\":1}" : "{"); break;
+      case 3: v.set_uint_val(random_()); break;
+      case 4: v.set_int_val(static_cast<int64_t>(random_())); break;
+      case 5: v.set_string_val("s"); break;
+      case 6: v.set_bool_val(true); break;
+      case 7: v.set_double_val(1.5); break;
+      default: break;  // no value
+    }
+    return v;
+  }
+
+  int encoding() { return pick(8) == 0 ? static_cast<int>(pick(7)) : static_cast<int>(gnmi::JSON); }
+
+  gnmi::GetRequest get() {
+    gnmi::GetRequest r;
+    if (pick(2)) *r.mutable_prefix() = path();
+    for (int i = pick(3); i > 0; --i) *r.add_path() = path();
+    r.set_type(static_cast<gnmi::GetRequest::DataType>(pick(5)));
+    r.set_encoding(static_cast<gnmi::Encoding>(encoding()));
+    return r;
+  }
+
+  gnmi::SetRequest set() {
+    gnmi::SetRequest r;
+    if (pick(2)) *r.mutable_prefix() = path();
+    for (int i = pick(3); i > 0; --i) {
+      gnmi::Update* u = pick(2) ? r.add_update() : r.add_replace();
+      *u->mutable_path() = path();
+      *u->mutable_val() = value();
+    }
+    if (pick(6) == 0) *r.add_delete_() = path();
+    if (pick(12) == 0) *r.add_union_replace()->mutable_path() = path();
+    return r;
+  }
+
+  gnmi::SubscribeRequest subscribe() {
+    gnmi::SubscribeRequest r;
+    if (pick(10) == 0) {
+      r.mutable_poll();
+      return r;
+    }
+    gnmi::SubscriptionList* list = r.mutable_subscribe();
+    if (pick(2)) *list->mutable_prefix() = path();
+    list->set_mode(static_cast<gnmi::SubscriptionList::Mode>(pick(4)));
+    list->set_encoding(static_cast<gnmi::Encoding>(encoding()));
+    for (int i = pick(3); i > 0; --i) {
+      gnmi::Subscription* s = list->add_subscription();
+      *s->mutable_path() = path();
+      s->set_mode(static_cast<gnmi::SubscriptionMode>(pick(4)));
+      s->set_sample_interval(pick(3) == 0 ? random_() % 1000000000 : 0);
+      s->set_heartbeat_interval(pick(5) == 0 ? random_() % 1000000000 : 0);
+    }
+    return r;
+  }
+
+ private:
+  int pick(size_t n) { return static_cast<int>(random_() % n); }
+  std::mt19937_64 random_;
+};
+
+TEST(AgentRequestFuzz, EveryRequestGetsAStatusAndTheAgentStaysUp) {
+  AgentFixture fixture(VekGnmi::Server::AgentOptions{}, [](VekGnmi::Server::MessageRouter&) {
+    return VekGnmi::Server::makeUnlinkedLibraryBridge();
+  });
+  auto state = [&] {
+    return fixture.agent().loop().call([&] {
+      VekGnmi::Server::DemoModel& m = fixture.agent().model();
+      auto eth0 = m.device->entity("interfaces", Vek::genericIfOf("eth0"));
+      return std::make_tuple(m.device->memberCount("interfaces"), m.device->memberCount("routes"),
+                             eth0->value<unsigned>("mtu"), eth0->value<Vek::String>("description").stdString());
+    });
+  };
+  const auto before = state();
+  RequestFuzzer fuzz(20260101);
+  std::map<int, int> codes;
+  for (int i = 0; i < 3000; ++i) {
+    grpc::ClientContext context;
+    withDeadline(context, 5);
+    grpc::Status status;
+    switch (i % 3) {
+      case 0: {
+        gnmi::GetResponse response;
+        status = fixture.stub().Get(&context, fuzz.get(), &response);
+        break;
+      }
+      case 1: {
+        gnmi::SetResponse response;
+        status = fixture.stub().Set(&context, fuzz.set(), &response);
+        break;
+      }
+      default: {
+        auto stream = fixture.stub().Subscribe(&context);
+        stream->Write(fuzz.subscribe());
+        gnmi::SubscribeResponse response;
+        while (stream->Read(&response)) {
+        }
+        status = stream->Finish();
+        break;
+      }
+    }
+    ASSERT_NE(status.error_code(), grpc::StatusCode::DEADLINE_EXCEEDED) << "request " << i << " got no answer";
+    ASSERT_NE(status.error_code(), grpc::StatusCode::UNAVAILABLE) << "request " << i << ": " << status.error_message();
+    ASSERT_NE(status.error_code(), grpc::StatusCode::INTERNAL) << "request " << i << ": " << status.error_message();
+    ASSERT_FALSE(status.error_message().empty() && !status.ok()) << "request " << i << " has no message";
+    ++codes[status.error_code()];
+  }
+  // The mix reaches every kind of answer the validation gives.
+  EXPECT_GT(codes[grpc::StatusCode::INVALID_ARGUMENT], 0);
+  EXPECT_GT(codes[grpc::StatusCode::NOT_FOUND], 0);
+  EXPECT_GT(codes[grpc::StatusCode::UNIMPLEMENTED], 0);
+  EXPECT_GT(codes[grpc::StatusCode::OK], 0);  // Sets with nothing to do
+  EXPECT_EQ(state(), before);
+  grpc::ClientContext context;
+  withDeadline(context);
+  gnmi::CapabilityResponse caps;
+  EXPECT_TRUE(fixture.stub().Capabilities(&context, gnmi::CapabilityRequest(), &caps).ok());
+}
+
+}  // namespace

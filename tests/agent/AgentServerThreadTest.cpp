@@ -1,0 +1,282 @@
+// vekgnmid over a real gRPC channel on a loopback port, as built: the
+// library's sync core and Set driver are not linked, so these tests check
+// everything the agent answers itself: Capabilities, and the exact statuses
+// of Get, Set and Subscribe requests, which are validated before the library
+// would be asked; then shutdown with streams open.
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "AgentFixture.h"
+#include "ClientCommands.h"
+
+namespace {
+
+using namespace VekGnmiTest;
+using VekGnmi::Server::AgentOptions;
+
+class AgentServerTest : public ::testing::Test {
+ protected:
+  AgentServerTest()
+      : fixture_(AgentOptions{}, [](VekGnmi::Server::MessageRouter&) {
+          return VekGnmi::Server::makeUnlinkedLibraryBridge();
+        }) {}
+
+  grpc::Status get(const gnmi::GetRequest& request, gnmi::GetResponse* response = nullptr) {
+    grpc::ClientContext context;
+    withDeadline(context);
+    gnmi::GetResponse ignored;
+    return fixture_.stub().Get(&context, request, response ? response : &ignored);
+  }
+  grpc::Status set(const gnmi::SetRequest& request, gnmi::SetResponse* response = nullptr) {
+    grpc::ClientContext context;
+    withDeadline(context);
+    gnmi::SetResponse ignored;
+    return fixture_.stub().Set(&context, request, response ? response : &ignored);
+  }
+  // Sends one request on a new Subscribe stream and returns how it ended.
+  grpc::Status subscribeOnce(const gnmi::SubscribeRequest& request) {
+    grpc::ClientContext context;
+    withDeadline(context);
+    auto stream = fixture_.stub().Subscribe(&context);
+    stream->Write(request);
+    gnmi::SubscribeResponse response;
+    while (stream->Read(&response)) {
+    }
+    return stream->Finish();
+  }
+
+  AgentFixture fixture_;
+};
+
+void expectStatus(const grpc::Status& status, grpc::StatusCode code, const std::string& message) {
+  EXPECT_EQ(status.error_code(), code) << status.error_message();
+  EXPECT_EQ(status.error_message(), message);
+}
+
+TEST_F(AgentServerTest, CapabilitiesListVersionModelsAndEncodings) {
+  grpc::ClientContext context;
+  withDeadline(context);
+  gnmi::CapabilityResponse response;
+  ASSERT_TRUE(fixture_.stub().Capabilities(&context, gnmi::CapabilityRequest(), &response).ok());
+  EXPECT_EQ(response.gnmi_version(), "0.10.0");
+  ASSERT_EQ(response.supported_models_size(), 1);
+  EXPECT_EQ(response.supported_models(0).name(), "Demo");
+  EXPECT_EQ(response.supported_models(0).organization(), "libVekTypeDecoder");
+  ASSERT_EQ(response.supported_encodings_size(), 3);
+  EXPECT_EQ(response.supported_encodings(0), gnmi::JSON);
+  EXPECT_EQ(response.supported_encodings(1), gnmi::JSON_IETF);
+  EXPECT_EQ(response.supported_encodings(2), gnmi::PROTO);
+}
+
+TEST_F(AgentServerTest, GetStatuses) {
+  gnmi::GetRequest r;
+  *r.add_path() = P("/devices/dev1/nosuch");
+  expectStatus(get(r), grpc::StatusCode::NOT_FOUND,
+               "Demo::Device has no element 'nosuch' (below /devices/dev1)");
+  r.clear_path();
+  *r.add_path() = P("/devices/dev1/interfaces[name=eth99]");
+  expectStatus(get(r), grpc::StatusCode::NOT_FOUND,
+               "nothing exists at /devices/dev1/interfaces[name=eth99]");
+  r.clear_path();
+  *r.add_path() = P("/devices/dev1/routes[prefix=x]");
+  EXPECT_EQ(get(r).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  r.set_encoding(gnmi::ASCII);
+  expectStatus(get(r), grpc::StatusCode::UNIMPLEMENTED,
+               "encoding ASCII is not supported; use JSON, JSON_IETF or PROTO");
+  r.set_encoding(gnmi::JSON);
+  r.set_type(static_cast<gnmi::GetRequest::DataType>(9));
+  expectStatus(get(r), grpc::StatusCode::INVALID_ARGUMENT, "unknown data type 9");
+  gnmi::GetRequest origin;
+  *origin.add_path() = P("/devices");
+  origin.mutable_path(0)->set_origin("cli");
+  EXPECT_EQ(get(origin).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  gnmi::GetRequest valid;
+  *valid.add_path() = P("/devices/dev1/interfaces[name=eth0]/mtu");
+  expectStatus(get(valid), grpc::StatusCode::UNIMPLEMENTED,
+               "this build of the agent does not link the library's sync core (Get and Subscribe)");
+}
+
+TEST_F(AgentServerTest, SetStatuses) {
+  gnmi::SetRequest deletes;
+  *deletes.add_delete_() = P("/devices/dev1/interfaces[name=eth0]/description");
+  expectStatus(set(deletes), grpc::StatusCode::UNIMPLEMENTED,
+               "this target does not apply deletes; nothing was changed");
+  gnmi::SetRequest unionReplace;
+  gnmi::Update* u = unionReplace.add_union_replace();
+  *u->mutable_path() = P("/devices/dev1/system/hostname");
+  EXPECT_EQ(set(unionReplace).error_code(), grpc::StatusCode::UNIMPLEMENTED);
+
+  gnmi::SetRequest bad;
+  u = bad.add_update();
+  *u->mutable_path() = P("/devices/dev1/interfaces[name=eth0]/mtu");
+  u->mutable_val()->set_json_val("\"large\"");
+  expectStatus(set(bad), grpc::StatusCode::INVALID_ARGUMENT,
+               "update 0: /devices/dev1/interfaces[name=eth0]/mtu: \"large\" is not an integer");
+  u->mutable_val()->set_json_ietf_val("{");
+  EXPECT_EQ(set(bad).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  *u->mutable_path() = P("/devices/dev1/interfaces[name=eth77]/mtu");
+  u->mutable_val()->set_json_val("1500");
+  expectStatus(set(bad), grpc::StatusCode::NOT_FOUND,
+               "update 0: interfaces[name=eth77] does not exist under /devices/dev1");
+
+  gnmi::SetRequest empty;
+  gnmi::SetResponse response;
+  ASSERT_TRUE(set(empty, &response).ok());
+  EXPECT_GT(response.timestamp(), 0);
+  EXPECT_EQ(response.response_size(), 0);
+
+  gnmi::SetRequest valid;
+  u = valid.add_update();
+  *u->mutable_path() = P("/devices/dev1/interfaces[name=eth0]/mtu");
+  u->mutable_val()->set_json_val("9000");
+  expectStatus(set(valid), grpc::StatusCode::UNIMPLEMENTED,
+               "this build of the agent does not link the library's Set driver");
+}
+
+TEST_F(AgentServerTest, SubscribeStatuses) {
+  gnmi::SubscribeRequest poll;
+  poll.mutable_poll();
+  expectStatus(subscribeOnce(poll), grpc::StatusCode::INVALID_ARGUMENT,
+               "the first message of a Subscribe must be a SubscriptionList, not a Poll");
+  gnmi::SubscribeRequest r;
+  gnmi::Subscription* s = r.mutable_subscribe()->add_subscription();
+  *s->mutable_path() = P("/devices/dev1/interfaces[name=eth0]");
+  s->set_mode(gnmi::SAMPLE);
+  s->set_sample_interval(10);
+  expectStatus(subscribeOnce(r), grpc::StatusCode::INVALID_ARGUMENT,
+               "subscription 0: sample_interval 10ns is below the lowest this target supports (100ms)");
+  s->set_mode(gnmi::TARGET_DEFINED);
+  r.mutable_subscribe()->set_encoding(gnmi::BYTES);
+  EXPECT_EQ(subscribeOnce(r).error_code(), grpc::StatusCode::UNIMPLEMENTED);
+  r.mutable_subscribe()->set_encoding(gnmi::JSON);
+  *s->mutable_path() = P("/devices/dev1/nosuch");
+  EXPECT_EQ(subscribeOnce(r).error_code(), grpc::StatusCode::NOT_FOUND);
+  // A valid path with nothing under it now is not an error.
+  *s->mutable_path() = P("/devices/dev1/interfaces[name=eth99]");
+  expectStatus(subscribeOnce(r), grpc::StatusCode::UNIMPLEMENTED,
+               "this build of the agent does not link the library's sync core (Get and Subscribe)");
+}
+
+TEST_F(AgentServerTest, AStreamClosedWithoutASubscriptionListIsAnInvalidArgument) {
+  grpc::ClientContext context;
+  withDeadline(context);
+  auto stream = fixture_.stub().Subscribe(&context);
+  stream->WritesDone();
+  gnmi::SubscribeResponse response;
+  EXPECT_FALSE(stream->Read(&response));
+  expectStatus(stream->Finish(), grpc::StatusCode::INVALID_ARGUMENT,
+               "the client closed the stream without sending a SubscriptionList");
+}
+
+TEST_F(AgentServerTest, BadRequestsDoNotDisturbOtherClients) {
+  std::vector<std::thread> threads;
+  std::atomic<int> capabilitiesOk{0};
+  for (int t = 0; t < 8; ++t) {
+    threads.emplace_back([&, t] {
+      auto stub = fixture_.newStub();
+      for (int i = 0; i < 20; ++i) {
+        grpc::ClientContext context;
+        withDeadline(context);
+        if (t % 2 == 0) {
+          gnmi::GetRequest r;
+          *r.add_path() = P("/devices/dev1/nosuch" + std::to_string(i));
+          gnmi::GetResponse response;
+          EXPECT_EQ(stub->Get(&context, r, &response).error_code(), grpc::StatusCode::NOT_FOUND);
+        } else {
+          gnmi::CapabilityResponse response;
+          if (stub->Capabilities(&context, gnmi::CapabilityRequest(), &response).ok()) ++capabilitiesOk;
+        }
+      }
+    });
+  }
+  for (std::thread& t : threads) t.join();
+  EXPECT_EQ(capabilitiesOk.load(), 80);
+}
+
+TEST_F(AgentServerTest, ShutdownEndsOpenStreamsWithAStatus) {
+  // Streams that sent nothing yet stay open until the agent stops.
+  std::vector<std::unique_ptr<grpc::ClientContext>> contexts;
+  std::vector<std::unique_ptr<grpc::ClientReaderWriter<gnmi::SubscribeRequest, gnmi::SubscribeResponse>>>
+      streams;
+  for (int i = 0; i < 3; ++i) {
+    contexts.push_back(std::make_unique<grpc::ClientContext>());
+    withDeadline(*contexts.back());
+    streams.push_back(fixture_.stub().Subscribe(contexts.back().get()));
+  }
+  // Let the server see the streams before it stops.
+  for (int i = 0; i < 400; ++i) {
+    if (fixture_.agent().loop().call([&] { return fixture_.agent().openStreamCount(); }) == 3) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  ASSERT_EQ(fixture_.agent().loop().call([&] { return fixture_.agent().openStreamCount(); }), 3u);
+  fixture_.stop();
+  for (auto& stream : streams) {
+    gnmi::SubscribeResponse response;
+    EXPECT_FALSE(stream->Read(&response));
+    const grpc::Status status = stream->Finish();
+    EXPECT_EQ(status.error_code(), grpc::StatusCode::UNAVAILABLE) << status.error_message();
+    EXPECT_EQ(status.error_message(), "the agent is shutting down");
+  }
+}
+
+TEST_F(AgentServerTest, ClientPrintsCapabilitiesAndErrors) {
+  std::ostringstream out;
+  std::ostringstream err;
+  EXPECT_EQ(VekGnmi::Client::runClient({"--address", fixture_.address(), "capabilities"}, out, err), 0);
+  EXPECT_EQ(out.str(),
+            R"({"gNMI_version":"0.10.0","supported_encodings":["JSON","JSON_IETF","PROTO"],)"
+            R"("supported_models":[{"name":"Demo","organization":"libVekTypeDecoder","version":"1.0.0"}]})"
+            "\n");
+  std::ostringstream out2;
+  std::ostringstream err2;
+  EXPECT_EQ(VekGnmi::Client::runClient(
+                {"-a", fixture_.address(), "get", "--path", "/devices/dev1/interfaces[name=eth0]/mtux"},
+                out2, err2),
+            1);
+  EXPECT_EQ(err2.str(),
+            "error: NOT_FOUND (5): Demo::Interface has no element 'mtux' (below "
+            "/devices/dev1/interfaces[name=eth0])\n");
+  std::ostringstream out3;
+  std::ostringstream err3;
+  EXPECT_EQ(VekGnmi::Client::runClient({"-a", fixture_.address(), "set", "--delete", "/devices/dev1"},
+                                       out3, err3),
+            1);
+  EXPECT_EQ(err3.str(), "error: UNIMPLEMENTED (12): this target does not apply deletes; nothing was changed\n");
+  std::ostringstream out4;
+  std::ostringstream err4;
+  EXPECT_EQ(VekGnmi::Client::runClient({"-a", fixture_.address(), "subscribe", "--mode", "once",
+                                        "--encoding", "ascii"},
+                                       out4, err4),
+            1);
+  EXPECT_EQ(err4.str(),
+            "error: UNIMPLEMENTED (12): encoding ASCII is not supported; use JSON, JSON_IETF or PROTO\n");
+}
+
+TEST(ClientUsage, UsageErrorsExitWithTwo) {
+  std::ostringstream out;
+  std::ostringstream err;
+  EXPECT_EQ(VekGnmi::Client::runClient({}, out, err), 2);
+  EXPECT_EQ(err.str(), "vekgnmi: a command is needed (see --help)\n");
+  std::ostringstream err2;
+  EXPECT_EQ(VekGnmi::Client::runClient({"get", "--path", "/a//b"}, out, err2), 2);
+  EXPECT_EQ(err2.str(), "vekgnmi: --path '/a//b': empty element name at position 3\n");
+  std::ostringstream err3;
+  EXPECT_EQ(VekGnmi::Client::runClient({"subscribe", "--mode", "sometimes"}, out, err3), 2);
+  std::ostringstream err4;
+  EXPECT_EQ(VekGnmi::Client::runClient({"set"}, out, err4), 2);
+  EXPECT_EQ(err4.str(), "vekgnmi: set needs at least one --update, --replace or --delete\n");
+  std::ostringstream help;
+  EXPECT_EQ(VekGnmi::Client::runClient({"--help"}, help, err), 0);
+  EXPECT_NE(help.str().find("differs from the library's own path text"), std::string::npos);
+}
+
+TEST(ClientUsage, UnreachableTargetIsUnavailable) {
+  std::ostringstream out;
+  std::ostringstream err;
+  // Port 1 on loopback: nothing listens there.
+  EXPECT_EQ(VekGnmi::Client::runClient({"-a", "127.0.0.1:1", "--timeout", "2s", "capabilities"}, out, err), 1);
+  EXPECT_EQ(err.str().rfind("error: UNAVAILABLE (14): ", 0), 0u) << err.str();
+}
+
+}  // namespace

@@ -1,0 +1,206 @@
+// The dispatcher: routing of library messages by sync id, timestamps, the
+// pump that starts and resumes walks, pauses on full subscribers, and
+// cancellation. Driven by the scripted library double on a real event loop.
+#include <future>
+
+#include <gtest/gtest.h>
+
+#include "Dispatcher.h"
+#include "EventLoop.h"
+#include "ScriptedLibrary.h"
+
+namespace {
+
+using namespace VekGnmi::Server;
+using namespace VekGnmiTest;
+
+// An owner that records what it gets and has room for `room` messages.
+struct RecordingOwner : SyncOwner {
+  bool onSyncMessage(Ostrel::SyncId id, const Ostrel::ArenaRespMsgPtr& msg) override {
+    messages.push_back(msg);
+    lastId = id;
+    return messages.size() < room;
+  }
+  void onSyncDone(Ostrel::SyncId id) override { done.push_back(id); }
+  std::vector<Ostrel::ArenaRespMsgPtr> messages;
+  std::vector<Ostrel::SyncId> done;
+  Ostrel::SyncId lastId;
+  size_t room = 1000000;
+};
+
+struct RecordingSink : ChangeSink {
+  void onChange(const Ostrel::ArenaRespMsgPtr& msg) override { changes.push_back(msg); }
+  std::vector<Ostrel::ArenaRespMsgPtr> changes;
+};
+
+class DispatcherTest : public ::testing::Test {
+ protected:
+  DispatcherTest() : dispatcher_(loop_) {
+    dispatcher_.bridgeIs(&library_);
+    library_.routerIs(&dispatcher_);
+    loop_.start();
+  }
+  ~DispatcherTest() override { loop_.stop(); }
+
+  // Runs `fn` on the loop, then lets the loop run what it posted.
+  template <typename Fn>
+  void onLoop(Fn fn) {
+    loop_.call(fn);
+    settle();
+  }
+  void settle() {
+    for (int i = 0; i < 50; ++i) loop_.call([] {});
+  }
+
+  std::vector<PublishedEntity> targets(std::initializer_list<const char*> paths) {
+    std::vector<PublishedEntity> out;
+    for (const char* p : paths) out.push_back({nullptr, pathOf(p)});
+    return out;
+  }
+
+  ScriptedLibrary library_;
+  EventLoop loop_;
+  Dispatcher dispatcher_;
+};
+
+TEST_F(DispatcherTest, SyncMessagesGoToTheirOwnerAndTheOwnerLearnsTheEnd) {
+  library_.script("/d/a", {uintLeaf("x", 1), uintLeaf("y", 2)});
+  library_.script("/d/b", {uintLeaf("z", 3)});
+  RecordingOwner owner;
+  RecordingOwner other;
+  Ostrel::SyncId id;
+  onLoop([&] { id = dispatcher_.startSync(owner, targets({"/d/a", "/d/b"}), SyncKind::Subscribe); });
+  ASSERT_EQ(owner.messages.size(), 3u);
+  EXPECT_EQ(owner.lastId, id);
+  EXPECT_TRUE(other.messages.empty());
+  ASSERT_EQ(owner.done.size(), 1u);
+  EXPECT_EQ(owner.done[0], id);
+  // Timestamps the library left at 0 carry the time the sync started.
+  const int64_t stamp = owner.messages[0]->response->update().timestamp();
+  EXPECT_GT(stamp, 1600000000000000000);
+  EXPECT_EQ(owner.messages[2]->response->update().timestamp(), stamp);
+  EXPECT_EQ(dispatcher_.activeSyncs(), 0u);
+}
+
+TEST_F(DispatcherTest, AnEmptySyncEndsFromTheLoopNotInsideStart) {
+  RecordingOwner owner;
+  bool doneInsideStart = true;
+  onLoop([&] {
+    dispatcher_.startSync(owner, {}, SyncKind::Get);
+    doneInsideStart = !owner.done.empty();
+  });
+  EXPECT_FALSE(doneInsideStart);
+  EXPECT_EQ(owner.done.size(), 1u);
+}
+
+TEST_F(DispatcherTest, AFullOwnerPausesItsSyncUntilRoomIsFreed) {
+  std::vector<ScriptedLeaf> leaves;
+  for (int i = 0; i < 10; ++i) leaves.push_back(uintLeaf("l" + std::to_string(i), i));
+  library_.script("/d/a", leaves);
+  RecordingOwner owner;
+  owner.room = 3;
+  onLoop([&] { dispatcher_.startSync(owner, targets({"/d/a"}), SyncKind::Subscribe); });
+  EXPECT_EQ(owner.messages.size(), 3u);  // the third push answered false
+  EXPECT_TRUE(owner.done.empty());
+  EXPECT_EQ(dispatcher_.pausedWalks(), 1u);
+  const size_t resumes = library_.resumeCalls;
+  settle();
+  EXPECT_EQ(library_.resumeCalls, resumes) << "no busy resuming while the owner is full";
+  owner.room = 100;
+  onLoop([&] { dispatcher_.roomFreed(); });
+  EXPECT_EQ(owner.messages.size(), 10u);
+  EXPECT_EQ(owner.done.size(), 1u);
+  EXPECT_EQ(dispatcher_.pausedWalks(), 0u);
+}
+
+TEST_F(DispatcherTest, WalksThatRunOutOfTimeAreResumedWithoutHelp) {
+  std::vector<ScriptedLeaf> leaves;
+  for (int i = 0; i < 20; ++i) leaves.push_back(uintLeaf("l" + std::to_string(i), i));
+  library_.script("/d/a", leaves);
+  library_.quantum = 4;
+  RecordingOwner owner;
+  onLoop([&] { dispatcher_.startSync(owner, targets({"/d/a"}), SyncKind::Get); });
+  EXPECT_EQ(owner.messages.size(), 20u);
+  EXPECT_EQ(owner.done.size(), 1u);
+  EXPECT_GE(library_.resumeCalls, 4u);
+}
+
+TEST_F(DispatcherTest, CancelDropsPendingWalksAndForgetsTheOwner) {
+  std::vector<ScriptedLeaf> leaves;
+  for (int i = 0; i < 10; ++i) leaves.push_back(uintLeaf("l" + std::to_string(i), i));
+  library_.script("/d/a", leaves);
+  RecordingOwner owner;
+  owner.room = 2;
+  onLoop([&] { dispatcher_.startSync(owner, targets({"/d/a", "/d/b"}), SyncKind::Subscribe); });
+  EXPECT_EQ(library_.walkMapSize(), 1u);
+  onLoop([&] { dispatcher_.cancel(owner); });
+  EXPECT_EQ(library_.cancelled, 1u);
+  EXPECT_EQ(library_.walkMapSize(), 0u);
+  EXPECT_EQ(dispatcher_.activeSyncs(), 0u);
+  EXPECT_EQ(dispatcher_.pausedWalks(), 0u);
+  EXPECT_TRUE(owner.done.empty());
+  // A late message for the cancelled sync is dropped.
+  bool answer = false;
+  onLoop([&] {
+    auto [msg, n] = Ostrel::ArenaRespMsg::createResponse(pathOf("/d/a"), 1);
+    answer = dispatcher_.push(owner.lastId, msg);
+  });
+  EXPECT_TRUE(answer);
+  EXPECT_EQ(owner.messages.size(), 2u);
+}
+
+TEST_F(DispatcherTest, ChangesGoToEverySinkAndAreStampedNow) {
+  RecordingSink a;
+  RecordingSink b;
+  bool answer = false;
+  onLoop([&] {
+    dispatcher_.addChangeSink(&a);
+    dispatcher_.addChangeSink(&b);
+    answer = library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 1)});
+    dispatcher_.removeChangeSink(&b);
+    library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 2)}, {}, 77);
+  });
+  EXPECT_TRUE(answer);
+  ASSERT_EQ(a.changes.size(), 2u);
+  EXPECT_EQ(b.changes.size(), 1u);
+  EXPECT_GT(a.changes[0]->response->update().timestamp(), 1600000000000000000);
+  EXPECT_EQ(a.changes[1]->response->update().timestamp(), 77);
+}
+
+TEST_F(DispatcherTest, WatchRegistersWithoutPublishing) {
+  onLoop([&] { dispatcher_.watch(targets({"/d"})); });
+  ASSERT_EQ(library_.synced.size(), 1u);
+  EXPECT_EQ(library_.synced[0].path, "/d");
+  EXPECT_EQ(library_.synced[0].kind, SyncKind::Watch);
+}
+
+TEST(WalkerFlags, KindsMapToTheLibrarysRequestBitsPlusTheNotifieeOption) {
+  EXPECT_EQ(walkerFlagBits(SyncKind::Get), 2u | 64u);
+  EXPECT_EQ(walkerFlagBits(SyncKind::Subscribe), 4u | 64u);
+  EXPECT_EQ(walkerFlagBits(SyncKind::Watch), 6u | 64u | 16u);
+}
+
+TEST(EventLoopTest, TasksRunInOrderAndTimersWhenDue) {
+  EventLoop loop;
+  loop.start();
+  std::vector<int> order;
+  std::promise<void> timerRan;
+  loop.postAfter(std::chrono::milliseconds(30), [&] {
+    order.push_back(3);
+    timerRan.set_value();
+  });
+  const EventLoop::TimerId dropped = loop.postAfter(std::chrono::milliseconds(10), [&] { order.push_back(99); });
+  EXPECT_TRUE(loop.cancel(dropped));
+  EXPECT_FALSE(loop.cancel(dropped));
+  loop.post([&] { order.push_back(1); });
+  loop.post([&] { order.push_back(2); });
+  timerRan.get_future().wait();
+  EXPECT_EQ(loop.call([&] { return order; }), (std::vector<int>{1, 2, 3}));
+  EXPECT_TRUE(loop.call([&] { return loop.inLoopThread(); }));
+  EXPECT_FALSE(loop.inLoopThread());
+  loop.stop();
+  EXPECT_FALSE(loop.post([] {}));
+  EXPECT_THROW(loop.call([] { return 1; }), std::runtime_error);
+}
+
+}  // namespace

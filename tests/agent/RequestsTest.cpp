@@ -1,0 +1,259 @@
+// Validation of Subscribe, Get and Set requests, with their exact statuses.
+#include <gtest/gtest.h>
+
+#include "DemoModel.h"
+#include "GnmiPathText.h"
+#include "TestPaths.h"
+#include "ModelSchema.h"
+#include "Requests.h"
+
+namespace {
+
+using namespace VekGnmi::Server;
+
+using VekGnmiTest::P;
+
+std::string str(const gnmi::Path& p) { return VekGnmi::pathString(p); }
+
+gnmi::SubscribeRequest streamOf(const std::string& path, gnmi::SubscriptionMode mode,
+                                uint64_t sample = 0) {
+  gnmi::SubscribeRequest r;
+  gnmi::Subscription* s = r.mutable_subscribe()->add_subscription();
+  *s->mutable_path() = P(path);
+  s->set_mode(mode);
+  s->set_sample_interval(sample);
+  return r;
+}
+
+TEST(SubscribeRequest, FirstMessageMustBeASubscriptionList) {
+  SubscribeParams params;
+  gnmi::SubscribeRequest poll;
+  poll.mutable_poll();
+  grpc::Status s = parseSubscribe(poll, {}, params);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(s.error_message(), "the first message of a Subscribe must be a SubscriptionList, not a Poll");
+  s = parseSubscribe(gnmi::SubscribeRequest(), {}, params);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  gnmi::SubscribeRequest empty;
+  empty.mutable_subscribe();
+  s = parseSubscribe(empty, {}, params);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(s.error_message(), "the SubscriptionList has no subscription");
+}
+
+TEST(SubscribeRequest, TargetDefinedIsOnChangeAndPathsJoinThePrefix) {
+  gnmi::SubscribeRequest r = streamOf("interfaces[name=eth0]", gnmi::TARGET_DEFINED, 5000000000);
+  *r.mutable_subscribe()->mutable_prefix() = P("/devices/dev1");
+  r.mutable_subscribe()->mutable_prefix()->set_target("dut");
+  r.mutable_subscribe()->set_updates_only(true);
+  SubscribeParams params;
+  ASSERT_TRUE(parseSubscribe(r, {}, params).ok());
+  EXPECT_EQ(params.mode, gnmi::SubscriptionList::STREAM);
+  EXPECT_EQ(params.encoding, gnmi::JSON);
+  EXPECT_EQ(params.target, "dut");
+  EXPECT_TRUE(params.updatesOnly);
+  ASSERT_EQ(params.entries.size(), 1u);
+  EXPECT_EQ(params.entries[0].mode, gnmi::ON_CHANGE);
+  EXPECT_EQ(str(params.entries[0].path), "/devices/dev1/interfaces[name=eth0]");
+}
+
+TEST(SubscribeRequest, SampleIntervals) {
+  SubscribeParams params;
+  ASSERT_TRUE(parseSubscribe(streamOf("/", gnmi::SAMPLE, 0), {}, params).ok());
+  EXPECT_EQ(params.entries[0].sampleInterval, 100000000u);  // the lowest
+  ASSERT_TRUE(parseSubscribe(streamOf("/", gnmi::SAMPLE, 2000000000), {}, params).ok());
+  EXPECT_EQ(params.entries[0].sampleInterval, 2000000000u);
+  grpc::Status s = parseSubscribe(streamOf("/", gnmi::SAMPLE, 1000), {}, params);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(s.error_message(),
+            "subscription 0: sample_interval 1000ns is below the lowest this target supports (100ms)");
+  gnmi::SubscribeRequest hb = streamOf("/", gnmi::ON_CHANGE);
+  hb.mutable_subscribe()->mutable_subscription(0)->set_heartbeat_interval(5);
+  s = parseSubscribe(hb, {}, params);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_NE(s.error_message().find("heartbeat_interval 5ns"), std::string::npos);
+}
+
+TEST(SubscribeRequest, UnknownModesAndEncodings) {
+  SubscribeParams params;
+  gnmi::SubscribeRequest r = streamOf("/", static_cast<gnmi::SubscriptionMode>(9));
+  EXPECT_EQ(parseSubscribe(r, {}, params).error_message(), "subscription 0: unknown mode 9");
+  r = streamOf("/", gnmi::ON_CHANGE);
+  r.mutable_subscribe()->set_mode(static_cast<gnmi::SubscriptionList::Mode>(7));
+  EXPECT_EQ(parseSubscribe(r, {}, params).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  r = streamOf("/", gnmi::ON_CHANGE);
+  r.mutable_subscribe()->set_encoding(gnmi::ASCII);
+  EXPECT_EQ(parseSubscribe(r, {}, params).error_code(), grpc::StatusCode::UNIMPLEMENTED);
+  r = streamOf("/", gnmi::ON_CHANGE);
+  r.mutable_subscribe()->mutable_subscription(0)->mutable_path()->set_origin("rfc7951");
+  const grpc::Status s = parseSubscribe(r, {}, params);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_NE(s.error_message().find("origin 'rfc7951'"), std::string::npos);
+}
+
+TEST(SubscribeRequest, OnceAndPollIgnoreStreamModes) {
+  gnmi::SubscribeRequest r = streamOf("/", static_cast<gnmi::SubscriptionMode>(9), 1);
+  r.mutable_subscribe()->set_mode(gnmi::SubscriptionList::ONCE);
+  SubscribeParams params;
+  ASSERT_TRUE(parseSubscribe(r, {}, params).ok());
+  EXPECT_EQ(params.mode, gnmi::SubscriptionList::ONCE);
+}
+
+TEST(GetRequest, DefaultsAndValidation) {
+  gnmi::GetRequest r;
+  GetParams params;
+  ASSERT_TRUE(parseGet(r, params).ok());
+  ASSERT_EQ(params.paths.size(), 1u);
+  EXPECT_EQ(params.paths[0].elem_size(), 0);
+  EXPECT_EQ(params.type, gnmi::GetRequest::ALL);
+  r.set_type(static_cast<gnmi::GetRequest::DataType>(5));
+  EXPECT_EQ(parseGet(r, params).error_message(), "unknown data type 5");
+  r.set_type(gnmi::GetRequest::CONFIG);
+  r.set_encoding(gnmi::BYTES);
+  EXPECT_EQ(parseGet(r, params).error_code(), grpc::StatusCode::UNIMPLEMENTED);
+  r.set_encoding(gnmi::JSON_IETF);
+  *r.mutable_prefix() = P("/devices");
+  *r.add_path() = P("dev1/system");
+  *r.add_path() = P("dev1/interfaces");
+  ASSERT_TRUE(parseGet(r, params).ok());
+  ASSERT_EQ(params.paths.size(), 2u);
+  EXPECT_EQ(str(params.paths[1]), "/devices/dev1/interfaces");
+}
+
+TEST(GetRequest, DataTypes) {
+  LeafInfo config;
+  LeafInfo state;
+  state.state = true;
+  EXPECT_TRUE(passesDataType(gnmi::GetRequest::ALL, &state));
+  EXPECT_TRUE(passesDataType(gnmi::GetRequest::ALL, nullptr));
+  EXPECT_TRUE(passesDataType(gnmi::GetRequest::CONFIG, &config));
+  EXPECT_FALSE(passesDataType(gnmi::GetRequest::CONFIG, &state));
+  EXPECT_TRUE(passesDataType(gnmi::GetRequest::STATE, &state));
+  EXPECT_TRUE(passesDataType(gnmi::GetRequest::OPERATIONAL, &state));
+  EXPECT_FALSE(passesDataType(gnmi::GetRequest::OPERATIONAL, &config));
+}
+
+class SetRequestTest : public ::testing::Test {
+ protected:
+  SetRequestTest() : model_(buildDemoModel(4)), schema_(model_.root, isStateAttribute) {}
+
+  grpc::Status plan(const gnmi::SetRequest& r, SetPlan& out) { return planSet(schema_, r, out); }
+
+  static gnmi::Update update(const std::string& path, const std::string& json) {
+    gnmi::Update u;
+    *u.mutable_path() = P(path);
+    u.mutable_val()->set_json_val(json);
+    return u;
+  }
+
+  DemoModel model_;
+  ModelSchema schema_;
+};
+
+TEST_F(SetRequestTest, DeletesAndUnionReplaceAreUnimplemented) {
+  gnmi::SetRequest r;
+  *r.add_delete_() = P("/devices/dev1/interfaces[name=eth0]/description");
+  *r.add_update() = update("/devices/dev1/interfaces[name=eth0]/mtu", "9000");
+  SetPlan p;
+  grpc::Status s = plan(r, p);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::UNIMPLEMENTED);
+  EXPECT_EQ(s.error_message(), "this target does not apply deletes; nothing was changed");
+  gnmi::SetRequest u;
+  *u.add_union_replace() = update("/devices/dev1/system/hostname", "\"x\"");
+  EXPECT_EQ(plan(u, p).error_code(), grpc::StatusCode::UNIMPLEMENTED);
+}
+
+TEST_F(SetRequestTest, OperationsSplitIntoOneSetPerEntity) {
+  gnmi::SetRequest r;
+  *r.mutable_prefix() = P("/devices/dev1");
+  *r.add_update() = update("interfaces[name=eth1]/mtu", "9000");
+  *r.add_update() = update("system/hostname", "\"core1\"");
+  *r.add_replace() = update("interfaces[name=eth1]/description", "\"uplink\"");
+  *r.add_update() = update("routes[prefix=10.0.0.2/31]/metric", "7");
+  gnmi::Update ietf;
+  *ietf.mutable_path() = P("interfaces[name=eth1]/enabled");
+  ietf.mutable_val()->set_json_ietf_val("false");
+  *r.add_update() = ietf;
+  SetPlan p;
+  ASSERT_TRUE(plan(r, p).ok());
+  ASSERT_EQ(p.entities.size(), 3u);
+  // Replaces are planned first, as the library applies them.
+  EXPECT_EQ(str(p.entities[0].entityPath), "/devices/dev1/interfaces[name=eth1]");
+  const gnmi::SetRequest& eth1 = p.entities[0].request;
+  EXPECT_EQ(str(eth1.prefix()), "/devices/dev1/interfaces[name=eth1]");
+  ASSERT_EQ(eth1.replace_size(), 1);
+  EXPECT_EQ(str(eth1.replace(0).path()), "/description");
+  EXPECT_EQ(eth1.replace(0).val().string_val(), "uplink");
+  ASSERT_EQ(eth1.update_size(), 2);
+  EXPECT_EQ(str(eth1.update(0).path()), "/mtu");
+  EXPECT_EQ(eth1.update(0).val().uint_val(), 9000u);
+  EXPECT_FALSE(eth1.update(1).val().bool_val());
+  EXPECT_TRUE(eth1.update(1).val().has_bool_val());
+  EXPECT_EQ(str(p.entities[1].entityPath), "/devices/dev1/system");
+  EXPECT_EQ(p.entities[1].request.update(0).val().string_val(), "core1");
+  EXPECT_EQ(str(p.entities[2].entityPath), "/devices/dev1");
+  EXPECT_EQ(str(p.entities[2].request.update(0).path()), "/routes[prefix=10.0.0.2/31]/metric");
+  EXPECT_EQ(p.entities[2].request.update(0).val().uint_val(), 7u);
+}
+
+TEST_F(SetRequestTest, RefusalsNameTheOperation) {
+  SetPlan p;
+  auto status = [&](const std::string& path, const std::string& json) {
+    gnmi::SetRequest r;
+    *r.add_update() = update(path, json);
+    return plan(r, p);
+  };
+  grpc::Status s = status("/devices/dev1/interfaces[name=eth9]/mtu", "1");
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
+  EXPECT_EQ(s.error_message(), "update 0: interfaces[name=eth9] does not exist under /devices/dev1");
+  s = status("/devices/dev1/interfaces[name=eth0]/mtu", "\"big\"");
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(s.error_message(),
+            "update 0: /devices/dev1/interfaces[name=eth0]/mtu: \"big\" is not an integer");
+  s = status("/devices/dev1/interfaces[name=eth0]/counters", "1");
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_NE(s.error_message().find("is not a leaf"), std::string::npos);
+  s = status("/devices/dev1/interfaces[name=*]/mtu", "1");
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_NE(s.error_message().find("wildcards are not allowed"), std::string::npos);
+  s = status("/devices/dev1/nosuch", "1");
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
+  s = status("/devices", "1");
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  s = status("/devices/dev1/routes[prefix=nope]/metric", "1");
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_NE(s.error_message().find("'nope' is not a valid key of 'routes'"), std::string::npos);
+  s = status("/devices/dev1/routes[prefix=192.168.0.0/24]/metric", "1");
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
+  EXPECT_EQ(s.error_message(),
+            "update 0: routes[prefix=192.168.0.0/24] does not exist under /devices/dev1");
+  s = status("/devices/dev1/interfaces[name=eth0]/mtu", "70000000000");
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_NE(s.error_message().find("out of range"), std::string::npos);
+}
+
+TEST_F(SetRequestTest, NothingToDoIsAnEmptyPlan) {
+  SetPlan p;
+  ASSERT_TRUE(plan(gnmi::SetRequest(), p).ok());
+  EXPECT_TRUE(p.entities.empty());
+}
+
+TEST(SetResponseTest, ListsOperationsWithTheClientsPaths) {
+  gnmi::SetRequest r;
+  *r.mutable_prefix() = P("/devices/dev1");
+  r.mutable_prefix()->set_target("dut");
+  gnmi::Update u;
+  *u.mutable_path() = P("system/hostname");
+  *r.add_update() = u;
+  *u.mutable_path() = P("interfaces[name=eth0]/mtu");
+  *r.add_replace() = u;
+  const gnmi::SetResponse resp = setResponse(r, 123);
+  EXPECT_EQ(resp.timestamp(), 123);
+  EXPECT_EQ(resp.prefix().target(), "dut");
+  ASSERT_EQ(resp.response_size(), 2);
+  EXPECT_EQ(resp.response(0).op(), gnmi::UpdateResult::REPLACE);
+  EXPECT_EQ(str(resp.response(0).path()), "/interfaces[name=eth0]/mtu");
+  EXPECT_EQ(resp.response(1).op(), gnmi::UpdateResult::UPDATE);
+}
+
+}  // namespace
