@@ -17,7 +17,7 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
+#include <vector>
 #include <iosfwd>
 #include <string>
 #include <utility>
@@ -74,7 +74,7 @@ class OSTREL_EXPORT VekKey {
 
   int32_t keyKind() const { return keyKind_; }
   const KeyMap& keyMap() const { return keyMap_; }
-  const std::deque<Scalar>& scalars() const { return scalars_; }
+  const std::vector<Scalar>& scalars() const { return scalars_; }
   uint32_t flags() const { return flags_; }
   const gnmi::Path& prefix() const { return prefix_; }
 
@@ -158,7 +158,7 @@ class OSTREL_EXPORT VekKey {
 
   int32_t keyKind_ = KIND_UNSET;
   KeyMap keyMap_;
-  std::deque<Scalar> scalars_;
+  std::vector<Scalar> scalars_;
   uint32_t flags_ = ESCAPE_TEXT;
   gnmi::Path prefix_;
 };

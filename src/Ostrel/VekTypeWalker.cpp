@@ -196,6 +196,78 @@ void FullVekTypeWalker::extractScalar(gnmi::Notification* notification,
   }
 }
 
+namespace {
+
+// Emits one builtin value `v`; `text` gives its key text when `key` collects.
+template <typename T, typename Text>
+void emitBuiltin(gnmi::Notification* notification, const T& v, const gnmi::Path& path, VekKey& key,
+                 gnmi::TypedValue* target, Text&& text) {
+  if constexpr (std::is_same_v<T, bool>) {
+    emit(notification, path, key, target, text(), [&](gnmi::TypedValue& t) { t.set_bool_val(v); });
+  } else if constexpr (std::is_same_v<T, char>) {
+    // A character goes out as its byte value, deliberately not as text.
+    emit(notification, path, key, target, text(), [&](gnmi::TypedValue& t) {
+      t.set_uint_val(static_cast<unsigned char>(v));
+    });
+  } else if constexpr (std::is_integral_v<T> && std::is_unsigned_v<T>) {
+    emit(notification, path, key, target, text(),
+         [&](gnmi::TypedValue& t) { t.set_uint_val(static_cast<uint64_t>(v)); });
+  } else if constexpr (std::is_integral_v<T>) {
+    emit(notification, path, key, target, text(),
+         [&](gnmi::TypedValue& t) { t.set_int_val(static_cast<int64_t>(v)); });
+  } else if constexpr (std::is_same_v<T, float>) {
+    const std::string keyText = key.collecting() ? base64(bigEndianBytes(v).data(), 4) : std::string();
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    emit(notification, path, key, target, keyText, [&](gnmi::TypedValue& t) { t.set_float_val(v); });
+#pragma GCC diagnostic pop
+  } else if constexpr (std::is_same_v<T, double>) {
+    // A double goes out as its 8 IEEE bytes, deliberately not as a number.
+    emit(notification, path, key, target, text(),
+         [&](gnmi::TypedValue& t) { t.set_bytes_val(bigEndianBytes(v)); });
+  } else if constexpr (std::is_same_v<T, Vek::String>) {
+    const bool escape = key.collecting() && key.escapesText();
+    const std::string value = escape ? escapedText(v.stdString()) : std::string();
+    const std::string& chosen = escape ? value : v.stdString();
+    emit(notification, path, key, target, chosen, [&](gnmi::TypedValue& t) { t.set_string_val(chosen); });
+  } else if constexpr (std::is_same_v<T, Vek::Bytes>) {
+    emit(notification, path, key, target, text(), [&](gnmi::TypedValue& t) {
+      t.set_bytes_val(reinterpret_cast<const char*>(v.bytesPtr()), v.size());
+    });
+  } else if constexpr (std::is_same_v<T, Vek::Seconds>) {
+    emit(notification, path, key, target, text(),
+         [&](gnmi::TypedValue& t) { t.set_int_val(nanoseconds(v)); });
+  }
+}
+
+// The representation code of the enumeration `type`'s underlying type.
+Vek::BuiltinCode enumCode(const Vek::VekType& type) {
+  const Vek::VekType underlying = type->underlyingType();
+  const Vek::BuiltinCode code = underlying && underlying->isBuiltin() ? underlying->builtinCode()
+                                                                      : Vek::BuiltinCode::None;
+  if (code < Vek::BuiltinCode::UnsignedChar || code > Vek::BuiltinCode::Int) {
+    ZOLT_FMASSERT(dbg, COMPONENT, "Unknown underlying enum type:{}", type);
+  }
+  return code;
+}
+
+// The published text of an enumeration value: its enumerator's name, or its
+// number when no enumerator has it. `valueOf<T>()` reads the value.
+template <typename ValueOf>
+std::string enumText(const Vek::VekType& type, Vek::BuiltinCode code, ValueOf&& valueOf) {
+  return Vek::visitBuiltin(code, [&]<typename T>(std::type_identity<T>) {
+    if constexpr (std::is_integral_v<T> && !std::is_same_v<T, bool>) {
+      const T value = valueOf(std::type_identity<T>());
+      const Vek::VekAttr enumerator = type->attr(value);
+      return enumerator ? enumerator->name() : std::to_string(value);
+    } else {
+      return std::string();
+    }
+  });
+}
+
+}  // namespace
+
 void FullVekTypeWalker::extractBuiltin(gnmi::Notification* notification,
                                        const Vek::Ptr<Vek::GenericIf const>& gif,
                                        const Vek::VekType& type, const gnmi::Path& path, VekKey& key,
@@ -208,43 +280,7 @@ void FullVekTypeWalker::extractBuiltin(gnmi::Notification* notification,
   // need it, so plain updates never build it.
   const auto text = [&]() { return key.collecting() ? gif->strRep() : std::string(); };
   Vek::visitBuiltin(code, [&]<typename T>(std::type_identity<T>) {
-    const T& v = representation<T>(*gif);
-    if constexpr (std::is_same_v<T, bool>) {
-      emit(notification, path, key, target, text(), [&](gnmi::TypedValue& t) { t.set_bool_val(v); });
-    } else if constexpr (std::is_same_v<T, char>) {
-      // A character goes out as its byte value, deliberately not as text.
-      emit(notification, path, key, target, text(), [&](gnmi::TypedValue& t) {
-        t.set_uint_val(static_cast<unsigned char>(v));
-      });
-    } else if constexpr (std::is_integral_v<T> && std::is_unsigned_v<T>) {
-      emit(notification, path, key, target, text(),
-           [&](gnmi::TypedValue& t) { t.set_uint_val(static_cast<uint64_t>(v)); });
-    } else if constexpr (std::is_integral_v<T>) {
-      emit(notification, path, key, target, text(),
-           [&](gnmi::TypedValue& t) { t.set_int_val(static_cast<int64_t>(v)); });
-    } else if constexpr (std::is_same_v<T, float>) {
-      const std::string keyText = key.collecting() ? base64(bigEndianBytes(v).data(), 4) : std::string();
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-      emit(notification, path, key, target, keyText, [&](gnmi::TypedValue& t) { t.set_float_val(v); });
-#pragma GCC diagnostic pop
-    } else if constexpr (std::is_same_v<T, double>) {
-      // A double goes out as its 8 IEEE bytes, deliberately not as a number.
-      emit(notification, path, key, target, text(),
-           [&](gnmi::TypedValue& t) { t.set_bytes_val(bigEndianBytes(v)); });
-    } else if constexpr (std::is_same_v<T, Vek::String>) {
-      const bool escape = key.collecting() && key.escapesText();
-      const std::string value = escape ? escapedText(v.stdString()) : std::string();
-      const std::string& chosen = escape ? value : v.stdString();
-      emit(notification, path, key, target, chosen, [&](gnmi::TypedValue& t) { t.set_string_val(chosen); });
-    } else if constexpr (std::is_same_v<T, Vek::Bytes>) {
-      emit(notification, path, key, target, text(), [&](gnmi::TypedValue& t) {
-        t.set_bytes_val(reinterpret_cast<const char*>(v.bytesPtr()), v.size());
-      });
-    } else if constexpr (std::is_same_v<T, Vek::Seconds>) {
-      emit(notification, path, key, target, text(),
-           [&](gnmi::TypedValue& t) { t.set_int_val(nanoseconds(v)); });
-    }
+    emitBuiltin(notification, representation<T>(*gif), path, key, target, text);
   });
 }
 
@@ -252,24 +288,47 @@ void FullVekTypeWalker::extractEnum(gnmi::Notification* notification,
                                     const Vek::Ptr<Vek::GenericIf const>& gif,
                                     const Vek::VekType& type, const gnmi::Path& path, VekKey& key,
                                     gnmi::TypedValue* target) {
-  const Vek::VekType underlying = type->underlyingType();
-  const Vek::BuiltinCode code = underlying && underlying->isBuiltin() ? underlying->builtinCode()
-                                                                      : Vek::BuiltinCode::None;
-  if (code < Vek::BuiltinCode::UnsignedChar || code > Vek::BuiltinCode::Int) {
-    ZOLT_FMASSERT(dbg, COMPONENT, "Unknown underlying enum type:{}", type);
-  }
-  const std::string name = Vek::visitBuiltin(code, [&]<typename T>(std::type_identity<T>) {
-    if constexpr (std::is_integral_v<T> && !std::is_same_v<T, bool>) {
-      const T value = representation<T>(*gif);
-      // A value that no enumerator has is published as its number.
-      const Vek::VekAttr enumerator = type->attr(value);
-      return enumerator ? enumerator->name() : std::to_string(value);
-    } else {
-      return std::string();
-    }
+  const std::string name = enumText(type, enumCode(type), [&]<typename T>(std::type_identity<T>) {
+    return representation<T>(*gif);
   });
   emit(notification, path, key, target, name, [&](gnmi::TypedValue& t) { t.set_string_val(name); });
 }
+
+namespace {
+
+// Whether `attr` is a builtin or enumeration stored in its owner, which a
+// walk reads in place (`extractStoredScalar`) instead of through a value
+// handle: most leaves of a model are such attributes.
+bool isStoredScalar(const Vek::VekAttr& attr) {
+  const Vek::VekType& type = attr->type();
+  return attr->storage() == Vek::AttrStorage::Value && !attr->isArray() && !type->hasGnmiStrRep() &&
+         (type->isBuiltin() || type->isEnum());
+}
+
+// Emits the stored scalar `attr` of `owner` as an update at `path`, as
+// extractScalar would emit the value that reading it yields.
+void extractStoredScalar(gnmi::Notification* notification, const Vek::GenericIf& owner,
+                         const Vek::VekAttr& attr, const gnmi::Path& path) {
+  const Vek::VekType& type = attr->type();
+  const void* raw = owner.rawAttr(attr, Vek::BuiltinCode::None);
+  VekKey& key = plainKey();
+  if (type->isBuiltin()) {
+    const Vek::BuiltinCode code = type->builtinCode();
+    if (code == Vek::BuiltinCode::None) {
+      ZOLT_FMASSERT(dbg, COMPONENT, "Unknown builtin type: {}", type);
+    }
+    Vek::visitBuiltin(code, [&]<typename T>(std::type_identity<T>) {
+      emitBuiltin(notification, *static_cast<const T*>(raw), path, key, nullptr, [] { return std::string(); });
+    });
+    return;
+  }
+  const std::string name = enumText(type, enumCode(type), [&]<typename T>(std::type_identity<T>) {
+    return *static_cast<const T*>(raw);
+  });
+  emit(notification, path, key, nullptr, name, [&](gnmi::TypedValue& t) { t.set_string_val(name); });
+}
+
+}  // namespace
 
 void FullVekTypeWalker::extractValAttr(gnmi::Notification* notification,
                                        const Vek::Ptr<Vek::GenericIf const>& gif,
@@ -782,6 +841,15 @@ WalkResult FullVekTypeWalker::walkSingle(const Vek::VekAttr& attr, const GifGnmi
     ZOLT_TRACE(dbg, 5, COMPONENT, "{} push id:{} message: {}", prefixPath_, syncId_, msg);
     return routerPush(msg);
   }
+  // Scalars and nested values of a walker travel together in its message,
+  // pushed when the walk ends; the time is read only when the message is
+  // made. Stored builtins and enumerations are read in place.
+  if (isStoredScalar(attr)) {
+    ArenaRespMsgPtr& msg = updateMsg_ ? updateMsg_ : ownMsg_;
+    auto [notification, held] = createResponse(msg, nullptr, msg ? 0 : timestampOf());
+    extractStoredScalar(notification, *gif_, attr, leafPath_);
+    return WalkResult::Done;
+  }
   const Vek::Ptr<Vek::GenericIf const> value = attr.genericIfGet(gif_);
   if (attr->isInstantiating()) {
     if (!value) return WalkResult::Done;  // an unset child is not published
@@ -795,9 +863,6 @@ WalkResult FullVekTypeWalker::walkSingle(const Vek::VekAttr& attr, const GifGnmi
   }
   if (!value) return WalkResult::Done;
   ArenaRespMsgPtr& msg = updateMsg_ ? updateMsg_ : ownMsg_;
-  // Scalars and nested values of a walker travel together in its message,
-  // pushed when the walk ends; the time is read only when the message is
-  // made.
   auto [notification, held] = createResponse(msg, nullptr, msg ? 0 : timestampOf());
   if (isScalarType(value->type())) {
     extractScalar(notification, value, value->type(), leafPath_, plainKey());

@@ -42,7 +42,7 @@ TEST_F(SyncGolden, TheSampleModelSyncsAsTheGoldenFileSays) {
               WalkResult::Done);
     for (const std::string& text : router_.texts) rendered += escaped(text) + "\n";
   }
-  const std::string file = std::string(OSTREL_GOLDEN_DIR) + "/SampleSync.txt";
+  const std::string file = OSTREL_GOLDEN_DIR "/SampleSync.txt";
   if (const char* update = std::getenv("OSTREL_UPDATE_GOLDEN"); update && std::string(update) == "1") {
     std::ofstream(file) << rendered;
     GTEST_SKIP() << "wrote " << file;
