@@ -1,8 +1,16 @@
 #include "LibraryBridge.h"
 
+#include <Ostrel/BaseRouter.h>
+#include <Ostrel/VekGnmiSetter.h>
 #include <Ostrel/VekGnmiUtils.h>
+#include <Ostrel/VekTypeWalker.h>
+#include <Zolt/Zolt.h>
 
 namespace VekGnmi::Server {
+
+namespace {
+Zolt::Debuggable& dbg = Zolt::Platform::getDebugHandler("AgentLibrary");
+}  // namespace
 
 MessageRouter::~MessageRouter() = default;
 SetTransaction::~SetTransaction() = default;
@@ -21,27 +29,85 @@ uint32_t walkerFlagBits(SyncKind kind) {
 
 namespace {
 
-class UnlinkedLibraryBridge final : public LibraryBridge {
+// The library's router interface over the agent's.
+class RouterAdapter final : public Ostrel::BaseRouter {
  public:
-  bool syncAvailable() const override { return false; }
-  bool setAvailable() const override { return false; }
-  Ostrel::WalkResult syncObject(const Vek::Ptr<Vek::Entity>&, const gnmi::Path&, SyncWalkId,
-                                SyncKind) override {
-    return Ostrel::WalkResult::Done;
+  explicit RouterAdapter(MessageRouter& router) : router_(router) {}
+  bool push(Ostrel::SyncId syncId, const Ostrel::ArenaRespMsgPtr& msg) override {
+    return router_.push(syncId, msg);
   }
-  Ostrel::WalkResult resumeAll(std::vector<SyncWalkId>&) override { return Ostrel::WalkResult::Done; }
-  bool cancelPendingSync(Ostrel::WalkId) override { return false; }
-  void flushWalkMap() override {}
-  size_t walkMapSize() const override { return 0; }
-  std::unique_ptr<SetTransaction> makeSet(Vek::Ptr<Vek::GenericIf>, gnmi::SetRequest) override {
-    return nullptr;
+
+ private:
+  MessageRouter& router_;
+};
+
+class LibrarySet final : public SetTransaction {
+ public:
+  LibrarySet(Vek::Ptr<Vek::GenericIf> root, gnmi::SetRequest request)
+      : set_(std::move(root), std::move(request)) {}
+  grpc::Status prepare() override { return set_.prepare(); }
+  grpc::Status commit() override { return set_.commit(); }
+
+ private:
+  Ostrel::VekGnmiSet::Set set_;
+};
+
+class LinkedLibraryBridge final : public LibraryBridge {
+ public:
+  explicit LinkedLibraryBridge(MessageRouter& router) : router_(router) {}
+
+  Ostrel::WalkResult syncObject(const Vek::Ptr<Vek::Entity>& entity, const gnmi::Path& prefix,
+                                SyncWalkId ids, SyncKind kind) override {
+    return Ostrel::FullVekTypeWalker::syncObject(entity.ptr(), prefix, router_, ids,
+                                                 Ostrel::WalkerFlags{walkerFlagBits(kind)});
   }
+
+  Ostrel::WalkResult resumeWalk(Ostrel::WalkId walkId) override {
+    auto& walks = Ostrel::FullVekTypeWalker::walkMap();
+    const auto it = walks.find(walkId);
+    if (it == walks.end()) return Ostrel::WalkResult::Done;
+    // Popping a walker needs its path registered with its walk id; a delete
+    // that dropped another walk's walkers at the same path erased it.
+    for (const auto& walker : it->second) {
+      Ostrel::staticPathWalkIdMap[walker->prefixPath()].insert(walkId);
+    }
+    return Ostrel::FullVekTypeWalker::resumeSync(walkId);
+  }
+
+  bool cancelPendingSync(Ostrel::WalkId walkId) override {
+    const bool cancelled = Ostrel::FullVekTypeWalker::cancelPendingSync(walkId);
+    // The library leaves the walk's id at its paths; a delete under one of
+    // them would look for the walk and fail.
+    auto& paths = Ostrel::staticPathWalkIdMap;
+    for (auto it = paths.begin(); it != paths.end();) {
+      it->second.erase(walkId);
+      it = it->second.empty() ? paths.erase(it) : std::next(it);
+    }
+    ZOLT_TRACE(dbg, 4, "Bridge", "walk {} cancelled: {}", walkId, cancelled);
+    return cancelled;
+  }
+
+  void flushWalkMap() override {
+    Ostrel::FullVekTypeWalker::flushWalkMap();
+    // No walk is left, so no path may name one.
+    Ostrel::staticPathWalkIdMap.clear();
+  }
+
+  size_t walkMapSize() const override { return Ostrel::FullVekTypeWalker::walkMapSize(); }
+  size_t pathWalkMapSize() const override { return Ostrel::staticPathWalkIdMap.size(); }
+
+  std::unique_ptr<SetTransaction> makeSet(Vek::Ptr<Vek::GenericIf> root, gnmi::SetRequest request) override {
+    return std::make_unique<LibrarySet>(std::move(root), std::move(request));
+  }
+
+ private:
+  RouterAdapter router_;
 };
 
 }  // namespace
 
-std::unique_ptr<LibraryBridge> makeUnlinkedLibraryBridge() {
-  return std::make_unique<UnlinkedLibraryBridge>();
+std::unique_ptr<LibraryBridge> makeLibraryBridge(MessageRouter& router) {
+  return std::make_unique<LinkedLibraryBridge>(router);
 }
 
 }  // namespace VekGnmi::Server

@@ -199,6 +199,8 @@ bool Subscription::onSyncMessage(Ostrel::SyncId syncId, const Ostrel::ArenaRespM
   return room;
 }
 
+bool Subscription::hasRoom() const { return !ended_ && channel_->queue().hasRoom(); }
+
 void Subscription::onSyncDone(Ostrel::SyncId syncId) {
   if (ended_ || syncId != syncing_) return;
   syncing_ = Ostrel::SyncId();
