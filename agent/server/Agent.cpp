@@ -6,6 +6,7 @@
 #include "CoalescingQueue.h"
 #include "GnmiPathText.h"
 #include "PathResolver.h"
+#include "SetUndo.h"
 #include "Subscription.h"
 #include "ValueEncoding.h"
 
@@ -247,9 +248,13 @@ void Agent::runSet(const std::shared_ptr<SetCall>& call) {
   if (!status.ok()) return call->finish(status);
   if (!plan.entities.empty()) {
     // One library Set per entity; all prepared before any commits, so a
-    // request is applied all or nothing across entities.
+    // request is applied all or nothing across entities. A write that the
+    // runtime refuses during a commit is undone with everything committed
+    // before it (SetUndo).
     std::vector<std::unique_ptr<SetTransaction>> transactions;
+    SetUndo undo;
     for (EntitySet& entity : plan.entities) {
+      undo.record(entity);
       transactions.push_back(bridge_->makeSet(model_.root, std::move(entity.request)));
     }
     for (auto& tx : transactions) {
@@ -258,7 +263,12 @@ void Agent::runSet(const std::shared_ptr<SetCall>& call) {
     }
     for (auto& tx : transactions) {
       status = tx->commit();
-      if (!status.ok()) return call->finish(status);
+      if (!status.ok()) {
+        const size_t restored = undo.restore();
+        ZOLT_TRACE(dbg, 2, "Agent", "Set refused at commit ({}); {} values restored", status.error_message(),
+                   restored);
+        return call->finish(status);
+      }
     }
   }
   call->response = setResponse(call->request, nowNanos());
