@@ -1,6 +1,7 @@
 #include "LibraryBridge.h"
 
 #include <Ostrel/BaseRouter.h>
+#include <Ostrel/GifNotifiee.h>
 #include <Ostrel/VekGnmiSetter.h>
 #include <Ostrel/VekGnmiUtils.h>
 #include <Ostrel/VekTypeWalker.h>
@@ -58,6 +59,11 @@ class LinkedLibraryBridge final : public LibraryBridge {
 
   Ostrel::WalkResult syncObject(const Vek::Ptr<Vek::Entity>& entity, const gnmi::Path& prefix,
                                 SyncWalkId ids, SyncKind kind) override {
+    // A watch only puts the entity's notifiee in place; once it is there the
+    // library would still seed the timestamps of every member of the
+    // entity's collections, which for a device of many interfaces costs more
+    // than a subscription to one of them.
+    if (kind == SyncKind::Watch && notifieeInPlace(entity.ptr(), prefix)) return Ostrel::WalkResult::Done;
     return Ostrel::FullVekTypeWalker::syncObject(entity.ptr(), prefix, router_, ids,
                                                  Ostrel::WalkerFlags{walkerFlagBits(kind)});
   }
@@ -91,6 +97,13 @@ class LinkedLibraryBridge final : public LibraryBridge {
     Ostrel::FullVekTypeWalker::flushWalkMap();
     // No walk is left, so no path may name one.
     Ostrel::staticPathWalkIdMap.clear();
+  }
+
+  static bool notifieeInPlace(const Vek::PtrInterface* entity, const gnmi::Path& prefix) {
+    const auto path = Ostrel::notifieePathMap.find(entity);
+    if (path == Ostrel::notifieePathMap.end() || path->second != prefix) return false;
+    const auto notifiee = Ostrel::gNmiNotifieeMap.find(prefix);
+    return notifiee != Ostrel::gNmiNotifieeMap.end() && notifiee->second && notifiee->second->entity() == entity;
   }
 
   size_t walkMapSize() const override { return Ostrel::FullVekTypeWalker::walkMapSize(); }
