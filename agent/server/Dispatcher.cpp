@@ -138,7 +138,9 @@ void Dispatcher::resumePaused(EventLoop::Clock::time_point deadline) {
     }
     const uint64_t syncId = w->second;
     ++resumes_;
-    const Ostrel::WalkResult result = bridge_->resumeWalk(Ostrel::WalkId(walkId));
+    std::vector<PublishedEntity> lost;
+    const Ostrel::WalkResult result = bridge_->resumeWalk(Ostrel::WalkId(walkId), lost);
+    if (!lost.empty()) restart(syncId, std::move(lost));
     if (result == Ostrel::WalkResult::Done) {
       walkFinished(Ostrel::SyncId(syncId), Ostrel::WalkId(walkId));
     } else {
@@ -186,6 +188,16 @@ void Dispatcher::startQueued(EventLoop::Clock::time_point deadline) {
     }
     walkPaused(id, walkId);
     ++i;
+  }
+}
+
+void Dispatcher::restart(uint64_t syncId, std::vector<PublishedEntity> lost) {
+  auto it = syncs_.find(syncId);
+  if (it == syncs_.end()) return;  // a watch: nothing is published
+  lostWalks_ += lost.size();
+  for (PublishedEntity& e : lost) it->second.toStart.push_back(std::move(e));
+  if (std::find(startOrder_.begin(), startOrder_.end(), syncId) == startOrder_.end()) {
+    startOrder_.push_back(syncId);
   }
 }
 

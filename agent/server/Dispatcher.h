@@ -85,8 +85,10 @@ class Dispatcher final : public MessageRouter {
   // Syncs not finished yet, and walks the library holds paused.
   size_t activeSyncs() const { return syncs_.size(); }
   size_t pausedWalks() const { return walkToSync_.size(); }
-  // Walks resumed so far.
+  // Walks resumed so far; entities synced again because a delete took their
+  // queued work (LibraryBridge::resumeWalk).
   uint64_t resumes() const { return resumes_; }
+  uint64_t lostWalks() const { return lostWalks_; }
 
   // The time slice of one pump run.
   static constexpr std::chrono::milliseconds SLICE{100};
@@ -110,6 +112,8 @@ class Dispatcher final : public MessageRouter {
   bool runnable(uint64_t walkId) const;
   bool workLeft() const;
   void walkPaused(uint64_t syncId, uint64_t walkId);
+  // Queues `lost` to be synced again within sync `syncId`.
+  void restart(uint64_t syncId, std::vector<PublishedEntity> lost);
   void walkFinished(Ostrel::SyncId syncId, Ostrel::WalkId walkId);
   void finishIfDone(Ostrel::SyncId syncId);
 
@@ -123,6 +127,7 @@ class Dispatcher final : public MessageRouter {
   uint64_t nextSyncId_ = 1;
   uint64_t nextWalkId_ = 1;
   uint64_t resumes_ = 0;
+  uint64_t lostWalks_ = 0;
   bool pumpPosted_ = false;
   std::shared_ptr<bool> alive_;
 };

@@ -25,7 +25,19 @@
 //   - a delete that drops one walk's queued walkers erases their paths from
 //     Ostrel::staticPathWalkIdMap whole, including other walks' entries at
 //     the same paths: before a walk is resumed, every walker it still has
-//     queued is registered under its path again, as popping it requires.
+//     queued is registered under its path again, as popping it requires;
+//   - a delete drops the walker queued at the deleted path and every walker
+//     queued behind it, whatever their paths. A walk that pauses inside a
+//     collection member queues the member's walker ahead of its owner's, so
+//     removing that member would drop the rest of the owner's walk (the
+//     members after it, the collections after that). After every pause the
+//     bridge therefore orders each walk's queue owners first (by prefix
+//     length; the library's sort is stable): a delete then drops only what
+//     lies under the deleted path, and what else it drops (a sibling member
+//     paused behind it) is found when the walk is next resumed: a queued
+//     walker that has gone while its entity is still published is reported
+//     as lost, and the Dispatcher syncs that entity again within the same
+//     sync.
 //
 // All calls are made on the event-loop thread.
 #pragma once
@@ -33,6 +45,7 @@
 #include <cstdint>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include <grpcpp/support/status.h>
 
@@ -41,6 +54,8 @@
 #include <Vek/Vek.h>
 
 #include <gnmi/gnmi.pb.h>
+
+#include "PathResolver.h"
 
 namespace VekGnmi::Server {
 
@@ -86,8 +101,11 @@ class LibraryBridge {
                                         SyncWalkId ids, SyncKind kind) = 0;
   // FullVekTypeWalker::resumeSync of one pending walk, for one slice: Done
   // when it has finished (also when a delete emptied its queue, or it is
-  // no longer pending), else the reason it paused again.
-  virtual Ostrel::WalkResult resumeWalk(Ostrel::WalkId walkId) = 0;
+  // no longer pending), else the reason it paused again. Appends to `lost`
+  // the published entities whose queued work a delete removed since the
+  // walk last paused although they are still in the model; they must be
+  // synced again for the walk's sync to be complete.
+  virtual Ostrel::WalkResult resumeWalk(Ostrel::WalkId walkId, std::vector<PublishedEntity>& lost) = 0;
   // FullVekTypeWalker::cancelPendingSync, with the path-map cleanup above:
   // drops a pending walk; false when there was none.
   virtual bool cancelPendingSync(Ostrel::WalkId walkId) = 0;

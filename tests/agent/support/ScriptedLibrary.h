@@ -72,7 +72,7 @@ class ScriptedLibrary : public VekGnmi::Server::LibraryBridge {
     return result;
   }
 
-  Ostrel::WalkResult resumeWalk(Ostrel::WalkId walkId) override {
+  Ostrel::WalkResult resumeWalk(Ostrel::WalkId walkId, std::vector<VekGnmi::Server::PublishedEntity>&) override {
     ++resumeCalls;
     for (auto it = pending_.begin(); it != pending_.end(); ++it) {
       if (it->ids.second != walkId) continue;
