@@ -324,6 +324,18 @@ TEST(AgentLibrary, SetAppliesAllOrNothingAcrossEntitiesAndGetShowsIt) {
   *bad.add_update() = jsonUpdate("interfaces[name=eth1]/mtu", "10");
   const grpc::Status refused = live.set(bad, response);
   EXPECT_EQ(refused.error_code(), grpc::StatusCode::NOT_FOUND) << refused.error_message();
+  // The same within one entity: the description written before the refused
+  // MTU is written back.
+  gnmi::SetRequest badOne;
+  *badOne.mutable_prefix() = P(ETH1);
+  *badOne.add_update() = jsonUpdate("description", R"("never")");
+  *badOne.add_update() = jsonUpdate("mtu", "10");
+  EXPECT_EQ(live.set(badOne, response).error_code(), grpc::StatusCode::NOT_FOUND);
+  EXPECT_EQ(live.onLoop([&] {
+    return live.agent().model().device->entity("interfaces", Vek::genericIfOf("eth1"))->value<Vek::String>("description")
+        .stdString();
+  }),
+            "port 1");
   // PROTO-typed values are taken as they are.
   gnmi::SetRequest typed;
   gnmi::Update* u = typed.add_update();
