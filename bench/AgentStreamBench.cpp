@@ -3,6 +3,9 @@
 // a stand-in for gRPC that serialises each response, as gRPC does before it
 // sends, on a thread of its own, and then completes the write.
 //
+//   FirstSync      the first sync of the agent's life, which also makes
+//                  every entity's notifiee and timestamp table (the others
+//                  run after it, with the notifiees in place)
 //   StreamSync/N   a STREAM subscription in PROTO at the root of a demo
 //                  device of 42,000 interfaces (1,060,512 leaves in 157,503
 //                  messages): from the request to its sync_response on the
@@ -13,6 +16,10 @@
 //                  agent's sync), pushed through the same stream queue and
 //                  writer by one thread: what is left when the agent's work
 //                  is taken away
+//   GrpcSync       StreamSync over a real gRPC channel on loopback: a client
+//                  reads up to the sync_response
+//   GrpcPrebuilt   the captured responses written by a minimal gRPC server
+//                  (callback API, one write at a time) to the same client
 //   ChangeLatency  10,000 changes a second (one inPkts write each, ten a
 //                  millisecond, over distinct interfaces), subscribed ON_CHANGE
 //                  at interfaces[name=*]/counters/inPkts: from the moment the
@@ -39,8 +46,13 @@
 
 #include <Ostrel/VekTypeWalker.h>
 
+#include <grpcpp/grpcpp.h>
+
+#include <gnmi/gnmi.grpc.pb.h>
+
 #include "Agent.h"
 #include "DemoModel.h"
+#include "GnmiService.h"
 #include "GnmiPathText.h"
 #include "StreamChannel.h"
 
@@ -159,7 +171,11 @@ gnmi::SubscribeRequest streamRequest(const std::vector<std::string>& paths, gnmi
 
 // The agent over the big demo device, made once for the whole program.
 struct Bench {
-  Bench() : agent(makeOptions(), makeLibraryBridge) { agent.start(); }
+  Bench() : server(makeOptions(), makeLibraryBridge), agent(server.agent()) {
+    std::string error;
+    if (!server.start("127.0.0.1:0", error)) throw std::runtime_error(error);
+    firstSync = sync(StreamQueue::DEFAULT_SYNC_LIMIT, [](const gnmi::SubscribeResponse&) {});
+  }
   static AgentOptions makeOptions() {
     AgentOptions o;
     o.interfaces = INTERFACES;
@@ -197,7 +213,9 @@ struct Bench {
   }
 
   Wire wire;
-  Agent agent;
+  AgentServer server;
+  Agent& agent;
+  double firstSync = 0;  // seconds
 };
 
 Bench& bench() {
@@ -206,6 +224,12 @@ Bench& bench() {
 }
 
 size_t updatesIn(const gnmi::SubscribeResponse& r) { return r.has_update() ? r.update().update_size() : 0; }
+
+void FirstSync(benchmark::State& state) {
+  Bench& b = bench();
+  for (auto _ : state) state.SetIterationTime(b.firstSync);
+}
+BENCHMARK(FirstSync)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1);
 
 void StreamSync(benchmark::State& state) {
   Bench& b = bench();
@@ -320,6 +344,115 @@ void PrebuiltSync(benchmark::State& state) {
                          benchmark::Counter::kIsRate);
 }
 BENCHMARK(PrebuiltSync)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// A client that subscribes (STREAM, PROTO, the root) on a channel of its own
+// and reads up to the sync_response; returns the seconds and the leaves.
+std::pair<double, size_t> grpcSync(int port) {
+  grpc::ChannelArguments args;
+  args.SetMaxReceiveMessageSize(-1);
+  auto stub = gnmi::gNMI::NewStub(grpc::CreateCustomChannel(fmt::format("127.0.0.1:{}", port),
+                                                             grpc::InsecureChannelCredentials(), args));
+  grpc::ClientContext context;
+  const auto start = Clock::now();
+  auto stream = stub->Subscribe(&context);
+  stream->Write(streamRequest({"/"}, gnmi::TARGET_DEFINED, false));
+  gnmi::SubscribeResponse r;
+  size_t leaves = 0;
+  while (stream->Read(&r)) {
+    leaves += updatesIn(r);
+    if (r.sync_response()) break;
+  }
+  const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  context.TryCancel();
+  stream->Finish();
+  return {seconds, leaves};
+}
+
+void GrpcSync(benchmark::State& state) {
+  Bench& b = bench();
+  size_t leaves = 0;
+  for (auto _ : state) {
+    const auto [seconds, n] = grpcSync(b.server.port());
+    state.SetIterationTime(seconds);
+    leaves = n;
+  }
+  state.counters["leaves"] = static_cast<double>(leaves);
+  state.counters["leaves_per_s"] =
+      benchmark::Counter(static_cast<double>(leaves) * static_cast<double>(state.iterations()),
+                         benchmark::Counter::kIsRate);
+}
+BENCHMARK(GrpcSync)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// Streams fixed responses to every Subscribe, one write at a time.
+class PrebuiltService final : public gnmi::gNMI::CallbackService {
+ public:
+  explicit PrebuiltService(const std::vector<std::shared_ptr<gnmi::SubscribeResponse>>& responses)
+      : responses_(responses) {}
+  using gnmi::gNMI::CallbackService::Subscribe;
+  grpc::ServerBidiReactor<gnmi::SubscribeRequest, gnmi::SubscribeResponse>* Subscribe(
+      grpc::CallbackServerContext*) override {
+    class Reactor final : public grpc::ServerBidiReactor<gnmi::SubscribeRequest, gnmi::SubscribeResponse> {
+     public:
+      explicit Reactor(const std::vector<std::shared_ptr<gnmi::SubscribeResponse>>& responses)
+          : responses_(responses) {
+        StartRead(&request_);
+      }
+      void OnReadDone(bool ok) override {
+        if (ok && !started_) {
+          started_ = true;
+          next();
+        }
+      }
+      void OnWriteDone(bool ok) override {
+        if (!ok) return Finish(grpc::Status::CANCELLED);
+        next();
+      }
+      void OnCancel() override {}
+      void OnDone() override { delete this; }
+
+     private:
+      void next() {
+        if (index_ == responses_.size()) return Finish(grpc::Status::OK);
+        StartWrite(responses_[index_++].get());
+      }
+      const std::vector<std::shared_ptr<gnmi::SubscribeResponse>>& responses_;
+      gnmi::SubscribeRequest request_;
+      size_t index_ = 0;
+      bool started_ = false;
+    };
+    return new Reactor(responses_);
+  }
+
+ private:
+  const std::vector<std::shared_ptr<gnmi::SubscribeResponse>>& responses_;
+};
+
+void GrpcPrebuilt(benchmark::State& state) {
+  Bench& b = bench();
+  std::vector<std::shared_ptr<gnmi::SubscribeResponse>> captured;
+  b.sync(StreamQueue::DEFAULT_SYNC_LIMIT, [&](const gnmi::SubscribeResponse& r) {
+    captured.push_back(std::make_shared<gnmi::SubscribeResponse>(r));
+  });
+  PrebuiltService service(captured);
+  grpc::ServerBuilder builder;
+  int port = 0;
+  builder.AddListeningPort("127.0.0.1:0", grpc::InsecureServerCredentials(), &port);
+  builder.RegisterService(&service);
+  std::unique_ptr<grpc::Server> server = builder.BuildAndStart();
+  size_t leaves = 0;
+  for (auto _ : state) {
+    const auto [seconds, n] = grpcSync(port);
+    state.SetIterationTime(seconds);
+    leaves = n;
+  }
+  server->Shutdown(std::chrono::system_clock::now() + std::chrono::seconds(1));
+  server->Wait();
+  state.counters["leaves"] = static_cast<double>(leaves);
+  state.counters["leaves_per_s"] =
+      benchmark::Counter(static_cast<double>(leaves) * static_cast<double>(state.iterations()),
+                         benchmark::Counter::kIsRate);
+}
+BENCHMARK(GrpcPrebuilt)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 
 void ChangeLatency(benchmark::State& state) {
   Bench& b = bench();
