@@ -19,7 +19,9 @@
 // has room, for at most SLICE per run, posting itself again while such work
 // is left. A walk whose owner is full waits, without holding back anyone
 // else's, until `roomFreed`. When every walk of a sync has finished the
-// owner is told (`onSyncDone`). `cancel` drops an owner's pending walks
+// owner is told (`onSyncDone`). Entities whose queued work a delete took
+// from a paused walk are synced again within the same sync (`restart`, fed by
+// LibraryBridge::resumeWalk). `cancel` drops an owner's pending walks
 // (cancelPendingSync).
 #pragma once
 
