@@ -1,8 +1,110 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the library and runs the demo with traces on.
+# The agent demo: installs what is missing, builds vekgnmid and vekgnmi
+# (release), starts vekgnmid on 127.0.0.1 with a demo device that keeps
+# changing, and talks to it with vekgnmi: capabilities, get, set, get again,
+# a one-off subscription and a few seconds of streaming. The server is
+# stopped by its pid when the script ends, however it ends.
+#
+#   bash scripts/demo.sh                      # a free port, 8 interfaces
+#   DEMO_PORT=57400 DEMO_SECONDS=10 DEMO_INTERFACES=1000 bash scripts/demo.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
+
+port=${DEMO_PORT:-0}  # 0: the system picks a free port
+seconds=${DEMO_SECONDS:-4}
+interfaces=${DEMO_INTERFACES:-8}
+churn=${DEMO_CHURN:-10}
+
+bold=""; dim=""; reset=""
+if [ -t 1 ]; then bold=$'\e[1m'; dim=$'\e[2m'; reset=$'\e[0m'; fi
+say() { printf '\n%s== %s%s\n' "$bold" "$*" "$reset"; }
+# Prints a command as one would type it (single quotes where the shell
+# needs them), then runs it.
+show() {
+  printf '%s$' "$dim"
+  local arg
+  for arg in "$@"; do
+    if [[ $arg =~ ^[A-Za-z0-9_./:=,@%+-]+$ ]]; then printf ' %s' "$arg"; else printf " '%s'" "${arg//\'/\'\\\'\'}"; fi
+  done
+}
+run() {
+  show "$@"
+  printf '%s\n' "$reset"
+  "$@"
+}
+
+say "Installing what is missing"
 bash scripts/install-deps.sh
-bash scripts/configure.sh release
-cmake --build build -j"$(nproc)" --target PathDemo
-ZOLT_TRACE="${ZOLT_TRACE:-Demo=0x2,OstrelPath=0x200}" ./build/examples/PathDemo
+
+say "Building vekgnmid and vekgnmi (release)"
+if [ ! -f build/build.ninja ]; then bash scripts/configure.sh release >/dev/null; fi
+cmake --build build -j"$(nproc)" --target vekgnmid vekgnmi | tail -n 1
+
+server_pid=""
+log=$(mktemp -t vekgnmid.XXXXXX.log)
+stop_server() {
+  if [ -n "$server_pid" ] && kill -0 "$server_pid" 2>/dev/null; then
+    kill -INT "$server_pid" 2>/dev/null || true
+    wait "$server_pid" 2>/dev/null || true
+  fi
+  rm -f "$log"
+}
+trap stop_server EXIT
+
+say "Starting vekgnmid: a demo device of $interfaces interfaces changing $churn times a second"
+server=(./build/agent/vekgnmid --address "127.0.0.1:$port" --interfaces "$interfaces" --churn "$churn")
+show "${server[@]}"
+printf ' &%s\n' "$reset"
+"${server[@]}" >"$log" 2>&1 &
+server_pid=$!
+# It prints "vekgnmid: serving gNMI on ... (port N), ..." once it listens.
+for _ in $(seq 1 100); do
+  if grep -q 'serving gNMI' "$log"; then break; fi
+  if ! kill -0 "$server_pid" 2>/dev/null; then
+    echo "vekgnmid did not start:" >&2
+    cat "$log" >&2
+    exit 1
+  fi
+  sleep 0.1
+done
+if ! grep -q 'serving gNMI' "$log"; then
+  echo "vekgnmid did not start listening within 10 s" >&2
+  exit 1
+fi
+cat "$log"
+port=$(sed -n 's/.*(port \([0-9]*\)).*/\1/p' "$log" | head -n 1)
+cli=(./build/agent/vekgnmi --address "127.0.0.1:$port" --timeout 5s)
+
+eth1=/devices/dev1/interfaces[name=eth1]
+
+say "Capabilities: the gNMI version, the model and the encodings"
+run "${cli[@]}" capabilities
+
+say "Get one interface's configuration"
+run "${cli[@]}" get --type config --path "$eth1"
+
+say "Set its MTU and description in one request (applied all or nothing)"
+run "${cli[@]}" set --update "$eth1/mtu=9000" --update "$eth1/description=\"uplink to core\""
+
+say "Get them again"
+run "${cli[@]}" get --path "$eth1/mtu" --path "$eth1/description"
+
+say "A Set the device refuses changes nothing (an MTU out of range)"
+run "${cli[@]}" set --update "$eth1/description=\"never written\"" --update "$eth1/mtu=20000" || true
+run "${cli[@]}" get --path "$eth1/description"
+
+say "Subscribe once: the system's values, then sync_response"
+run "${cli[@]}" subscribe --mode once --path /devices/dev1/system
+
+say "Subscribe (stream, on change) to every interface's counters and status for ${seconds}s"
+run "${cli[@]}" subscribe --updates-only --stream-mode on-change \
+  --path "/devices/dev1/interfaces[name=*]/counters/inPkts" \
+  --path "/devices/dev1/interfaces[name=*]/operStatus" --duration "${seconds}s"
+
+say "Stopping vekgnmid (pid $server_pid)"
+kill -INT "$server_pid"
+wait "$server_pid" || true
+server_pid=""
+tail -n 1 "$log"
+echo
+echo "More: ./build/agent/vekgnmid --help, ./build/agent/vekgnmi --help and agent/README.md"

@@ -6,6 +6,7 @@
 #include "CoalescingQueue.h"
 #include "GnmiPathText.h"
 #include "PathResolver.h"
+#include "SetUndo.h"
 #include "Subscription.h"
 #include "ValueEncoding.h"
 
@@ -18,10 +19,6 @@ Zolt::Debuggable& dbg = Zolt::Platform::getDebugHandler("Agent");
 constexpr std::chrono::milliseconds CHURN_PERIOD{10};
 constexpr std::chrono::seconds SLOW_CHECK_PERIOD{1};
 constexpr std::chrono::seconds CANCEL_GRACE{2};
-
-const char* const NO_SYNC_CORE =
-    "this build of the agent does not link the library's sync core (Get and Subscribe)";
-const char* const NO_SET_DRIVER = "this build of the agent does not link the library's Set driver";
 
 }  // namespace
 
@@ -216,7 +213,6 @@ void Agent::get(std::shared_ptr<GetCall> call) {
       }
       covers.push_back(std::move(r.cover));
     }
-    if (!bridge_->syncAvailable()) return call->finish({grpc::StatusCode::UNIMPLEMENTED, NO_SYNC_CORE});
     auto op = std::make_unique<GetOperation>(*dispatcher_, *schema_, call, std::move(params));
     GetOperation* raw = op.get();
     gets_[call.get()] = std::move(op);
@@ -251,15 +247,15 @@ void Agent::runSet(const std::shared_ptr<SetCall>& call) {
   grpc::Status status = planSet(*schema_, call->request, plan);
   if (!status.ok()) return call->finish(status);
   if (!plan.entities.empty()) {
-    if (!bridge_->setAvailable()) return call->finish({grpc::StatusCode::UNIMPLEMENTED, NO_SET_DRIVER});
     // One library Set per entity; all prepared before any commits, so a
-    // request is applied all or nothing across entities.
+    // request is applied all or nothing across entities. A write that the
+    // runtime refuses during a commit is undone with everything committed
+    // before it (SetUndo).
     std::vector<std::unique_ptr<SetTransaction>> transactions;
+    SetUndo undo;
     for (EntitySet& entity : plan.entities) {
+      undo.record(entity);
       transactions.push_back(bridge_->makeSet(model_.root, std::move(entity.request)));
-      if (!transactions.back()) {
-        return call->finish({grpc::StatusCode::INTERNAL, "the library refused to make a Set"});
-      }
     }
     for (auto& tx : transactions) {
       status = tx->prepare();
@@ -267,7 +263,12 @@ void Agent::runSet(const std::shared_ptr<SetCall>& call) {
     }
     for (auto& tx : transactions) {
       status = tx->commit();
-      if (!status.ok()) return call->finish(status);
+      if (!status.ok()) {
+        const size_t restored = undo.restore();
+        ZOLT_TRACE(dbg, 2, "Agent", "Set refused at commit ({}); {} values restored", status.error_message(),
+                   restored);
+        return call->finish(status);
+      }
     }
   }
   call->response = setResponse(call->request, nowNanos());
@@ -301,15 +302,6 @@ void Agent::streamRequest(const std::shared_ptr<StreamChannel>& channel, gnmi::S
     if (channel->ended()) return;
     SubscribeParams params;
     grpc::Status status = parseSubscribe(request, options_.limits, params);
-    if (status.ok() && !bridge_->syncAvailable()) {
-      // Validate the paths first, so that a bad path gets its own status.
-      for (const SubscriptionEntry& entry : params.entries) {
-        Resolution r;
-        status = resolvePath(*schema_, entry.path, r);
-        if (!status.ok()) break;
-      }
-      if (status.ok()) status = {grpc::StatusCode::UNIMPLEMENTED, NO_SYNC_CORE};
-    }
     if (!status.ok()) {
       channel->abort(status);
       return;

@@ -26,10 +26,9 @@
 // Update.duplicates), so memory stays bounded by the number of distinct
 // leaves and the loop never blocks on a reader. A stream whose write has
 // been blocked longer than the send timeout is ended with RESOURCE_EXHAUSTED
-// and its syncs cancelled. The library resumes paused syncs in its own
-// order and stops at the first that is still blocked, so a stalled
-// subscriber can hold back other subscribers' initial syncs (never their
-// changes) until it reads or its send timeout ends it.
+// and its syncs cancelled. Paused syncs are resumed one walk at a time, only
+// those whose subscriber has room (Dispatcher), so a stalled subscriber holds
+// back nobody else's sync.
 #pragma once
 
 #include <chrono>

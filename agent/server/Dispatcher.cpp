@@ -61,13 +61,11 @@ void Dispatcher::watch(const std::vector<PublishedEntity>& targets) {
   // A sync id that no owner holds: a watch publishes nothing.
   const uint64_t id = nextSyncId_++;
   for (const PublishedEntity& target : targets) {
+    if (target.entity && target.entity->isOrphan()) continue;
     const uint64_t walkId = nextWalkId_++;
     const Ostrel::WalkResult result = bridge_->syncObject(
         target.entity, target.path, {Ostrel::SyncId(id), Ostrel::WalkId(walkId)}, SyncKind::Watch);
-    if (result != Ostrel::WalkResult::Done) {
-      walkToSync_[walkId] = id;
-      schedulePump();
-    }
+    if (result != Ostrel::WalkResult::Done) walkPaused(id, walkId);
   }
 }
 
@@ -83,9 +81,6 @@ void Dispatcher::cancel(SyncOwner& owner) {
     ZOLT_TRACE(dbg, 4, "Dispatcher", "sync {} cancelled", it->first);
     it = syncs_.erase(it);
   }
-  // The paused walk that blocked the others may have been one of these.
-  blocked_ = false;
-  schedulePump();
 }
 
 void Dispatcher::addChangeSink(ChangeSink* sink) { changeSinks_.push_back(sink); }
@@ -94,10 +89,7 @@ void Dispatcher::removeChangeSink(ChangeSink* sink) {
   changeSinks_.erase(std::remove(changeSinks_.begin(), changeSinks_.end(), sink), changeSinks_.end());
 }
 
-void Dispatcher::roomFreed() {
-  blocked_ = false;
-  schedulePump();
-}
+void Dispatcher::roomFreed() { schedulePump(); }
 
 void Dispatcher::schedulePump() {
   if (pumpPosted_) return;
@@ -110,33 +102,58 @@ void Dispatcher::schedulePump() {
   }
 }
 
+void Dispatcher::walkPaused(uint64_t syncId, uint64_t walkId) {
+  walkToSync_[walkId] = syncId;
+  paused_.push_back(walkId);
+}
+
+bool Dispatcher::runnable(uint64_t walkId) const {
+  const auto w = walkToSync_.find(walkId);
+  if (w == walkToSync_.end()) return false;
+  const auto s = syncs_.find(w->second);
+  // A watch has no owner: nothing of it waits for a reader.
+  return s == syncs_.end() || s->second.owner->hasRoom();
+}
+
 void Dispatcher::pump() {
   pumpPosted_ = false;
   const auto deadline = EventLoop::Clock::now() + SLICE;
-  if (!walkToSync_.empty() && !blocked_) {
-    std::vector<SyncWalkId> completed;
-    const Ostrel::WalkResult result = bridge_->resumeAll(completed);
-    for (const SyncWalkId& ids : completed) walkFinished(ids.first, ids.second);
-    if (result == Ostrel::WalkResult::RouterFull) {
-      blocked_ = true;
-    } else if (result == Ostrel::WalkResult::QuantaExceeded) {
-      schedulePump();
-      return;
+  resumePaused(deadline);
+  startQueued(deadline);
+  if (workLeft()) schedulePump();
+}
+
+void Dispatcher::resumePaused(EventLoop::Clock::time_point deadline) {
+  // Each paused walk at most once per run, in turn: one that pauses again
+  // goes to the back, behind the others.
+  for (size_t n = paused_.size(); n > 0 && !paused_.empty(); --n) {
+    if (EventLoop::Clock::now() >= deadline) return;
+    const uint64_t walkId = paused_.front();
+    paused_.pop_front();
+    const auto w = walkToSync_.find(walkId);
+    if (w == walkToSync_.end()) continue;  // cancelled
+    if (!runnable(walkId)) {
+      paused_.push_back(walkId);
+      continue;
+    }
+    const uint64_t syncId = w->second;
+    ++resumes_;
+    std::vector<PublishedEntity> lost;
+    const Ostrel::WalkResult result = bridge_->resumeWalk(Ostrel::WalkId(walkId), lost);
+    if (!lost.empty()) restart(syncId, std::move(lost));
+    if (result == Ostrel::WalkResult::Done) {
+      walkFinished(Ostrel::SyncId(syncId), Ostrel::WalkId(walkId));
     } else {
-      // Done: nothing is pending in the library any more.
-      for (auto it = walkToSync_.begin(); it != walkToSync_.end();) {
-        const uint64_t syncId = it->second;
-        const uint64_t walkId = it->first;
-        it = walkToSync_.erase(it);
-        walkFinished(Ostrel::SyncId(syncId), Ostrel::WalkId(walkId));
-      }
+      paused_.push_back(walkId);
     }
   }
-  // Start queued walks, one at a time per sync: the next walk of a sync
-  // starts once its previous one has finished, so a sync that waits for a
-  // full subscriber starts nothing more. Other syncs still get their slices.
-  bool sliceSpent = false;
-  for (size_t i = 0; i < startOrder_.size() && !sliceSpent;) {
+}
+
+void Dispatcher::startQueued(EventLoop::Clock::time_point deadline) {
+  // One walk at a time per sync: the next walk of a sync starts once its
+  // previous one has finished, so a sync that waits for a full subscriber
+  // starts nothing more. Other syncs still get their turns.
+  for (size_t i = 0; i < startOrder_.size();) {
     const uint64_t id = startOrder_[i];
     auto it = syncs_.find(id);
     if (it == syncs_.end()) {
@@ -149,11 +166,11 @@ void Dispatcher::pump() {
       finishIfDone(Ostrel::SyncId(id));
       continue;
     }
-    if (!sync.running.empty()) {
+    if (!sync.running.empty() || !sync.owner->hasRoom()) {
       ++i;
       continue;
     }
-    if (EventLoop::Clock::now() >= deadline) break;
+    if (EventLoop::Clock::now() >= deadline) return;
     PublishedEntity target = std::move(sync.toStart.front());
     sync.toStart.pop_front();
     // An entity removed since the sync was queued is no longer published
@@ -164,30 +181,40 @@ void Dispatcher::pump() {
     const SyncKind kind = sync.kind;
     const Ostrel::WalkResult result = bridge_->syncObject(
         target.entity, target.path, {Ostrel::SyncId(id), Ostrel::WalkId(walkId)}, kind);
+    // The owner may have been told the end inside walkFinished: look again.
     if (result == Ostrel::WalkResult::Done) {
       walkFinished(Ostrel::SyncId(id), Ostrel::WalkId(walkId));
       continue;  // the same sync's next walk
     }
-    walkToSync_[walkId] = id;
-    if (result == Ostrel::WalkResult::RouterFull) {
-      blocked_ = true;
-    } else {
-      sliceSpent = true;
-    }
+    walkPaused(id, walkId);
     ++i;
   }
-  bool startable = false;
+}
+
+void Dispatcher::restart(uint64_t syncId, std::vector<PublishedEntity> lost) {
+  auto it = syncs_.find(syncId);
+  if (it == syncs_.end()) return;  // a watch: nothing is published
+  lostWalks_ += lost.size();
+  for (PublishedEntity& e : lost) it->second.toStart.push_back(std::move(e));
+  if (std::find(startOrder_.begin(), startOrder_.end(), syncId) == startOrder_.end()) {
+    startOrder_.push_back(syncId);
+  }
+}
+
+bool Dispatcher::workLeft() const {
+  for (const uint64_t walkId : paused_) {
+    if (runnable(walkId)) return true;
+  }
   for (const uint64_t id : startOrder_) {
     auto it = syncs_.find(id);
-    if (it == syncs_.end() || it->second.running.empty()) {
-      startable = true;
-      break;
-    }
+    if (it == syncs_.end() || it->second.toStart.empty()) return true;  // to be dropped or finished
+    if (it->second.running.empty() && it->second.owner->hasRoom()) return true;
   }
-  if (startable || (!walkToSync_.empty() && !blocked_)) schedulePump();
+  return false;
 }
 
 void Dispatcher::walkFinished(Ostrel::SyncId syncId, Ostrel::WalkId walkId) {
+  // Its entry in paused_, if any, is skipped when met.
   walkToSync_.erase(walkId.value());
   auto it = syncs_.find(syncId.value());
   if (it == syncs_.end()) return;

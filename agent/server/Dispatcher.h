@@ -14,11 +14,15 @@
 // changes.
 //
 // Driving: `startSync` mints a sync id and queues one walk per entity to
-// publish; the pump starts walks and resumes paused ones
-// (resumeAllSyncsAndNotifs) in slices, posting itself again while work is
-// left, and waits for `roomFreed` when a subscriber's queue is full. When
-// every walk of a sync has finished the owner is told (`onSyncDone`).
-// `cancel` drops an owner's pending walks (cancelPendingSync).
+// publish; the pump starts walks and resumes paused ones one at a time
+// (LibraryBridge::resumeWalk), round-robin over the paused walks whose owner
+// has room, for at most SLICE per run, posting itself again while such work
+// is left. A walk whose owner is full waits, without holding back anyone
+// else's, until `roomFreed`. When every walk of a sync has finished the
+// owner is told (`onSyncDone`). Entities whose queued work a delete took
+// from a paused walk are synced again within the same sync (`restart`, fed by
+// LibraryBridge::resumeWalk). `cancel` drops an owner's pending walks
+// (cancelPendingSync).
 #pragma once
 
 #include <chrono>
@@ -42,6 +46,9 @@ class SyncOwner {
   virtual bool onSyncMessage(Ostrel::SyncId syncId, const Ostrel::ArenaRespMsgPtr& message) = 0;
   // Every walk of sync `syncId` has finished.
   virtual void onSyncDone(Ostrel::SyncId syncId) = 0;
+  // Whether the owner takes more sync messages now; a paused walk of an
+  // owner without room is not resumed.
+  virtual bool hasRoom() const { return true; }
 };
 
 class ChangeSink {
@@ -80,6 +87,10 @@ class Dispatcher final : public MessageRouter {
   // Syncs not finished yet, and walks the library holds paused.
   size_t activeSyncs() const { return syncs_.size(); }
   size_t pausedWalks() const { return walkToSync_.size(); }
+  // Walks resumed so far; entities synced again because a delete took their
+  // queued work (LibraryBridge::resumeWalk).
+  uint64_t resumes() const { return resumes_; }
+  uint64_t lostWalks() const { return lostWalks_; }
 
   // The time slice of one pump run.
   static constexpr std::chrono::milliseconds SLICE{100};
@@ -95,6 +106,16 @@ class Dispatcher final : public MessageRouter {
 
   void schedulePump();
   void pump();
+  // Resumes paused walks whose owner has room, round-robin, until `deadline`.
+  void resumePaused(EventLoop::Clock::time_point deadline);
+  // Starts the next walk of syncs that have none running, until `deadline`.
+  void startQueued(EventLoop::Clock::time_point deadline);
+  // Whether a walk can make progress now (its owner has room).
+  bool runnable(uint64_t walkId) const;
+  bool workLeft() const;
+  void walkPaused(uint64_t syncId, uint64_t walkId);
+  // Queues `lost` to be synced again within sync `syncId`.
+  void restart(uint64_t syncId, std::vector<PublishedEntity> lost);
   void walkFinished(Ostrel::SyncId syncId, Ostrel::WalkId walkId);
   void finishIfDone(Ostrel::SyncId syncId);
 
@@ -103,11 +124,13 @@ class Dispatcher final : public MessageRouter {
   std::unordered_map<uint64_t, Sync> syncs_;
   std::deque<uint64_t> startOrder_;                  // syncs with walks to start, FIFO
   std::unordered_map<uint64_t, uint64_t> walkToSync_;  // paused walks
+  std::deque<uint64_t> paused_;  // paused walks in resume order (may name finished ones)
   std::vector<ChangeSink*> changeSinks_;
   uint64_t nextSyncId_ = 1;
   uint64_t nextWalkId_ = 1;
+  uint64_t resumes_ = 0;
+  uint64_t lostWalks_ = 0;
   bool pumpPosted_ = false;
-  bool blocked_ = false;  // the library paused on a full subscriber
   std::shared_ptr<bool> alive_;
 };
 

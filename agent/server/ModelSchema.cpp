@@ -2,6 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <Ostrel/GifNotifiee.h>
+#include <Ostrel/Path.h>
+#include <Ostrel/VekKey.h>
+#include <Ostrel/VekTypeWalker.h>
+
 namespace VekGnmi::Server {
 
 namespace {
@@ -34,19 +39,28 @@ LeafInfo makeLeaf(LeafKind kind, Vek::VekType type, const Vek::VekAttrBase* attr
 
 }  // namespace
 
-gnmi::PathElem memberElement(const Vek::VekAttrBase& attr, const Vek::GenericIf& key) {
-  gnmi::PathElem elem;
-  elem.set_name(attr.name());
-  std::string keyName;
-  if (!attr.keyAttrName().empty() && attr.type() && attr.type()->attr(attr.keyAttrName())) {
-    keyName = attr.keyAttrName();
-  } else if (!key.type()->isBuiltin() && !key.type()->isEntity()) {
-    keyName = attr.name() + "Key";
+std::optional<gnmi::PathElem> memberElement(const Vek::VekAttr& attr,
+                                            const Vek::Ptr<Vek::GenericIf const>& key) {
+  Ostrel::VekKey vekKey;
+  if (key->type()->isEntity()) {
+    // Named by the key entity's published path, which only a published
+    // entity has.
+    const auto* entity = static_cast<const Vek::PtrInterface*>(key->voidPtr());
+    const auto it = Ostrel::notifieePathMap.find(entity);
+    if (it == Ostrel::notifieePathMap.end()) return std::nullopt;
+    vekKey.collectingIs(true);
+    vekKey.updateTypeAndGenKeyForPtr(attr, key->type(), Ostrel::pathToStr(it->second));
+    vekKey.collectingIs(false);
   } else {
-    keyName = attr.name();
+    // The router is consulted for entity keys only.
+    struct NoRouter final : Ostrel::BaseRouter {
+      bool push(Ostrel::SyncId, const Ostrel::ArenaRespMsgPtr&) override { return true; }
+    } noRouter;
+    Ostrel::FullVekTypeWalker::extractKeyInfo(key, attr, vekKey, noRouter);
   }
-  (*elem.mutable_key())[keyName] = key.gnmiStrRep();
-  return elem;
+  gnmi::Path path;
+  vekKey.updateAndStorePrefix(path, false, attr);
+  return path.elem(0);
 }
 
 std::string namesKey(const gnmi::Path& path, int from) {

@@ -27,6 +27,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 
@@ -101,13 +102,17 @@ class ModelSchema {
 };
 
 // The path element under which a member of the instantiating collection
-// `attr` with key `key` is published, as the library's walker names it: the
-// collection's name, keyed by the collection's key attribute when it declares
-// one, else by "<attr>Key" for keys that are not builtins, else by "<attr>";
-// the key value is the key's gNMI text. The agent publishes members at these
-// paths itself (syncing a member directly), so they must be the walker's:
-// one entity, one notifiee, one prefix.
-gnmi::PathElem memberElement(const Vek::VekAttrBase& attr, const Vek::GenericIf& key);
+// `attr` with key `key` is published, named by the library's own key
+// extraction (FullVekTypeWalker::extractKeyInfo), so that it is exactly the
+// walker's: the members' declared key attribute, a generated "<attr>Key",
+// the collection's name, or one key per field of a composite key, with the
+// key texts the walker writes ("__" in strings as "\__"). The agent
+// publishes members at these paths itself (syncing a member directly), so
+// they must be the walker's: one entity, one notifiee, one prefix. Empty
+// for a member keyed by an entity that is not published (the walker does
+// not publish such a member either).
+std::optional<gnmi::PathElem> memberElement(const Vek::VekAttr& attr,
+                                            const Vek::Ptr<Vek::GenericIf const>& key);
 
 // The cache key of a path's element names from `from` on: names, and which
 // elements carry keys.

@@ -127,8 +127,9 @@ class Resolver {
           for (Vek::CollectionIterator it = attr.genericIfIteratorConst(entity); it; ++it) {
             Vek::Ptr<Vek::Entity> member = entityOf(it.ptr());
             if (!member) continue;
-            grpc::Status status =
-                visitEntity(member, childPath(at, memberElement(*attr, *it.key())), i + 1);
+            const std::optional<gnmi::PathElem> elem = memberElement(attr, it.key());
+            if (!elem) continue;  // not published: keyed by an unpublished entity
+            grpc::Status status = visitEntity(member, childPath(at, *elem), i + 1);
             if (!status.ok()) return status;
           }
           return grpc::Status::OK;
@@ -141,7 +142,12 @@ class Resolver {
           out_.absent = true;
           return validateBelow(attr->type(), i + 1);
         }
-        return visitEntity(member, childPath(at, memberElement(*attr, *key)), i + 1);
+        const std::optional<gnmi::PathElem> elem = memberElement(attr, key);
+        if (!elem) {
+          out_.absent = true;
+          return validateBelow(attr->type(), i + 1);
+        }
+        return visitEntity(member, childPath(at, *elem), i + 1);
       }
       if (e.key_size() != 0) {
         return {grpc::StatusCode::INVALID_ARGUMENT,

@@ -119,6 +119,7 @@ bool passesDataType(gnmi::GetRequest::DataType type, const LeafInfo* leaf) {
 namespace {
 
 struct SplitPath {
+  Vek::Ptr<Vek::Entity> entity;
   gnmi::Path entityPath;
   gnmi::Path valuePath;
   LeafInfo leaf;
@@ -198,6 +199,7 @@ grpc::Status splitSetPath(ModelSchema& schema, const gnmi::Path& full, SplitPath
                                                        Ostrel::pathElemToStr(first), pathString(entityPath))};
     }
   }
+  out.entity = node;
   out.entityPath = std::move(entityPath);
   out.valuePath.Clear();
   for (int j = i; j < full.elem_size(); ++j) *out.valuePath.add_elem() = full.elem(j);
@@ -239,6 +241,7 @@ grpc::Status planSet(ModelSchema& schema, const gnmi::SetRequest& request, SetPl
     if (target == nullptr) {
       plan.entities.emplace_back();
       target = &plan.entities.back();
+      target->entity = split.entity;
       target->entityPath = split.entityPath;
       *target->request.mutable_prefix() = split.entityPath;
     }

@@ -63,6 +63,7 @@ bool passesDataType(gnmi::GetRequest::DataType type, const LeafInfo* leaf);
 
 // One library Set: an entity and the operations on values below it.
 struct EntitySet {
+  Vek::Ptr<Vek::Entity> entity;  // the entity the operations write
   gnmi::Path entityPath;   // as the client named it (directories, members)
   gnmi::SetRequest request;  // prefix = entityPath, value paths and typed values
 };

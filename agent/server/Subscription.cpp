@@ -12,6 +12,8 @@ namespace VekGnmi::Server {
 
 namespace {
 Zolt::Debuggable& dbg = Zolt::Platform::getDebugHandler("AgentSubscription");
+// Sync messages queued before the writer is woken.
+constexpr size_t SYNC_KICK_BATCH = 16;
 }  // namespace
 
 Subscription::Subscription(Context context, std::shared_ptr<StreamChannel> channel,
@@ -195,9 +197,15 @@ bool Subscription::onSyncMessage(Ostrel::SyncId syncId, const Ostrel::ArenaRespM
     if (out->update_size() == 0 && out->delete__size() == 0) return queue.hasRoom();
     room = queue.pushSync(OutMessage(std::move(response)));
   }
-  channel_->kick();
+  // The writer is woken once per batch of sync messages, or when the queue
+  // is full; the sync's end (onSyncDone) wakes it for what is left. Waking
+  // it for every message made a writer that keeps up sleep and wake once
+  // per message.
+  if (!room || queue.syncQueued() >= SYNC_KICK_BATCH) channel_->kick();
   return room;
 }
+
+bool Subscription::hasRoom() const { return !ended_ && channel_->queue().hasRoom(); }
 
 void Subscription::onSyncDone(Ostrel::SyncId syncId) {
   if (ended_ || syncId != syncing_) return;

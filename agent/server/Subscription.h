@@ -56,6 +56,7 @@ class Subscription final : public SyncOwner, public ChangeSink {
 
   bool onSyncMessage(Ostrel::SyncId syncId, const Ostrel::ArenaRespMsgPtr& message) override;
   void onSyncDone(Ostrel::SyncId syncId) override;
+  bool hasRoom() const override;
   void onChange(const Ostrel::ArenaRespMsgPtr& message) override;
 
   const std::shared_ptr<StreamChannel>& channel() const { return channel_; }

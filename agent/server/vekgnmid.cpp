@@ -30,7 +30,7 @@ int main(int argc, char** argv) {
   sigaddset(&signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
-  AgentServer server(options.agent, [](MessageRouter&) { return makeUnlinkedLibraryBridge(); });
+  AgentServer server(options.agent, makeLibraryBridge);
   if (!server.start(options.address, error)) {
     std::cerr << "vekgnmid: " << error << '\n';
     return 1;

@@ -178,10 +178,13 @@ TEST_F(AgentModel, LeafLookupIgnoresKeyValues) {
 
 TEST_F(AgentModel, MemberElementsFollowTheWalkersNaming) {
   const DemoTypes& t = demoTypes();
-  EXPECT_EQ(Ostrel::pathElemToStr(memberElement(*t.device->attr("interfaces"), *Vek::genericIfOf("eth0"))),
+  EXPECT_EQ(Ostrel::pathElemToStr(*memberElement(t.device->attr("interfaces"), Vek::genericIfOf("eth0"))),
             "interfaces[name=eth0]");
+  // Strings are written with "__" escaped, as the walker writes key texts.
+  EXPECT_EQ(Ostrel::pathElemToStr(*memberElement(t.device->attr("interfaces"), Vek::genericIfOf("a__b"))),
+            "interfaces[name=a\\__b]");
   Vek::Ptr<Vek::GenericIf> prefix = t.ipv4Prefix.genericIf("10.0.0.0/31", true);
-  EXPECT_EQ(Ostrel::pathElemToStr(memberElement(*t.device->attr("routes"), *prefix)),
+  EXPECT_EQ(Ostrel::pathElemToStr(*memberElement(t.device->attr("routes"), prefix)),
             "routes[routesKey=10.0.0.0/31]");
 }
 

@@ -1,7 +1,11 @@
 // Thousands of randomly mutated but well-formed gNMI requests against the
-// agent over a real channel: every one gets a status within its deadline,
-// the agent keeps serving, and the model is as it was.
+// agent and the library over a real channel: every one gets an answer within
+// its deadline (a status, or for a subscription that stays open its
+// sync_response), the agent keeps serving, and the model stays consistent:
+// no member created or lost, every checked attribute within its checks, no
+// walk left pending, and what a Get returns is what the model holds.
 #include <random>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -102,20 +106,18 @@ class RequestFuzzer {
 };
 
 TEST(AgentRequestFuzz, EveryRequestGetsAStatusAndTheAgentStaysUp) {
-  AgentFixture fixture(VekGnmi::Server::AgentOptions{}, [](VekGnmi::Server::MessageRouter&) {
-    return VekGnmi::Server::makeUnlinkedLibraryBridge();
-  });
-  auto state = [&] {
+  AgentFixture fixture(VekGnmi::Server::AgentOptions{}, VekGnmi::Server::makeLibraryBridge);
+  auto members = [&] {
     return fixture.agent().loop().call([&] {
       VekGnmi::Server::DemoModel& m = fixture.agent().model();
-      auto eth0 = m.device->entity("interfaces", Vek::genericIfOf("eth0"));
       return std::make_tuple(m.device->memberCount("interfaces"), m.device->memberCount("routes"),
-                             eth0->value<unsigned>("mtu"), eth0->value<Vek::String>("description").stdString());
+                             m.device->memberCount("neighbors"));
     });
   };
-  const auto before = state();
+  const auto before = members();
   RequestFuzzer fuzz(20260101);
   std::map<int, int> codes;
+  int syncResponses = 0;
   for (int i = 0; i < 3000; ++i) {
     grpc::ClientContext context;
     withDeadline(context, 5);
@@ -135,9 +137,18 @@ TEST(AgentRequestFuzz, EveryRequestGetsAStatusAndTheAgentStaysUp) {
         auto stream = fixture.stub().Subscribe(&context);
         stream->Write(fuzz.subscribe());
         gnmi::SubscribeResponse response;
+        bool synced = false;
         while (stream->Read(&response)) {
+          // A STREAM or POLL subscription stays open after its sync: its
+          // sync_response is the answer.
+          if (response.sync_response() && !synced) {
+            synced = true;
+            ++syncResponses;
+            context.TryCancel();
+          }
         }
         status = stream->Finish();
+        if (status.error_code() == grpc::StatusCode::CANCELLED && synced) status = grpc::Status::OK;
         break;
       }
     }
@@ -151,8 +162,46 @@ TEST(AgentRequestFuzz, EveryRequestGetsAStatusAndTheAgentStaysUp) {
   EXPECT_GT(codes[grpc::StatusCode::INVALID_ARGUMENT], 0);
   EXPECT_GT(codes[grpc::StatusCode::NOT_FOUND], 0);
   EXPECT_GT(codes[grpc::StatusCode::UNIMPLEMENTED], 0);
-  EXPECT_GT(codes[grpc::StatusCode::OK], 0);  // Sets with nothing to do
-  EXPECT_EQ(state(), before);
+  EXPECT_GT(codes[grpc::StatusCode::OK], 0);
+  EXPECT_GT(syncResponses, 0);
+  EXPECT_EQ(members(), before);
+  // Every interface within its checks, and no walk left behind.
+  const auto [badInterfaces, pendingWalks, pendingPaths] = fixture.agent().loop().call([&] {
+    size_t bad = 0;
+    VekGnmi::Server::DemoModel& m = fixture.agent().model();
+    for (size_t i = 0; i < m.interfaceCount; ++i) {
+      auto intf = m.device->entity("interfaces", Vek::genericIfOf(VekGnmi::Server::interfaceName(i).c_str()));
+      const unsigned mtu = intf->value<unsigned>("mtu");
+      if (mtu < 64 || mtu > 9216 || intf->value<Vek::String>("description").size() > 240) ++bad;
+    }
+    return std::make_tuple(bad, fixture.agent().bridge().walkMapSize(), fixture.agent().bridge().pathWalkMapSize());
+  });
+  EXPECT_EQ(badInterfaces, 0u);
+  // Subscriptions cancelled by the client end on the loop shortly after.
+  for (int i = 0; i < 200 && fixture.agent().loop().call([&] { return fixture.agent().bridge().walkMapSize(); }) != 0;
+       ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_EQ(fixture.agent().loop().call([&] { return fixture.agent().bridge().walkMapSize(); }), 0u)
+      << pendingWalks << " walks were pending at the end of the requests, " << pendingPaths << " paths";
+  // What a Get returns is what the model holds.
+  gnmi::GetRequest get;
+  *get.add_path() = P("/devices/dev1/interfaces[name=eth1]/mtu");
+  *get.add_path() = P("/devices/dev1/interfaces[name=eth1]/description");
+  get.set_encoding(gnmi::PROTO);
+  gnmi::GetResponse got;
+  grpc::ClientContext getContext;
+  withDeadline(getContext);
+  ASSERT_TRUE(fixture.stub().Get(&getContext, get, &got).ok());
+  const auto [mtu, description] = fixture.agent().loop().call([&] {
+    auto eth1 = fixture.agent().model().device->entity("interfaces", Vek::genericIfOf("eth1"));
+    return std::make_pair(eth1->value<unsigned>("mtu"), eth1->value<Vek::String>("description").stdString());
+  });
+  ASSERT_EQ(got.notification_size(), 2);
+  ASSERT_EQ(got.notification(0).update_size(), 1);
+  EXPECT_EQ(got.notification(0).update(0).val().uint_val(), mtu);
+  ASSERT_EQ(got.notification(1).update_size(), 1);
+  EXPECT_EQ(got.notification(1).update(0).val().string_val(), description);
   grpc::ClientContext context;
   withDeadline(context);
   gnmi::CapabilityResponse caps;

@@ -10,9 +10,9 @@
 #include <gtest/gtest.h>
 
 #include "AgentFixture.h"
-#include "ClientCommands.h"
 #include "Dispatcher.h"
 #include "ScriptedLibrary.h"
+#include "SubscribeClient.h"
 #include "Subscription.h"
 
 namespace {
@@ -66,69 +66,6 @@ class Scripted {
   ScriptedLibrary* library_ = nullptr;
   AgentFixture fixture_;
 };
-
-gnmi::SubscribeRequest subscription(gnmi::SubscriptionList::Mode mode, std::vector<std::string> paths,
-                                    gnmi::Encoding encoding = gnmi::JSON,
-                                    gnmi::SubscriptionMode streamMode = gnmi::TARGET_DEFINED) {
-  gnmi::SubscribeRequest r;
-  r.mutable_subscribe()->set_mode(mode);
-  r.mutable_subscribe()->set_encoding(encoding);
-  for (const std::string& p : paths) {
-    gnmi::Subscription* s = r.mutable_subscribe()->add_subscription();
-    *s->mutable_path() = P(p);
-    s->set_mode(streamMode);
-  }
-  return r;
-}
-
-struct Stream {
-  grpc::ClientContext context;
-  std::unique_ptr<grpc::ClientReaderWriter<gnmi::SubscribeRequest, gnmi::SubscribeResponse>> rw;
-
-  Stream(gnmi::gNMI::Stub& stub, const gnmi::SubscribeRequest& request, int deadlineSeconds = 20) {
-    withDeadline(context, deadlineSeconds);
-    rw = stub.Subscribe(&context);
-    rw->Write(request);
-  }
-  // Reads up to and including the next sync_response; returns the
-  // notifications read before it.
-  std::vector<gnmi::Notification> untilSync() {
-    std::vector<gnmi::Notification> out;
-    gnmi::SubscribeResponse r;
-    while (rw->Read(&r)) {
-      if (r.has_update()) out.push_back(r.update());
-      if (r.response_case() == gnmi::SubscribeResponse::kSyncResponse) return out;
-    }
-    ADD_FAILURE() << "the stream ended before a sync_response";
-    return out;
-  }
-  gnmi::Notification next() {
-    gnmi::SubscribeResponse r;
-    while (rw->Read(&r)) {
-      if (r.has_update()) return r.update();
-      ADD_FAILURE() << "unexpected response " << r.ShortDebugString();
-    }
-    ADD_FAILURE() << "the stream ended";
-    return {};
-  }
-};
-
-// Every update of `notifications` as "path=value", values rendered compactly.
-std::vector<std::string> flat(const std::vector<gnmi::Notification>& notifications) {
-  std::vector<std::string> out;
-  for (const gnmi::Notification& n : notifications) {
-    for (const gnmi::Update& u : n.update()) {
-      const std::string path = VekGnmi::joinedPathString(n.prefix(), u.path());
-      const gnmi::TypedValue& v = u.val();
-      std::string value = v.has_json_val()        ? v.json_val()
-                          : v.has_json_ietf_val() ? "ietf:" + v.json_ietf_val()
-                                                  : v.ShortDebugString();
-      out.push_back(path + "=" + value);
-    }
-    for (const gnmi::Path& d : n.delete_()) out.push_back("delete " + VekGnmi::joinedPathString(n.prefix(), d));
-  }
-  return out;
-}
 
 TEST(AgentStream, OnceSendsTheSyncConvertedToJsonThenSyncResponseThenOk) {
   Scripted s;
@@ -409,22 +346,10 @@ TEST(AgentStream, AHundredSubscribersEachGetTheirChanges) {
   }
 }
 
-// vekgnmi against the agent: the lines it prints.
-std::vector<std::string> clientLines(Scripted& s, std::vector<std::string> args, int expectedCode = 0) {
-  args.insert(args.begin(), {"--address", s.fixture().address()});
-  std::ostringstream out;
-  std::ostringstream err;
-  EXPECT_EQ(VekGnmi::Client::runClient(args, out, err), expectedCode) << err.str();
-  std::vector<std::string> lines;
-  std::istringstream in(out.str());
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
 TEST(AgentClient, SubscribeOncePollAndGetPrintOneJsonObjectPerNotification) {
   Scripted s;
   s.onLoop([&] { s.library().script(ETH0, {uintLeaf("mtu", 9000), stringLeaf("operStatus", "up")}, 2); });
-  std::vector<std::string> lines = clientLines(s, {"subscribe", "--mode", "once", "--path", ETH0});
+  std::vector<std::string> lines = clientLines(s.fixture().address(), {"subscribe", "--mode", "once", "--path", ETH0});
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_NE(lines[0].find(R"("updates":[{"path":"/devices/dev1/interfaces[name=eth0]/mtu","value":9000},)"
                           R"({"path":"/devices/dev1/interfaces[name=eth0]/operStatus","value":"up"}])"),
@@ -432,24 +357,24 @@ TEST(AgentClient, SubscribeOncePollAndGetPrintOneJsonObjectPerNotification) {
       << lines[0];
   EXPECT_EQ(lines[1], R"({"sync_response":true})");
 
-  lines = clientLines(s, {"subscribe", "--mode", "poll", "--polls", "2", "--path", std::string(ETH0) + "/mtu"});
+  lines = clientLines(s.fixture().address(), {"subscribe", "--mode", "poll", "--polls", "2", "--path", std::string(ETH0) + "/mtu"});
   ASSERT_EQ(lines.size(), 6u);
   EXPECT_EQ(lines[5], R"({"sync_response":true})");
   EXPECT_NE(lines[4].find(R"("value":9000)"), std::string::npos);
 
-  lines = clientLines(s, {"--encoding", "json_ietf", "--target", "dut", "get", "--path", ETH0});
+  lines = clientLines(s.fixture().address(), {"--encoding", "json_ietf", "--target", "dut", "get", "--path", ETH0});
   ASSERT_EQ(lines.size(), 1u);
   EXPECT_NE(lines[0].find(R"("target":"dut")"), std::string::npos) << lines[0];
   EXPECT_NE(lines[0].find(R"("value":9000)"), std::string::npos) << lines[0];
 
-  lines = clientLines(s, {"subscribe", "--path", ETH0, "--count", "1"});
+  lines = clientLines(s.fixture().address(), {"subscribe", "--path", ETH0, "--count", "1"});
   EXPECT_EQ(lines.size(), 1u);  // stopped after the first notification, exit 0
 }
 
 TEST(AgentClient, StreamRunsForItsDuration) {
   Scripted s;
   const auto start = std::chrono::steady_clock::now();
-  const std::vector<std::string> lines = clientLines(s, {"subscribe", "--path", ETH0, "--duration", "2s"});
+  const std::vector<std::string> lines = clientLines(s.fixture().address(), {"subscribe", "--path", ETH0, "--duration", "2s"});
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
   EXPECT_EQ(lines, std::vector<std::string>{R"({"sync_response":true})"});
 }

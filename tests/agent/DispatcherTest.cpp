@@ -22,6 +22,7 @@ struct RecordingOwner : SyncOwner {
     return messages.size() < room;
   }
   void onSyncDone(Ostrel::SyncId id) override { done.push_back(id); }
+  bool hasRoom() const override { return messages.size() < room; }
   std::vector<Ostrel::ArenaRespMsgPtr> messages;
   std::vector<Ostrel::SyncId> done;
   Ostrel::SyncId lastId;

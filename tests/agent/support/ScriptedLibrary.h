@@ -1,12 +1,14 @@
 // A test double of the library's sync core for the agent's tests: it
 // publishes, for each entity the agent syncs, the leaves a test scripted for
 // that entity's path, following the documented contract of syncObject /
-// resumeAllSyncsAndNotifs / cancelPendingSync: messages go to the router
-// with the sync id; a push answered false pauses the walk (RouterFull) and
-// it resumes, first-in first-out, in resumeAll; `quantum` pushes per slice
-// pause it with QuantaExceeded. It knows nothing of the runtime's types:
-// tests use it to drive the agent's routing, queues and statuses, not to
-// stand in for the library's serialisation.
+// resumeSync / cancelPendingSync: messages go to the router with the sync
+// id; a push answered false pauses the walk (RouterFull) and resumeWalk
+// continues it; `quantum` pushes per slice pause it with QuantaExceeded. It
+// knows nothing of the runtime's types: tests use it where they need the
+// agent's routing, queues and statuses driven message by message
+// (a change pushed at a chosen moment, a Set that fails on its second
+// entity), not to stand in for the library's serialisation, which the
+// end-to-end suites test against the library itself.
 #pragma once
 
 #include <deque>
@@ -46,9 +48,6 @@ class ScriptedLibrary : public VekGnmi::Server::LibraryBridge {
   // limit).
   size_t quantum = 0;
 
-  bool syncAvailable() const override { return true; }
-  bool setAvailable() const override { return setFactory != nullptr; }
-
   Ostrel::WalkResult syncObject(const Vek::Ptr<Vek::Entity>&, const gnmi::Path& prefix, SyncWalkId ids,
                                 SyncKind kind) override {
     synced.push_back({VekGnmi::pathString(prefix), kind});
@@ -73,13 +72,13 @@ class ScriptedLibrary : public VekGnmi::Server::LibraryBridge {
     return result;
   }
 
-  Ostrel::WalkResult resumeAll(std::vector<SyncWalkId>& completed) override {
+  Ostrel::WalkResult resumeWalk(Ostrel::WalkId walkId, std::vector<VekGnmi::Server::PublishedEntity>&) override {
     ++resumeCalls;
-    while (!pending_.empty()) {
-      const Ostrel::WalkResult result = run(pending_.front());
-      if (result != Ostrel::WalkResult::Done) return result;
-      completed.push_back(pending_.front().ids);
-      pending_.pop_front();
+    for (auto it = pending_.begin(); it != pending_.end(); ++it) {
+      if (it->ids.second != walkId) continue;
+      const Ostrel::WalkResult result = run(*it);
+      if (result == Ostrel::WalkResult::Done) pending_.erase(it);
+      return result;
     }
     return Ostrel::WalkResult::Done;
   }
@@ -96,11 +95,12 @@ class ScriptedLibrary : public VekGnmi::Server::LibraryBridge {
   }
   void flushWalkMap() override { pending_.clear(); }
   size_t walkMapSize() const override { return pending_.size(); }
+  size_t pathWalkMapSize() const override { return pending_.size(); }
 
   std::function<std::unique_ptr<VekGnmi::Server::SetTransaction>(gnmi::SetRequest)> setFactory;
   std::unique_ptr<VekGnmi::Server::SetTransaction> makeSet(Vek::Ptr<Vek::GenericIf>,
                                                           gnmi::SetRequest request) override {
-    return setFactory ? setFactory(std::move(request)) : nullptr;
+    return setFactory(std::move(request));
   }
 
   // A change as the library's notifiees push it: sync id 0.
