@@ -404,23 +404,7 @@ void FullVekTypeWalker::extractKeyInfo(const Vek::Ptr<Vek::GenericIf const>& key
 // ---------------------------------------------------------------------------
 // The full type walker
 
-FullVekTypeWalker::FullVekTypeWalker(const gnmi::Path& prefixPath, ArenaRespMsgPtr updateMsg,
-                                     Vek::Ptr<Vek::GenericIf const> gif, gnmi::Path leafPath,
-                                     Vek::VekType objType, BaseRouter& router, SyncWalkId ids,
-                                     WalkerFlags flags, VekKey& keyName, Timestamp timestamp)
-    : prefixPath_(prefixPath),
-      updateMsg_(std::move(updateMsg)),
-      leafPath_(std::move(leafPath)),
-      objType_(objType),
-      gif_(std::move(gif)),
-      router_(router),
-      syncId_(ids.first),
-      walkId_(ids.second),
-      flags_(flags),
-      keyName_(keyName),
-      timeStamp_(timestamp) {}
-
-FullVekTypeWalker::FullVekTypeWalker(gnmi::Path&& prefixPath, ArenaRespMsgPtr updateMsg,
+FullVekTypeWalker::FullVekTypeWalker(gnmi::Path prefixPath, ArenaRespMsgPtr updateMsg,
                                      Vek::Ptr<Vek::GenericIf const> gif, gnmi::Path leafPath,
                                      Vek::VekType objType, BaseRouter& router, SyncWalkId ids,
                                      WalkerFlags flags, VekKey& keyName, Timestamp timestamp)
