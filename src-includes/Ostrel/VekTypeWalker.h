@@ -105,12 +105,8 @@ class OSTREL_EXPORT FullVekTypeWalker {
   // `keyName` is the key of the collection member being walked (it must
   // outlive the walker's first `walk`); `timestamp` is given to new
   // notifications (0: the caller's).
-  FullVekTypeWalker(const gnmi::Path& prefixPath, ArenaRespMsgPtr updateMsg,
-                    Vek::Ptr<Vek::GenericIf const> gif, gnmi::Path leafPath, Vek::VekType objType,
-                    BaseRouter& router, SyncWalkId ids, WalkerFlags flags, VekKey& keyName,
-                    Timestamp timestamp);
-  // The same, taking over `prefixPath`.
-  FullVekTypeWalker(gnmi::Path&& prefixPath, ArenaRespMsgPtr updateMsg,
+  // `prefixPath` is taken by value: pass an rvalue to hand it over.
+  FullVekTypeWalker(gnmi::Path prefixPath, ArenaRespMsgPtr updateMsg,
                     Vek::Ptr<Vek::GenericIf const> gif, gnmi::Path leafPath, Vek::VekType objType,
                     BaseRouter& router, SyncWalkId ids, WalkerFlags flags, VekKey& keyName,
                     Timestamp timestamp);
