@@ -318,6 +318,9 @@ class OSTREL_EXPORT VekTypeNotifWalker {
   void publishValue(const Vek::VekAttr& attr, const Vek::Ptr<Vek::GenericIf const>& value,
                     const gnmi::Path& path, VekKey& key, Timestamp now);
   void publishMember(const Vek::VekAttr& attr, Timestamp now);
+  // Publishes the delete of `path` (below the prefix), after dropping the
+  // sync work queued under it.
+  void publishDelete(const gnmi::Path& path, Timestamp now);
 
   Zolt::Debuggable& debug_;
   Vek::Ptr<Vek::GenericIf const> gif_;

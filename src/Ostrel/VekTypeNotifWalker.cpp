@@ -100,6 +100,10 @@ void VekTypeNotifWalker::publishMember(const Vek::VekAttr& attr, Timestamp now) 
                "Ignoring delete without prior update for prefixPath_:{} prefix:{}", prefixPath_, path);
     return;
   }
+  publishDelete(path, now);
+}
+
+void VekTypeNotifWalker::publishDelete(const gnmi::Path& path, Timestamp now) {
   auto [msg, notification] = ArenaRespMsg::createResponse(prefixPath_, now);
   VekGnmiUtils::pushDelete(*notification, path);
   const gnmi::Path joined = joinPath(prefixPath_, path);
@@ -115,12 +119,7 @@ void VekTypeNotifWalker::publishValue(const Vek::VekAttr& attr,
   if (attr->isInstantiating()) {
     if (!value) {
       // An owned child was cleared: its path is deleted.
-      auto [msg, notification] = ArenaRespMsg::createResponse(prefixPath_, now);
-      VekGnmiUtils::pushDelete(*notification, path);
-      const gnmi::Path joined = joinPath(prefixPath_, path);
-      ZOLT_TRACE(debug_, 4, NOTIF_COMPONENT, "Deleting path:{}", joined);
-      FullVekTypeWalker::delFromWalkQ(joined);
-      routerPush(msg);
+      publishDelete(path, now);
       return;
     }
     if (!value->isEntity()) ZOLT_FMASSERT(debug_, NOTIF_COMPONENT, "type can not be a value");
