@@ -23,6 +23,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "SampleChurn.h"
 #include "SampleModel.h"
 #include "WalkSupport.h"
 
@@ -30,110 +31,14 @@ namespace {
 
 using namespace Ostrel;
 using OstrelTest::ids;
-using OstrelTest::Sample::buildTree;
+using OstrelTest::Generator;
+using OstrelTest::View;
 using OstrelTest::Sample::ipv4;
 using OstrelTest::Sample::name;
 using OstrelTest::Sample::Tree;
 using OstrelTest::Sample::types;
 
 const std::string DEV = "/devices/dev1";
-
-// Grows the sample device at random, deterministically for a seed: new
-// interfaces (fresh names) with addresses, VLANs, MTUs and peers that may
-// point forward, VLAN names, link costs and LAG members.
-class Generator {
- public:
-  explicit Generator(uint32_t seed) : rng_(seed) {}
-
-  Tree tree() {
-    Tree t = buildTree();
-    const int interfaces = 2 + below(12);
-    for (int i = 0; i < interfaces; ++i) addInterface(t);
-    for (int i = 0; i < below(8); ++i) addVlanName(t);
-    for (const auto& intf : interfaceNames(t)) {
-      if (below(3) == 0) pointPeer(t, intf);
-      if (below(3) == 0) {
-        types().device->attr("linkCosts").genericIfSet(t.device, t.device->entity("interfaces", name(intf.c_str())),
-                                                       Vek::genericIfOf(static_cast<unsigned>(below(100))));
-      }
-    }
-    return t;
-  }
-
-  void addInterface(Tree& t) {
-    const std::string n = fmt::format("if{:03}", nextInterface_++);
-    Vek::Ptr<Vek::Entity> e = t.device->entityNew("interfaces", name(n.c_str()));
-    e->valueIs("mtu", 1000u + static_cast<unsigned>(below(8000)));
-    for (int a = below(4); a > 0; --a) {
-      Vek::Ptr<Vek::GenericIf> info = types().addressInfo.genericIfDefault();
-      info->valueIs("prefixLength", static_cast<unsigned char>(below(33)));
-      const std::string ip = fmt::format("10.{}.{}.{}", below(256), below(256), below(256));
-      types().interface->attr("addresses").genericIfSet(e, ipv4(ip.c_str()), info);
-    }
-    for (int v = below(5), i = 0; i < v; ++i) {
-      types().interface->attr("vlans").genericIfSet(e, Vek::genericIfOf(static_cast<unsigned>(i)),
-                                                    Vek::genericIfOf(static_cast<unsigned short>(below(4095))));
-    }
-  }
-  void addVlanName(Tree& t) {
-    const auto key = static_cast<unsigned short>(1000 + nextVlan_++);
-    types().device->attr("vlanNames").genericIfSet(t.device, Vek::genericIfOf(key),
-                                                   Vek::genericIfOf(fmt::format("vlan{}", key).c_str()));
-  }
-  void pointPeer(Tree& t, const std::string& intf) {
-    const auto names = interfaceNames(t);
-    Vek::Ptr<Vek::Entity> from = t.device->entity("interfaces", name(intf.c_str()));
-    from->pointerIs("peer", t.device->entity("interfaces", name(names[pick(names.size())].c_str())));
-  }
-
-  // One random change of the model: erase an interface or a VLAN name (never
-  // to come back: names are fresh), add one, or change an MTU.
-  void mutate(Tree& t) {
-    const auto names = interfaceNames(t);
-    switch (below(5)) {
-      case 0:
-        if (!names.empty()) {
-          t.device->entityDel(types().device->attr("interfaces"), name(names[pick(names.size())].c_str()));
-        }
-        break;
-      case 1:
-        addInterface(t);
-        break;
-      case 2:
-        if (!names.empty()) {
-          t.device->entity("interfaces", name(names[pick(names.size())].c_str()))
-              ->valueIs("mtu", 1000u + static_cast<unsigned>(below(8000)));
-        }
-        break;
-      case 3: {
-        std::vector<Vek::Ptr<Vek::GenericIf const>> keys;
-        const Vek::VekAttr vlanNames = types().device->attr("vlanNames");
-        for (auto it = vlanNames.genericIfIteratorConst(t.device); it; ++it) keys.push_back(it.key());
-        if (!keys.empty()) vlanNames.genericIfErase(t.device, keys[pick(keys.size())]);
-        break;
-      }
-      default:
-        addVlanName(t);
-        break;
-    }
-  }
-
-  static std::vector<std::string> interfaceNames(const Tree& t) {
-    std::vector<std::string> out;
-    for (auto it = types().device->attr("interfaces").genericIfIteratorConst(t.device); it; ++it) {
-      out.push_back(it.key()->strRep());
-    }
-    return out;
-  }
-
- private:
-  int below(int n) { return static_cast<int>(rng_() % static_cast<uint32_t>(n)); }
-  size_t pick(size_t n) { return rng_() % n; }
-
-  std::mt19937 rng_;
-  int nextInterface_ = 0;
-  int nextVlan_ = 0;
-};
 
 // The leaves of each message prefix, in the order they were pushed.
 std::map<std::string, std::vector<std::string>> byPrefix(const OstrelTest::TestRouter& router) {
@@ -188,40 +93,6 @@ TEST_F(SyncProperty, ASliceEndingAfterEveryNPushesChangesNothingPublished) {
     }
   }
 }
-
-// What a subscriber holds after applying updates and deletes in order.
-class View {
- public:
-  void apply(const gnmi::Notification& n) {
-    for (const auto& path : n.delete_()) {
-      const std::string gone = pathToStr(joinPath(n.prefix(), path));
-      for (auto it = leaves_.lower_bound(gone); it != leaves_.end() && under(it->first, gone);) {
-        it = leaves_.erase(it);
-      }
-    }
-    for (const auto& u : n.update()) {
-      leaves_[pathToStr(joinPath(n.prefix(), u.path()))] = OstrelTest::valueText(u.val());
-    }
-  }
-  static bool under(const std::string& path, const std::string& prefix) {
-    return path.compare(0, prefix.size(), prefix) == 0 &&
-           (path.size() == prefix.size() || path[prefix.size()] == '/');
-  }
-  const std::map<std::string, std::string>& leaves() const { return leaves_; }
-  // The leaves `a` holds that `b` does not hold with the same value, one per
-  // line.
-  static std::string notIn(const View& a, const View& b) {
-    std::string out;
-    for (const auto& [path, value] : a.leaves_) {
-      const auto it = b.leaves_.find(path);
-      if (it == b.leaves_.end() || it->second != value) out += path + " = " + value + "\n";
-    }
-    return out;
-  }
-
- private:
-  std::map<std::string, std::string> leaves_;
-};
 
 TEST_F(SyncProperty, ChangesBetweenResumptionsAgreeWithTheModel) {
   for (uint32_t seed = 1; seed <= SEEDS; ++seed) {
