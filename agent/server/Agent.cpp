@@ -113,7 +113,7 @@ class GetOperation final : public SyncOwner {
 
 Agent::Agent(AgentOptions options, BridgeFactory bridgeFactory)
     : options_(std::move(options)), dispatcher_(std::make_unique<Dispatcher>(loop_)) {
-  bridge_ = bridgeFactory(*dispatcher_);
+  bridge_ = bridgeFactory(*dispatcher_, *dispatcher_);
   dispatcher_->bridgeIs(bridge_.get());
 }
 
@@ -161,7 +161,7 @@ void Agent::stop() {
         get->call()->finish({grpc::StatusCode::UNAVAILABLE, "the agent is shutting down"});
       }
       gets_.clear();
-      bridge_->flushWalkMap();
+      bridge_->flush();
     });
   } catch (const std::runtime_error&) {
     // The loop had stopped already.

@@ -78,7 +78,7 @@ using SetCall = UnaryCall<gnmi::SetRequest, gnmi::SetResponse>;
 class Agent {
  public:
   // Makes the library bridge once the agent's router exists.
-  using BridgeFactory = std::function<std::unique_ptr<LibraryBridge>(MessageRouter&)>;
+  using BridgeFactory = std::function<std::unique_ptr<LibraryBridge>(MessageRouter&, SyncEvents&)>;
 
   Agent(AgentOptions options, BridgeFactory bridgeFactory);
   ~Agent();

@@ -13,16 +13,12 @@
 // with the start time of the sync that sent it, or with the current time for
 // changes.
 //
-// Driving: `startSync` mints a sync id and queues one walk per entity to
-// publish; the pump starts walks and resumes paused ones one at a time
-// (LibraryBridge::resumeWalk), round-robin over the paused walks whose owner
-// has room, for at most SLICE per run, posting itself again while such work
-// is left. A walk whose owner is full waits, without holding back anyone
-// else's, until `roomFreed`. When every walk of a sync has finished the
-// owner is told (`onSyncDone`). Entities whose queued work a delete took
-// from a paused walk are synced again within the same sync (`restart`, fed by
-// LibraryBridge::resumeWalk). `cancel` drops an owner's pending walks
-// (cancelPendingSync).
+// Driving: `startSync` mints a sync id and hands the sync to the library's
+// scheduler (through the bridge); the pump, a task on the event loop, gives
+// the scheduler at most SLICE per run and posts itself again while some sync
+// can go on. A sync whose owner is full waits without holding back anyone
+// else's until `roomFreed`. When every entity of a sync has been published
+// the owner is told (`onSyncDone`). `cancel` drops an owner's syncs.
 #pragma once
 
 #include <chrono>
@@ -60,7 +56,7 @@ class ChangeSink {
 // Nanoseconds since the epoch, from the runtime's clock.
 int64_t nowNanos();
 
-class Dispatcher final : public MessageRouter {
+class Dispatcher final : public MessageRouter, public SyncEvents {
  public:
   explicit Dispatcher(EventLoop& loop);
   // The bridge to call; set once, before the first sync.
@@ -68,6 +64,8 @@ class Dispatcher final : public MessageRouter {
   ~Dispatcher() override;
 
   bool push(Ostrel::SyncId syncId, const Ostrel::ArenaRespMsgPtr& message) override;
+  bool hasRoom(Ostrel::SyncId syncId) const override;
+  void syncDone(Ostrel::SyncId syncId) override;
 
   // Queues the publication of `targets` for `owner`; returns the sync id.
   // With no targets the sync is done at once (onSyncDone runs from a posted
@@ -84,52 +82,31 @@ class Dispatcher final : public MessageRouter {
   // A subscriber's queue has room again: resume paused syncs.
   void roomFreed();
 
-  // Syncs not finished yet, and walks the library holds paused.
+  // Syncs not finished yet, and syncs whose walk the library holds paused.
   size_t activeSyncs() const { return syncs_.size(); }
-  size_t pausedWalks() const { return walkToSync_.size(); }
-  // Walks resumed so far; entities synced again because a delete took their
-  // queued work (LibraryBridge::resumeWalk).
-  uint64_t resumes() const { return resumes_; }
-  uint64_t lostWalks() const { return lostWalks_; }
+  size_t pausedWalks() const { return bridge_ ? bridge_->pausedWalks() : 0; }
+  // Walks resumed so far; entities synced again because they were
+  // re-created at their path while their sync was paused.
+  uint64_t resumes() const { return bridge_ ? bridge_->resumes() : 0; }
+  uint64_t resyncs() const { return bridge_ ? bridge_->resyncs() : 0; }
 
   // The time slice of one pump run.
-  static constexpr std::chrono::milliseconds SLICE{100};
+  static constexpr std::chrono::milliseconds SLICE{20};
 
  private:
   struct Sync {
     SyncOwner* owner;
-    SyncKind kind;
-    int64_t startedAt;                       // ns since the epoch
-    std::deque<PublishedEntity> toStart;     // walks not started yet
-    std::unordered_set<uint64_t> running;    // walk ids started and not finished
+    int64_t startedAt;  // ns since the epoch
   };
 
   void schedulePump();
   void pump();
-  // Resumes paused walks whose owner has room, round-robin, until `deadline`.
-  void resumePaused(EventLoop::Clock::time_point deadline);
-  // Starts the next walk of syncs that have none running, until `deadline`.
-  void startQueued(EventLoop::Clock::time_point deadline);
-  // Whether a walk can make progress now (its owner has room).
-  bool runnable(uint64_t walkId) const;
-  bool workLeft() const;
-  void walkPaused(uint64_t syncId, uint64_t walkId);
-  // Queues `lost` to be synced again within sync `syncId`.
-  void restart(uint64_t syncId, std::vector<PublishedEntity> lost);
-  void walkFinished(Ostrel::SyncId syncId, Ostrel::WalkId walkId);
-  void finishIfDone(Ostrel::SyncId syncId);
 
   LibraryBridge* bridge_ = nullptr;
   EventLoop& loop_;
   std::unordered_map<uint64_t, Sync> syncs_;
-  std::deque<uint64_t> startOrder_;                  // syncs with walks to start, FIFO
-  std::unordered_map<uint64_t, uint64_t> walkToSync_;  // paused walks
-  std::deque<uint64_t> paused_;  // paused walks in resume order (may name finished ones)
   std::vector<ChangeSink*> changeSinks_;
   uint64_t nextSyncId_ = 1;
-  uint64_t nextWalkId_ = 1;
-  uint64_t resumes_ = 0;
-  uint64_t lostWalks_ = 0;
   bool pumpPosted_ = false;
   std::shared_ptr<bool> alive_;
 };

@@ -8,40 +8,18 @@
 // sync and pushes every later change of it there, so there is exactly one
 // router, the agent's Dispatcher, living as long as the server.
 //
-// Resuming. The library's resumeAllSyncsAndNotifs resumes pending walks in
-// its own order and stops at the first one that pauses, so one subscriber
-// that does not read would hold back everyone else's syncs; it is also fatal
-// when it meets a walk whose queued work a delete removed. The agent
-// therefore resumes walks one at a time (`resumeWalk`, the library's
-// resumeSync), choosing itself which: only those whose subscriber has room,
-// round-robin (see Dispatcher).
-//
-// Bookkeeping the bridge does for the library:
-//   - a cancelled walk leaves its id in Ostrel::staticPathWalkIdMap, where a
-//     later delete under one of its paths would look for it and fail: after
-//     cancelPendingSync the id is removed from every set of that map (and
-//     sets that become empty are erased); after flushWalkMap the map is
-//     cleared, since no walk is left;
-//   - a delete that drops one walk's queued walkers erases their paths from
-//     Ostrel::staticPathWalkIdMap whole, including other walks' entries at
-//     the same paths: before a walk is resumed, every walker it still has
-//     queued is registered under its path again, as popping it requires;
-//   - a delete drops the walker queued at the deleted path and every walker
-//     queued behind it, whatever their paths. A walk that pauses inside a
-//     collection member queues the member's walker ahead of its owner's, so
-//     removing that member would drop the rest of the owner's walk (the
-//     members after it, the collections after that). After every pause the
-//     bridge therefore orders each walk's queue owners first (by prefix
-//     length; the library's sort is stable): a delete then drops only what
-//     lies under the deleted path, and what else it drops (a sibling member
-//     paused behind it) is found when the walk is next resumed: a queued
-//     walker that has gone while its entity is still published is reported
-//     as lost, and the Dispatcher syncs that entity again within the same
-//     sync.
+// Syncing. Every sync runs on the library's sync scheduler
+// (Ostrel/SyncScheduler.h), which takes the syncs in turns of a bounded
+// slice, lets a sync whose owner has no room wait without holding back the
+// others, and keeps syncs correct while members are deleted and re-created.
+// The bridge only translates: the agent's entities and sync kinds into
+// scheduler targets and walker flags, and the scheduler's questions (room,
+// completion) into `SyncEvents`.
 //
 // All calls are made on the event-loop thread.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <utility>
@@ -90,30 +68,46 @@ class SetTransaction {
   virtual grpc::Status commit() = 0;
 };
 
+// What the bridge asks the agent about each sync it runs.
+class SyncEvents {
+ public:
+  virtual ~SyncEvents();
+  // Whether the owner of sync `syncId` takes more messages now.
+  virtual bool hasRoom(Ostrel::SyncId syncId) const = 0;
+  // Every entity of sync `syncId` has been published; called from runSyncs.
+  virtual void syncDone(Ostrel::SyncId syncId) = 0;
+};
+
 class LibraryBridge {
  public:
   virtual ~LibraryBridge();
 
-  // FullVekTypeWalker::syncObject of `entity` published at `prefix`, pushing
-  // to the router with `ids` (both non-zero); Done, or the reason it paused
-  // (then the walk is pending and resumes through resumeWalk).
-  virtual Ostrel::WalkResult syncObject(const Vek::Ptr<Vek::Entity>& entity, const gnmi::Path& prefix,
-                                        SyncWalkId ids, SyncKind kind) = 0;
-  // FullVekTypeWalker::resumeSync of one pending walk, for one slice: Done
-  // when it has finished (also when a delete emptied its queue, or it is
-  // no longer pending), else the reason it paused again. Appends to `lost`
-  // the published entities whose queued work a delete removed since the
-  // walk last paused although they are still in the model; they must be
-  // synced again for the walk's sync to be complete.
-  virtual Ostrel::WalkResult resumeWalk(Ostrel::WalkId walkId, std::vector<PublishedEntity>& lost) = 0;
-  // FullVekTypeWalker::cancelPendingSync, with the path-map cleanup above:
-  // drops a pending walk; false when there was none.
-  virtual bool cancelPendingSync(Ostrel::WalkId walkId) = 0;
-  // FullVekTypeWalker::flushWalkMap (and the path map): forgets every walk.
-  virtual void flushWalkMap() = 0;
-  // Walks pending in the library, and paths at which walkers are queued.
+  // Queues sync `syncId` (non-zero, minted by the agent) of `targets`, in
+  // order. It runs in runSyncs; with no targets it is done at the next one.
+  virtual void startSync(Ostrel::SyncId syncId, std::vector<PublishedEntity> targets, SyncKind kind) = 0;
+  // Registers change notifiees on `targets` at once, publishing nothing.
+  virtual void watch(const std::vector<PublishedEntity>& targets) = 0;
+  // Runs syncs, in turns, for about `budget`; true while some sync can go on.
+  virtual bool runSyncs(std::chrono::nanoseconds budget) = 0;
+  // Drops sync `syncId` (its owner is not told); false when unknown. Safe
+  // from inside the router's push.
+  virtual bool cancelSync(Ostrel::SyncId syncId) = 0;
+  // An owner has room again: its waiting syncs get turns.
+  virtual void roomFreed() = 0;
+  // Drops every sync.
+  virtual void flush() = 0;
+
+  // Syncs queued and not finished; syncs with a paused walk; walks the
+  // library's registry holds (none between turns); paths at which its
+  // registry has walkers queued.
+  virtual size_t activeSyncs() const = 0;
+  virtual size_t pausedWalks() const = 0;
   virtual size_t walkMapSize() const = 0;
   virtual size_t pathWalkMapSize() const = 0;
+  // Paused walks resumed so far; entities synced again because they were
+  // re-created at their path during a sync.
+  virtual uint64_t resumes() const = 0;
+  virtual uint64_t resyncs() const = 0;
 
   // A library VekGnmiSet::Set of `request` against `root` (the model's root
   // directory); its prefix names one entity, its paths values below it.
@@ -122,8 +116,9 @@ class LibraryBridge {
 };
 
 // The bridge to the library linked into this program, pushing to `router`
-// (which must outlive every published entity of the model).
-std::unique_ptr<LibraryBridge> makeLibraryBridge(MessageRouter& router);
+// and asking `events`; the bridge, the router and `events` must outlive every
+// published entity of the model (their notifiees push changes through them).
+std::unique_ptr<LibraryBridge> makeLibraryBridge(MessageRouter& router, SyncEvents& events);
 
 // The walker flags of a sync kind (Ostrel::WalkerFlags bits), for the bridge
 // that calls syncObject.

@@ -555,7 +555,7 @@ TEST(AgentLibrary, CancellingALargeSyncMidwayLeavesNoWalkBehind) {
     Stream stream(*stub, subscription(gnmi::SubscriptionList::ONCE, {"/"}, gnmi::JSON));
     gnmi::SubscribeResponse r;
     for (int i = 0; i < 20; ++i) ASSERT_TRUE(stream.rw->Read(&r));
-    ASSERT_TRUE(live.waitFor([&] { return live.agent().bridge().walkMapSize() > 0; }));
+    ASSERT_TRUE(live.waitFor([&] { return live.agent().bridge().pausedWalks() > 0; }));
     closeStream(stream);
   }
   EXPECT_TRUE(live.waitFor([&] { return live.agent().subscriptionCount() == 0; }));
@@ -677,7 +677,7 @@ TEST(AgentLibrary, InterfacesRemovedAndCreatedDuringSyncsLeaveNothingStale) {
     for (const auto& [path, value] : model) {
       if (views[i].leaves.count(path) == 0 && ++missing <= 5) ADD_FAILURE() << "subscriber " << i << " lacks " << path;
     }
-    EXPECT_EQ(missing, 0u) << "walks synced again: " << live.onLoop([&] { return live.agent().dispatcher().lostWalks(); });
+    EXPECT_EQ(missing, 0u) << "entities synced again: " << live.onLoop([&] { return live.agent().dispatcher().resyncs(); });
   }
   EXPECT_TRUE(live.waitFor([&] { return live.agent().subscriptionCount() == 0; }));
   EXPECT_TRUE(live.idle());
@@ -689,7 +689,7 @@ TEST(AgentLibrary, ShutdownEndsSyncingAndStreamingSubscribersAndLeavesNothingReg
   Stream syncing(*stalledStub, subscription(gnmi::SubscriptionList::STREAM, {"/"}, gnmi::JSON));
   Stream streaming(live->fixture().stub(), subscription(gnmi::SubscriptionList::STREAM, {ETH0}));
   streaming.untilSync();
-  ASSERT_TRUE(live->waitFor([&] { return live->agent().bridge().walkMapSize() > 0; }));
+  ASSERT_TRUE(live->waitFor([&] { return live->agent().bridge().pausedWalks() > 0; }));
   live->fixture().stop();
   for (Stream* stream : {&syncing, &streaming}) {
     gnmi::SubscribeResponse r;

@@ -48,9 +48,9 @@ AgentOptions options(size_t syncLimit = 64, std::chrono::milliseconds sendTimeou
 class Scripted {
  public:
   explicit Scripted(AgentOptions o = options())
-      : fixture_(std::move(o), [this](VekGnmi::Server::MessageRouter& router) {
+      : fixture_(std::move(o), [this](VekGnmi::Server::MessageRouter& router, VekGnmi::Server::SyncEvents& events) {
           auto library = std::make_unique<ScriptedLibrary>();
-          library->routerIs(&router);
+          library->connect(&router, &events);
           library_ = library.get();
           return library;
         }) {}

@@ -38,7 +38,7 @@ class DispatcherTest : public ::testing::Test {
  protected:
   DispatcherTest() : dispatcher_(loop_) {
     dispatcher_.bridgeIs(&library_);
-    library_.routerIs(&dispatcher_);
+    library_.connect(&dispatcher_, &dispatcher_);
     loop_.start();
   }
   ~DispatcherTest() override { loop_.stop(); }

@@ -1,9 +1,9 @@
 // A test double of the library's sync core for the agent's tests: it
 // publishes, for each entity the agent syncs, the leaves a test scripted for
-// that entity's path, following the documented contract of syncObject /
-// resumeSync / cancelPendingSync: messages go to the router with the sync
-// id; a push answered false pauses the walk (RouterFull) and resumeWalk
-// continues it; `quantum` pushes per slice pause it with QuantaExceeded. It
+// that entity's path, following the documented contract of the bridge's
+// syncs: messages go to the router with the sync id; a push answered false
+// ends the sync's turn and a sync whose owner has no room waits for
+// roomFreed; `quantum` pushes per turn let the next sync go. It
 // knows nothing of the runtime's types: tests use it where they need the
 // agent's routing, queues and statuses driven message by message
 // (a change pushed at a chosen moment, a Set that fails on its second
@@ -36,66 +36,117 @@ struct ScriptedLeaf {
 
 class ScriptedLibrary : public VekGnmi::Server::LibraryBridge {
  public:
-  // The router is set once the agent's dispatcher exists.
-  void routerIs(MessageRouter* router) { router_ = router; }
+  // The router and the agent's sync events are set once the agent's
+  // dispatcher exists.
+  void connect(MessageRouter* router, VekGnmi::Server::SyncEvents* events) {
+    router_ = router;
+    events_ = events;
+  }
 
   // What a sync of the entity at `path` publishes, `perMessage` leaves a
   // message.
   void script(const std::string& path, std::vector<ScriptedLeaf> leaves, size_t perMessage = 1) {
     scripts_[path] = {std::move(leaves), perMessage};
   }
-  // Pushes allowed per slice before a walk pauses with QuantaExceeded (0: no
-  // limit).
+  // Pushes allowed per turn before a sync yields to the next (0: no limit).
   size_t quantum = 0;
 
-  Ostrel::WalkResult syncObject(const Vek::Ptr<Vek::Entity>&, const gnmi::Path& prefix, SyncWalkId ids,
-                                SyncKind kind) override {
-    synced.push_back({VekGnmi::pathString(prefix), kind});
-    if (kind == SyncKind::Watch) return Ostrel::WalkResult::Done;
-    Walk walk;
-    walk.ids = ids;
-    auto it = scripts_.find(VekGnmi::pathString(prefix));
-    if (it != scripts_.end()) {
+  void startSync(Ostrel::SyncId syncId, std::vector<VekGnmi::Server::PublishedEntity> targets,
+                 SyncKind kind) override {
+    Sync sync;
+    sync.id = syncId;
+    for (const auto& target : targets) {
+      synced.push_back({VekGnmi::pathString(target.path), kind});
+      auto it = scripts_.find(VekGnmi::pathString(target.path));
+      if (it == scripts_.end()) continue;
       const auto& [leaves, perMessage] = it->second;
       for (size_t i = 0; i < leaves.size(); i += perMessage) {
-        auto [msg, notification] = Ostrel::ArenaRespMsg::createResponse(prefix, 0);
+        auto [msg, notification] = Ostrel::ArenaRespMsg::createResponse(target.path, 0);
         for (size_t j = i; j < leaves.size() && j < i + perMessage; ++j) {
           gnmi::Update* u = notification->add_update();
           *u->mutable_path() = leaves[j].path;
           *u->mutable_val() = leaves[j].value;
         }
-        walk.messages.push_back(msg);
+        sync.messages.push_back(msg);
       }
     }
-    const Ostrel::WalkResult result = run(walk);
-    if (result != Ostrel::WalkResult::Done) pending_.push_back(std::move(walk));
-    return result;
+    syncs_.push_back(std::move(sync));
   }
 
-  Ostrel::WalkResult resumeWalk(Ostrel::WalkId walkId, std::vector<VekGnmi::Server::PublishedEntity>&) override {
-    ++resumeCalls;
-    for (auto it = pending_.begin(); it != pending_.end(); ++it) {
-      if (it->ids.second != walkId) continue;
-      const Ostrel::WalkResult result = run(*it);
-      if (result == Ostrel::WalkResult::Done) pending_.erase(it);
-      return result;
+  void watch(const std::vector<VekGnmi::Server::PublishedEntity>& targets) override {
+    for (const auto& target : targets) synced.push_back({VekGnmi::pathString(target.path), SyncKind::Watch});
+  }
+
+  // Each sync with room takes a turn of `quantum` pushes (a refused push ends
+  // it too); a sync with nothing left is reported done.
+  bool runSyncs(std::chrono::nanoseconds) override {
+    for (size_t turns = syncs_.size(); turns > 0 && !syncs_.empty(); --turns) {
+      Sync sync = std::move(syncs_.front());
+      syncs_.pop_front();
+      if (!sync.messages.empty() && !events_->hasRoom(sync.id)) {
+        waiting_.push_back(std::move(sync));
+        continue;
+      }
+      if (sync.started) ++resumeCalls;
+      sync.started = true;
+      running_ = sync.id;
+      cancelRunning_ = false;
+      size_t pushed = 0;
+      while (!sync.messages.empty() && !cancelRunning_) {
+        Ostrel::ArenaRespMsgPtr msg = std::move(sync.messages.front());
+        sync.messages.pop_front();
+        const bool more = router_->push(sync.id, msg);
+        ++pushed;
+        if (!more || (quantum != 0 && pushed >= quantum)) break;
+      }
+      running_ = Ostrel::SyncId();
+      if (cancelRunning_) continue;
+      if (sync.messages.empty()) {
+        events_->syncDone(sync.id);
+      } else {
+        syncs_.push_back(std::move(sync));
+      }
     }
-    return Ostrel::WalkResult::Done;
+    return !syncs_.empty();
   }
 
-  bool cancelPendingSync(Ostrel::WalkId walkId) override {
-    for (auto it = pending_.begin(); it != pending_.end(); ++it) {
-      if (it->ids.second == walkId) {
-        pending_.erase(it);
+  bool cancelSync(Ostrel::SyncId syncId) override {
+    if (syncId == running_) {
+      cancelRunning_ = true;
+      ++cancelled;
+      return true;
+    }
+    for (auto* list : {&syncs_, &waiting_}) {
+      for (auto it = list->begin(); it != list->end(); ++it) {
+        if (it->id != syncId) continue;
+        list->erase(it);
         ++cancelled;
         return true;
       }
     }
     return false;
   }
-  void flushWalkMap() override { pending_.clear(); }
-  size_t walkMapSize() const override { return pending_.size(); }
-  size_t pathWalkMapSize() const override { return pending_.size(); }
+  void roomFreed() override {
+    for (Sync& sync : waiting_) syncs_.push_back(std::move(sync));
+    waiting_.clear();
+  }
+  void flush() override {
+    syncs_.clear();
+    waiting_.clear();
+  }
+  size_t activeSyncs() const override { return syncs_.size() + waiting_.size(); }
+  // Syncs that have pushed and have more to push.
+  size_t pausedWalks() const override {
+    size_t n = 0;
+    for (const auto* list : {&syncs_, &waiting_}) {
+      for (const Sync& sync : *list) n += sync.started ? 1 : 0;
+    }
+    return n;
+  }
+  size_t walkMapSize() const override { return pausedWalks(); }
+  size_t pathWalkMapSize() const override { return pausedWalks(); }
+  uint64_t resumes() const override { return resumeCalls; }
+  uint64_t resyncs() const override { return 0; }
 
   std::function<std::unique_ptr<VekGnmi::Server::SetTransaction>(gnmi::SetRequest)> setFactory;
   std::unique_ptr<VekGnmi::Server::SetTransaction> makeSet(Vek::Ptr<Vek::GenericIf>,
@@ -125,29 +176,19 @@ class ScriptedLibrary : public VekGnmi::Server::LibraryBridge {
   size_t cancelled = 0;
 
  private:
-  struct Walk {
-    SyncWalkId ids;
+  struct Sync {
+    Ostrel::SyncId id;
     std::deque<Ostrel::ArenaRespMsgPtr> messages;
+    bool started = false;
   };
 
-  Ostrel::WalkResult run(Walk& walk) {
-    size_t pushed = 0;
-    while (!walk.messages.empty()) {
-      Ostrel::ArenaRespMsgPtr msg = std::move(walk.messages.front());
-      walk.messages.pop_front();
-      const bool more = router_->push(walk.ids.first, msg);
-      ++pushed;
-      if (!more) return Ostrel::WalkResult::RouterFull;
-      if (quantum != 0 && pushed >= quantum && !walk.messages.empty()) {
-        return Ostrel::WalkResult::QuantaExceeded;
-      }
-    }
-    return Ostrel::WalkResult::Done;
-  }
-
   MessageRouter* router_ = nullptr;
+  VekGnmi::Server::SyncEvents* events_ = nullptr;
   std::map<std::string, std::pair<std::vector<ScriptedLeaf>, size_t>> scripts_;
-  std::deque<Walk> pending_;
+  std::deque<Sync> syncs_;
+  std::deque<Sync> waiting_;
+  Ostrel::SyncId running_;
+  bool cancelRunning_ = false;
 };
 
 inline gnmi::Path pathOf(const std::string& text) { return P(text); }
