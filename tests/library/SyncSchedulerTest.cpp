@@ -101,6 +101,10 @@ class Scheduling : public OstrelTest::WalkTest {
     scheduler_.run(SLICE);
   }
   std::vector<SyncTarget> device(const Tree& t) const { return {{t.device, strToPath(DEV)}}; }
+  // Starts sync `id` of the device, sharing its walk.
+  void startShared(uint64_t id, const Tree& t) {
+    scheduler_.start(SyncId(id), device(t), SUBSCRIBE, SyncScheduler::Sharing::Shared);
+  }
   Vek::Ptr<Vek::Entity> interface(const Tree& t, const char* n) const {
     return t.device->entity("interfaces", name(n));
   }
@@ -176,7 +180,7 @@ TEST_F(Scheduling, ARouterThatRefusesEveryMessagePausesTheSyncWithoutLosingAny) 
 TEST_F(Scheduling, BetweenTurnsTheRegistryHoldsNoWalk) {
   Tree t = buildTree();
   for (uint64_t id = 1; id <= 5; ++id) scheduler_.start(SyncId(id), device(t), SUBSCRIBE);
-  scheduler_.run(SLICE);
+  scheduler_.run(4.5 * SLICE);  // a turn each
   EXPECT_EQ(scheduler_.pausedWalks(), 5u);
   EXPECT_EQ(FullVekTypeWalker::walkMapSize(), 0u);
   EXPECT_EQ(FullVekTypeWalker::walkMapStartSize(), 0u);
@@ -345,6 +349,259 @@ TEST_F(Scheduling, AWatchRegistersNotifieesAndPublishesNothing) {
   // A change of the watched entity streams.
   t.device->valueIs("hostname", Vek::String("changed"));
   EXPECT_THAT(router_.leaves(), ElementsAre(DEV + "/hostname = string_val: \"changed\""));
+}
+
+TEST_F(Scheduling, ASyncStartedBesideSyncsThatHadTurnsTakesTheNextTurn) {
+  Tree t = buildTree();
+  for (uint64_t id = 1; id <= 20; ++id) scheduler_.start(SyncId(id), device(t), SUBSCRIBE);
+  scheduler_.run(40 * SLICE);  // two turns each
+  const size_t before = router_.messages.size();
+  const auto chassis = t.device->entity("chassis");
+  scheduler_.start(SyncId(100), {{chassis, strToPath(DEV + "/chassis")}}, SUBSCRIBE);
+  scheduler_.run(SLICE);
+  ASSERT_GT(router_.messages.size(), before);
+  EXPECT_EQ(router_.syncIds[before], SyncId(100));
+  EXPECT_THAT(receiver_.done, ElementsAre(100u));
+}
+
+TEST_F(Scheduling, ASyncStartedLaterTakesTurnsUntilItHasHadAsMuchTimeAsTheOthers) {
+  Tree t = buildTree();
+  scheduler_.start(SyncId(1), device(t), SUBSCRIBE);
+  scheduler_.run(2.5 * SLICE);  // three turns of sync 1
+  scheduler_.start(SyncId(2), device(t), SUBSCRIBE);
+  const size_t before = router_.messages.size();
+  scheduler_.run(2.5 * SLICE);
+  std::vector<uint64_t> order;
+  for (size_t i = before; i < router_.syncIds.size(); ++i) order.push_back(router_.syncIds[i].value());
+  // Three turns of three pushes for sync 2 before sync 1 goes on.
+  EXPECT_THAT(order, ElementsAre(2u, 2u, 2u, 2u, 2u, 2u, 2u, 2u, 2u));
+}
+
+TEST_F(Scheduling, ATargetVacantAtItsTurnAndCreatedAgainBeforeTheEndIsPublished) {
+  Tree t = buildTree();
+  const gnmi::Path eth1Path = strToPath(DEV + "/interfaces[name=eth1]");
+  const auto chassis = t.device->entity("chassis");
+  scheduler_.start(SyncId(1), {{interface(t, "eth1"), eth1Path}, {chassis, strToPath(DEV + "/chassis")}}, SUBSCRIBE);
+  t.device->entityDel(types().device->attr("interfaces"), name("eth1"));
+  Vek::Ptr<Vek::Entity> again;
+  scheduler_.resolverIs([&](const gnmi::Path&) { return again; });
+  // The chassis's first message is pushed after eth1's turn found nothing:
+  // eth1 comes back then.
+  router_.onPush = [&] {
+    if (!again) again = t.device->entityNew("interfaces", name("eth1"));
+  };
+  runAll();
+  EXPECT_THAT(leavesOf(1), ::testing::Contains(DEV + "/interfaces[name=eth1]/mtu"));
+  EXPECT_THAT(receiver_.done, ElementsAre(1u));
+}
+
+TEST_F(Scheduling, AMemberThatLeftWhilePausedAndCameBackBeforeTheEndIsPublished) {
+  Tree t = buildTree();
+  pauseInsideEth0(t);
+  t.device->entityDel(types().device->attr("interfaces"), name("eth0"));
+  router_.onPush = nullptr;
+  scheduler_.run(SLICE);  // eth0's walker is dropped; the device goes on
+  ASSERT_EQ(scheduler_.droppedWalkers(), 1u);
+  t.device->entityNew("interfaces", name("eth0"))->valueIs("mtu", 4242u);
+  runAll();
+  bool published = false;
+  for (size_t i = 0; i < router_.messages.size(); ++i) {
+    const gnmi::Notification& n = router_.messages[i]->response->update();
+    for (const auto& u : n.update()) {
+      published = published || (pathToStr(joinPath(n.prefix(), u.path())) == DEV + "/interfaces[name=eth0]/mtu" &&
+                                u.val().uint_val() == 4242u);
+    }
+  }
+  EXPECT_TRUE(published);
+  EXPECT_THAT(receiver_.done, ElementsAre(1u));
+}
+
+// Shared walks.
+
+TEST_F(Scheduling, SharedSyncsOfTheSameTargetsAndFlagsShareOneWalkAndTheSameMessages) {
+  Tree t = buildTree();
+  const auto want = reference(t);
+  for (uint64_t id = 1; id <= 3; ++id) startShared(id, t);
+  EXPECT_EQ(scheduler_.walkCount(), 1u);
+  runAll();
+  EXPECT_THAT(receiver_.done, ElementsAre(1u, 2u, 3u));
+  for (uint64_t id = 1; id <= 3; ++id) EXPECT_EQ(sorted(leavesOf(id)), want) << "sync " << id;
+  // Every message went to each sync as the same handle, one after another.
+  ASSERT_EQ(router_.messages.size() % 3, 0u);
+  for (size_t i = 0; i < router_.messages.size(); i += 3) {
+    EXPECT_EQ(router_.messages[i], router_.messages[i + 1]);
+    EXPECT_EQ(router_.messages[i], router_.messages[i + 2]);
+  }
+  EXPECT_EQ(scheduler_.extraLaps(), 0u);
+}
+
+TEST_F(Scheduling, PrivateSyncsOrDifferentFlagsDoNotShare) {
+  Tree t = buildTree();
+  scheduler_.start(SyncId(1), device(t), SUBSCRIBE);
+  scheduler_.start(SyncId(2), device(t), SUBSCRIBE);
+  startShared(3, t);
+  scheduler_.start(SyncId(4), device(t), WalkerFlags::RequestKindBit2, SyncScheduler::Sharing::Shared);
+  EXPECT_EQ(scheduler_.walkCount(), 4u);
+  runAll();
+  EXPECT_EQ(receiver_.done.size(), 4u);
+}
+
+TEST_F(Scheduling, ASyncThatJoinsPartWayGetsTheRestThenWhatItMissedEachLeafOnce) {
+  Tree t = buildTree();
+  const auto want = reference(t);
+  startShared(1, t);
+  scheduler_.run(2.5 * SLICE);  // three turns of the walk
+  ASSERT_TRUE(receiver_.done.empty());
+  const size_t lapOneSoFar = router_.messages.size();
+  startShared(2, t);
+  EXPECT_EQ(scheduler_.joins(), 1u);
+  runAll();
+  EXPECT_THAT(receiver_.done, ElementsAre(1u, 2u));
+  EXPECT_EQ(sorted(leavesOf(2)), want);
+  // The second lap stopped where sync 2 had joined: only the messages it
+  // missed were built again.
+  const size_t lapMessages = leavesOf(1).size();
+  EXPECT_EQ(sorted(leavesOf(1)), want);
+  EXPECT_EQ(scheduler_.extraLaps(), 1u);
+  size_t secondLap = 0;
+  for (size_t i = 0; i < router_.messages.size(); ++i) {
+    if (router_.syncIds[i] != SyncId(2)) continue;
+    bool alsoToOne = i > 0 && router_.messages[i - 1] == router_.messages[i] && router_.syncIds[i - 1] == SyncId(1);
+    if (!alsoToOne) ++secondLap;
+  }
+  EXPECT_EQ(secondLap, lapOneSoFar);
+  EXPECT_GT(lapMessages, lapOneSoFar);
+}
+
+TEST_F(Scheduling, ASyncThatJoinsAfterTheLastMessageTakesAWholeLap) {
+  Tree t = buildTree();
+  const auto want = reference(t);
+  const size_t lapMessages = referenceRouter_.messages.size();
+  startShared(1, t);
+  size_t toOne = 0;
+  router_.onPush = [&] {
+    if (router_.syncIds.back() == SyncId(1) && ++toOne == lapMessages) {
+      startShared(2, t);
+    }
+  };
+  runAll();
+  EXPECT_THAT(receiver_.done, ElementsAre(1u, 2u));
+  EXPECT_EQ(leavesOf(2).size(), want.size());
+  EXPECT_EQ(sorted(leavesOf(2)), want);
+  EXPECT_EQ(scheduler_.extraLaps(), 1u);
+}
+
+TEST_F(Scheduling, AFullSyncLeavesTheSharedWalkAndCatchesUpWhenItHasRoom) {
+  Tree t = buildTree();
+  const auto want = reference(t);
+  startShared(1, t);
+  startShared(2, t);
+  receiver_.full.insert(2);
+  runAll();
+  // The walk went on for sync 1 alone.
+  EXPECT_THAT(receiver_.done, ElementsAre(1u));
+  EXPECT_EQ(sorted(leavesOf(1)), want);
+  EXPECT_FALSE(scheduler_.hasWork());
+  receiver_.full.clear();
+  scheduler_.roomFreed();
+  runAll();
+  EXPECT_THAT(receiver_.done, ElementsAre(1u, 2u));
+  EXPECT_EQ(sorted(leavesOf(2)), want);
+}
+
+TEST_F(Scheduling, ASyncThatFillsUpMidWalkLeavesItsAudienceAndGetsEverythingLater) {
+  Tree t = buildTree();
+  const auto want = reference(t);
+  startShared(1, t);
+  startShared(2, t);
+  // Sync 2 fills up after its fifth message; it has room again when sync 1
+  // is done.
+  size_t toTwo = 0;
+  router_.onPush = [&] {
+    clock_.advance(SLICE / 2.9);
+    if (router_.syncIds.back() == SyncId(2) && ++toTwo == 5) receiver_.full.insert(2);
+  };
+  receiver_.onDone = [&](SyncId id) {
+    if (id == SyncId(1)) {
+      receiver_.full.clear();
+      scheduler_.roomFreed();
+    }
+  };
+  runAll();
+  EXPECT_THAT(receiver_.done, ElementsAre(1u, 2u));
+  EXPECT_EQ(sorted(leavesOf(1)), want);
+  std::vector<std::string> two = leavesOf(2);
+  std::set<std::string> distinct(two.begin(), two.end());
+  EXPECT_EQ(std::vector<std::string>(distinct.begin(), distinct.end()), want);
+}
+
+TEST_F(Scheduling, WhenEverySyncOfASharedWalkIsFullTheWalkWaits) {
+  Tree t = buildTree();
+  startShared(1, t);
+  startShared(2, t);
+  receiver_.full = {1, 2};
+  runAll();
+  EXPECT_TRUE(router_.messages.empty());
+  EXPECT_FALSE(scheduler_.hasWork());
+  receiver_.full.clear();
+  scheduler_.roomFreed();
+  runAll();
+  EXPECT_THAT(receiver_.done, ElementsAre(1u, 2u));
+  EXPECT_EQ(scheduler_.extraLaps(), 0u);
+}
+
+TEST_F(Scheduling, CancellingOneSyncOfASharedWalkKeepsTheWalkForTheOthers) {
+  Tree t = buildTree();
+  const auto want = reference(t);
+  startShared(1, t);
+  startShared(2, t);
+  scheduler_.run(SLICE);
+  EXPECT_TRUE(scheduler_.cancel(SyncId(1)));
+  EXPECT_EQ(scheduler_.walkCount(), 1u);
+  runAll();
+  EXPECT_THAT(receiver_.done, ElementsAre(2u));
+  EXPECT_EQ(sorted(leavesOf(2)), want);
+  EXPECT_TRUE(scheduler_.cancel(SyncId(2)) == false);
+  EXPECT_EQ(scheduler_.walkCount(), 0u);
+}
+
+TEST_F(Scheduling, CancellingEverySyncOfASharedWalkDropsIt) {
+  Tree t = buildTree();
+  startShared(1, t);
+  startShared(2, t);
+  scheduler_.run(SLICE);
+  ASSERT_EQ(scheduler_.pausedWalks(), 1u);
+  scheduler_.cancel(SyncId(1));
+  scheduler_.cancel(SyncId(2));
+  EXPECT_EQ(scheduler_.walkCount(), 0u);
+  EXPECT_EQ(scheduler_.pausedWalks(), 0u);
+  EXPECT_FALSE(scheduler_.hasWork());
+  EXPECT_TRUE(receiver_.done.empty());
+}
+
+TEST_F(Scheduling, AJoinedSyncWhoseFirstMessagesLeftTheModelTakesTheWholeNextLap) {
+  Tree t = buildTree();
+  startShared(1, t);
+  // Sync 2 joins as the walk enters eth0, so its first messages are eth0's.
+  router_.onPush = [&] {
+    const auto& prefix = router_.messages.back()->response->update().prefix();
+    if (router_.syncIds.back() == SyncId(1) && pathToStr(prefix) == DEV + "/interfaces[name=eth0]" &&
+        scheduler_.syncCount() == 1) {
+      startShared(2, t);
+    }
+  };
+  receiver_.onDone = [&](SyncId id) {
+    if (id == SyncId(1)) {
+      t.device->entityDel(types().device->attr("interfaces"), name("eth0"));
+      t.device->entityDel(types().device->attr("interfaces"), name("eth1"));
+    }
+  };
+  runAll();
+  ASSERT_THAT(receiver_.done, ElementsAre(1u, 2u));
+  const auto want = reference(t);
+  std::vector<std::string> two = leavesOf(2);
+  std::set<std::string> distinct(two.begin(), two.end());
+  for (const auto& leaf : want) EXPECT_TRUE(distinct.contains(leaf)) << leaf;
 }
 
 TEST_F(Scheduling, StartingSyncIdZeroIsFatal) {
