@@ -29,11 +29,13 @@
 // a message they did not make). A sync that joins a walk in progress receives
 // the rest of it, and then, as the walk starts over for it (a second lap),
 // what it missed: the lap ends for it at the first message it received, so
-// the part it received is not walked again for it. A sync whose receiver is
-// full while others of its walk have room leaves the walk's audience (the
-// walk goes on without it) and joins again, in the same way, once it has room:
-// a slow receiver holds back the others no longer than its own queue takes
-// to fill. When every sync of the walk is full, the walk waits.
+// the part it received is not walked again for it. When a sync's receiver is
+// full the walk pauses, as a walk of its own would, and goes on when that
+// receiver has room; but a receiver that stays full for `hold` (0.25 s by
+// default) while others have room leaves the walk's audience: the walk goes
+// on without it, and it joins again, as a sync joining part-way, once it has
+// room. So a slow receiver holds back the others for at most `hold` at a
+// time, and one that keeps up with the walk costs no second lap.
 //
 // Pauses and deletes. Between turns a paused walk's queued walkers are kept
 // by the scheduler, not in the registry (`staticWalkMap`,
@@ -80,6 +82,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <tuple>
@@ -119,6 +122,9 @@ class OSTREL_EXPORT SyncScheduler : private BaseRouter {
  public:
   // The default length of one turn, in seconds of the runtime clock.
   static constexpr double DEFAULT_SLICE = 0.002;
+  // How long, by default, a full receiver may hold back the others of its
+  // shared walk.
+  static constexpr double DEFAULT_HOLD = 0.25;
 
   // Whether a sync may share its walk with identical syncs (see above).
   enum class Sharing { Private, Shared };
@@ -133,8 +139,9 @@ class OSTREL_EXPORT SyncScheduler : private BaseRouter {
   // notifiees of the entities it publishes push their changes through the
   // scheduler to `router`: it must outlive every entity it publishes. `slice`
   // is the length of one turn (at most `FullVekTypeWalker::SYNCQUANTUM` is
-  // used).
-  SyncScheduler(BaseRouter& router, SyncReceiver& receiver, Vek::Seconds slice = DEFAULT_SLICE);
+  // used); `hold` how long a full receiver may hold back a shared walk.
+  SyncScheduler(BaseRouter& router, SyncReceiver& receiver, Vek::Seconds slice = DEFAULT_SLICE,
+                Vek::Seconds hold = DEFAULT_HOLD);
   // Drops every pending walk (as `flush`).
   ~SyncScheduler();
   SyncScheduler(const SyncScheduler&) = delete;
@@ -161,6 +168,9 @@ class OSTREL_EXPORT SyncScheduler : private BaseRouter {
   // Whether some walk can go on now (some sync of it has room), or a sync has
   // ended and waits to be reported.
   bool hasWork() const;
+  // When a walk held back by a full receiver stops waiting for it (runtime
+  // clock), if one is: call `run` then, even if nothing else happened.
+  std::optional<Vek::Seconds> nextWake() const;
 
   // Drops sync `syncId` (and its walk when no other sync shares it); false
   // when it is unknown. Its receiver is not told. Safe from inside `push`
@@ -217,6 +227,7 @@ class OSTREL_EXPORT SyncScheduler : private BaseRouter {
     uint64_t joinLap = 0;     // the lap in which it joined
     std::vector<Mark> marks;  // the first messages it received since joining
     bool draining = false;    // past its mark: takes only what is published again
+    Vek::Seconds fullSince = 0;  // when it filled up (Full)
     bool done = false;
     bool cancelled = false;
   };
@@ -243,15 +254,20 @@ class OSTREL_EXPORT SyncScheduler : private BaseRouter {
     double service = 0;                // seconds its turns have taken
     uint64_t readySeq = 0;             // its place in `ready_` while ready
     bool ready = false;
-    bool waiting = false;              // no member has room: not in ready_
+    bool waiting = false;              // waits for room: not in ready_
+    Vek::Seconds holdUntil = 0;        // while waiting for a full member: when to go on without it
   };
 
   void makeReady(WalkKey key, Walk& walk);
   // One turn of a walk.
   void turn(WalkKey key);
-  // Brings members whose receiver has room back into the audience; false
-  // when no member can receive now.
-  bool refreshAudience(Walk& walk);
+  // Before a turn: brings members whose receiver has room back into the
+  // audience, and says whether the walk goes on (Go) or waits (Wait: no
+  // member has room, or a full one may still hold it back).
+  enum class Audience { Go, Wait };
+  Audience refreshAudience(Walk& walk);
+  // Makes ready the walks whose hold is over.
+  void wakeHeld();
   // Whether some member of the walk takes its messages now.
   static bool hasAudience(const Walk& walk);
   // Whether the lap has entities to publish again (re-created, or to look
@@ -280,6 +296,7 @@ class OSTREL_EXPORT SyncScheduler : private BaseRouter {
   BaseRouter& router_;
   SyncReceiver& receiver_;
   Vek::Seconds slice_;
+  Vek::Seconds hold_;
   Resolver resolver_;
   std::unordered_map<WalkKey, Walk> walks_;
   std::unordered_map<SyncId, WalkKey> walkOf_;

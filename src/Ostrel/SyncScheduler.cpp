@@ -85,8 +85,8 @@ std::string shareKeyOf(WalkerFlags flags, const std::vector<SyncTarget>& targets
 
 SyncReceiver::~SyncReceiver() = default;
 
-SyncScheduler::SyncScheduler(BaseRouter& router, SyncReceiver& receiver, Vek::Seconds slice)
-    : router_(router), receiver_(receiver), slice_(slice) {}
+SyncScheduler::SyncScheduler(BaseRouter& router, SyncReceiver& receiver, Vek::Seconds slice, Vek::Seconds hold)
+    : router_(router), receiver_(receiver), slice_(slice), hold_(hold) {}
 
 SyncScheduler::~SyncScheduler() {
   inRun_ = false;
@@ -149,8 +149,8 @@ bool SyncScheduler::push(SyncId syncId, const ArenaRespMsgPtr& msg) {
   Walk& walk = it->second;
   ++walk.lapMessages;
   const gnmi::Notification* n = notificationOf(msg);
-  bool room = false;
-  bool filled = false;
+  bool room = true;
+  bool delivered = false;
   // By index: the receiver may start a sync that joins this walk, which
   // grows `members`; a sync that joins now takes the next message first.
   for (size_t i = 0, count = walk.members.size(); i < count; ++i) {
@@ -181,23 +181,16 @@ bool SyncScheduler::push(SyncId syncId, const ArenaRespMsgPtr& msg) {
     }
     const SyncId target = member.syncId;
     const bool accepted = router_.push(target, msg);
+    delivered = true;
     Member& after = walk.members[i];
-    if (after.cancelled) continue;
-    if (accepted) {
-      room = true;
-    } else {
-      after.state = Member::State::Full;
-      filled = true;
-    }
+    if (after.cancelled || accepted) continue;
+    // The walk pauses after this message: it waits for this sync to have
+    // room again, or at most `hold` (see refreshAudience).
+    after.state = Member::State::Full;
+    after.fullSince = Vek::System::currentTime();
+    room = false;
   }
-  if (room && filled) {
-    // The walk goes on for the others; those without room leave its
-    // audience and join it again when they have room.
-    for (Member& member : walk.members) {
-      if (member.state == Member::State::Full) member.state = Member::State::Away;
-    }
-  }
-  return room;
+  return room && delivered;
 }
 
 void SyncScheduler::watch(const std::vector<SyncTarget>& targets, WalkerFlags flags) {
@@ -225,6 +218,7 @@ bool SyncScheduler::run(Vek::Seconds budget) {
   if (inRun_) ZOLT_FMASSERT(dbg, COMPONENT, "run called from inside run");
   inRun_ = true;
   const Vek::Seconds deadline = Vek::System::currentTime() + budget;
+  wakeHeld();
   for (bool first = true; !ready_.empty(); first = false) {
     if (!first && Vek::System::currentTime() >= deadline) break;
     const WalkKey key = std::get<2>(*ready_.begin());
@@ -241,7 +235,7 @@ bool SyncScheduler::run(Vek::Seconds budget) {
 void SyncScheduler::turn(WalkKey key) {
   Walk& walk = walks_.at(key);
   if (!settleMembers(walk)) return dropWalk(key);
-  if (!refreshAudience(walk)) {
+  if (refreshAudience(walk) == Audience::Wait) {
     walk.waiting = true;
     return;
   }
@@ -250,9 +244,12 @@ void SyncScheduler::turn(WalkKey key) {
   running_ = key;
   bool over = false;
   while (hasAudience(walk)) {
-    if (!walk.walk && walk.toStart.empty() && !endOfLap(key, walk)) {
-      over = true;
-      break;
+    if (!walk.walk && walk.toStart.empty()) {
+      if (!endOfLap(key, walk)) {
+        over = true;
+        break;
+      }
+      continue;  // a new lap: its audience may be away
     }
     const WalkResult result = step(key, walk, end - Vek::System::currentTime());
     if (!settleMembers(walk)) {
@@ -267,13 +264,22 @@ void SyncScheduler::turn(WalkKey key) {
   makeReady(key, walk);
 }
 
-bool SyncScheduler::refreshAudience(Walk& walk) {
+SyncScheduler::Audience SyncScheduler::refreshAudience(Walk& walk) {
+  const Vek::Seconds now = Vek::System::currentTime();
   bool any = false;
+  Vek::Seconds heldSince = 0;
+  bool held = false;
   for (Member& member : walk.members) {
     if (member.done || member.cancelled) continue;
-    const bool room = receiver_.hasRoom(member.syncId);
-    if (!room) {
-      if (member.state == Member::State::Receiving) member.state = Member::State::Full;
+    if (!receiver_.hasRoom(member.syncId)) {
+      if (member.state == Member::State::Receiving) {
+        member.state = Member::State::Full;
+        member.fullSince = now;
+      }
+      if (member.state == Member::State::Full && now - member.fullSince < hold_) {
+        heldSince = held ? std::min(heldSince, member.fullSince) : member.fullSince;
+        held = true;
+      }
       continue;
     }
     if (member.state == Member::State::Away) {
@@ -288,11 +294,18 @@ bool SyncScheduler::refreshAudience(Walk& walk) {
     member.state = Member::State::Receiving;
     any = true;
   }
-  if (!any) return false;
+  walk.holdUntil = 0;
+  if (!any) return Audience::Wait;
+  if (held) {
+    // Some sync is full: the walk waits for it to take more, but no longer
+    // than `hold` since it filled up.
+    walk.holdUntil = heldSince + hold_;
+    return Audience::Wait;
+  }
   for (Member& member : walk.members) {
     if (member.state == Member::State::Full) member.state = Member::State::Away;  // the walk goes on without it
   }
-  return true;
+  return Audience::Go;
 }
 
 bool SyncScheduler::againPending(const Walk& walk) {
@@ -479,6 +492,21 @@ bool SyncScheduler::cancel(SyncId syncId) {
   // The walk of the turn in progress is settled when its step returns.
   if (key != running_ && !settleMembers(walk)) dropWalk(key);
   return true;
+}
+
+void SyncScheduler::wakeHeld() {
+  const Vek::Seconds now = Vek::System::currentTime();
+  for (auto& [key, walk] : walks_) {
+    if (walk.waiting && walk.holdUntil > 0 && walk.holdUntil <= now) makeReady(key, walk);
+  }
+}
+
+std::optional<Vek::Seconds> SyncScheduler::nextWake() const {
+  std::optional<Vek::Seconds> next;
+  for (const auto& [key, walk] : walks_) {
+    if (walk.waiting && walk.holdUntil > 0 && (!next || walk.holdUntil < *next)) next = walk.holdUntil;
+  }
+  return next;
 }
 
 void SyncScheduler::roomFreed() {

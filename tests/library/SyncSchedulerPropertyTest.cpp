@@ -153,7 +153,7 @@ TEST_F(ScheduledSyncProperty, SyncsJoiningASharedWalkUnderChurnEachGetEverything
     Generator gen(seed);
     Tree t = gen.tree();
     Done done;
-    SyncScheduler scheduler(router_, done, SLICE);
+    SyncScheduler scheduler(router_, done, SLICE, /*hold=*/2 * SLICE);
 
     std::set<std::string> erased;
     std::map<uint64_t, std::set<std::string>> received;  // sync -> leaves
@@ -186,9 +186,13 @@ TEST_F(ScheduledSyncProperty, SyncsJoiningASharedWalkUnderChurnEachGetEverything
           done.full.insert(id);
         }
       }
-      if (!scheduler.hasWork() && !done.full.empty()) {
-        done.full.clear();
-        scheduler.roomFreed();
+      if (!scheduler.hasWork()) {
+        if (const auto wake = scheduler.nextWake(); wake && gen.below(2) == 0) {
+          clock_.currentTimeIs(*wake);  // a full receiver's hold runs out
+        } else if (!done.full.empty()) {
+          done.full.clear();
+          scheduler.roomFreed();
+        }
       }
       scheduler.run(SLICE * (1 + round % 3));
       if (const auto [n, exists] = eraseOrRecreate(gen, t, gen.below(4)); !n.empty()) {

@@ -491,16 +491,22 @@ TEST_F(Scheduling, ASyncThatJoinsAfterTheLastMessageTakesAWholeLap) {
   EXPECT_EQ(scheduler_.extraLaps(), 1u);
 }
 
-TEST_F(Scheduling, AFullSyncLeavesTheSharedWalkAndCatchesUpWhenItHasRoom) {
+TEST_F(Scheduling, AFullSyncHoldsBackItsSharedWalkForAtMostTheHold) {
   Tree t = buildTree();
   const auto want = reference(t);
   startShared(1, t);
   startShared(2, t);
   receiver_.full.insert(2);
   runAll();
+  EXPECT_TRUE(router_.messages.empty());
+  ASSERT_TRUE(scheduler_.nextWake().has_value());
+  EXPECT_DOUBLE_EQ(*scheduler_.nextWake(), clock_.currentTime() + SyncScheduler::DEFAULT_HOLD);
+  clock_.advance(SyncScheduler::DEFAULT_HOLD);
+  runAll();
   // The walk went on for sync 1 alone.
   EXPECT_THAT(receiver_.done, ElementsAre(1u));
   EXPECT_EQ(sorted(leavesOf(1)), want);
+  EXPECT_TRUE(leavesOf(2).empty());
   EXPECT_FALSE(scheduler_.hasWork());
   receiver_.full.clear();
   scheduler_.roomFreed();
@@ -509,13 +515,34 @@ TEST_F(Scheduling, AFullSyncLeavesTheSharedWalkAndCatchesUpWhenItHasRoom) {
   EXPECT_EQ(sorted(leavesOf(2)), want);
 }
 
-TEST_F(Scheduling, ASyncThatFillsUpMidWalkLeavesItsAudienceAndGetsEverythingLater) {
+TEST_F(Scheduling, ASyncThatFillsUpAndDrainsWithinTheHoldCostsNoSecondLap) {
   Tree t = buildTree();
   const auto want = reference(t);
   startShared(1, t);
   startShared(2, t);
-  // Sync 2 fills up after its fifth message; it has room again when sync 1
-  // is done.
+  // Sync 2 fills up at its fifth message and has room again at the next run.
+  size_t toTwo = 0;
+  router_.onPush = [&] {
+    clock_.advance(SLICE / 2.9);
+    if (router_.syncIds.back() == SyncId(2) && ++toTwo == 5) receiver_.full.insert(2);
+  };
+  scheduler_.run(1.0);
+  EXPECT_FALSE(scheduler_.hasWork());
+  receiver_.full.clear();
+  scheduler_.roomFreed();
+  runAll();
+  EXPECT_THAT(receiver_.done, ElementsAre(1u, 2u));
+  EXPECT_EQ(leavesOf(1).size(), want.size());
+  EXPECT_EQ(leavesOf(2).size(), want.size());
+  EXPECT_EQ(sorted(leavesOf(2)), want);
+  EXPECT_EQ(scheduler_.extraLaps(), 0u);
+}
+
+TEST_F(Scheduling, ASyncThatStaysFullMidWalkLeavesItsAudienceAndGetsEverythingLater) {
+  Tree t = buildTree();
+  const auto want = reference(t);
+  startShared(1, t);
+  startShared(2, t);
   size_t toTwo = 0;
   router_.onPush = [&] {
     clock_.advance(SLICE / 2.9);
@@ -528,11 +555,15 @@ TEST_F(Scheduling, ASyncThatFillsUpMidWalkLeavesItsAudienceAndGetsEverythingLate
     }
   };
   runAll();
+  ASSERT_TRUE(scheduler_.nextWake().has_value());
+  clock_.advance(SyncScheduler::DEFAULT_HOLD);
+  runAll();
   EXPECT_THAT(receiver_.done, ElementsAre(1u, 2u));
   EXPECT_EQ(sorted(leavesOf(1)), want);
   std::vector<std::string> two = leavesOf(2);
   std::set<std::string> distinct(two.begin(), two.end());
   EXPECT_EQ(std::vector<std::string>(distinct.begin(), distinct.end()), want);
+  EXPECT_EQ(scheduler_.extraLaps(), 1u);
 }
 
 TEST_F(Scheduling, WhenEverySyncOfASharedWalkIsFullTheWalkWaits) {
