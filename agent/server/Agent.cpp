@@ -1,6 +1,7 @@
 #include "Agent.h"
 
 #include <fmt/format.h>
+#include <Ostrel/Path.h>
 #include <Zolt/Zolt.h>
 
 #include "CoalescingQueue.h"
@@ -16,7 +17,6 @@ namespace {
 
 Zolt::Debuggable& dbg = Zolt::Platform::getDebugHandler("Agent");
 
-constexpr std::chrono::milliseconds CHURN_PERIOD{10};
 constexpr std::chrono::seconds SLOW_CHECK_PERIOD{1};
 constexpr std::chrono::seconds CANCEL_GRACE{2};
 
@@ -135,10 +135,18 @@ void Agent::start() {
   loop_.call([this] {
     model_ = buildDemoModel(options_.interfaces);
     schema_ = std::make_unique<ModelSchema>(model_.root, isStateAttribute);
+    bridge_->resolverIs([this](const gnmi::Path& path) -> Vek::Ptr<Vek::Entity> {
+      Resolution r;
+      if (!resolvePath(*schema_, path, r).ok() || r.absent) return nullptr;
+      for (PublishedEntity& e : r.cover) {
+        if (e.path == path) return std::move(e.entity);
+      }
+      return nullptr;
+    });
     if (options_.churnRate > 0) {
       churn_ = std::make_unique<ChurnSimulator>(model_, options_.churnRate, options_.churnSeed);
       lastChurn_ = EventLoop::Clock::now();
-      loop_.postAfter(CHURN_PERIOD, [this] { runChurn(); });
+      loop_.postAfter(churn_->period(), [this] { runChurn(); });
     }
     loop_.postAfter(SLOW_CHECK_PERIOD, [this] { checkSlowSubscribers(); });
   });
@@ -357,7 +365,7 @@ void Agent::runChurn() {
   const double elapsed = std::chrono::duration<double>(now - lastChurn_).count();
   lastChurn_ = now;
   churn_->advance(elapsed);
-  loop_.postAfter(CHURN_PERIOD, [this] { runChurn(); });
+  loop_.postAfter(churn_->period(), [this] { runChurn(); });
 }
 
 }  // namespace VekGnmi::Server

@@ -31,6 +31,7 @@
 // declared once per process.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -99,18 +100,33 @@ Vek::Ptr<Vek::Entity> createInterface(const Vek::Ptr<Vek::Entity>& device, size_
 // Makes `rate` changes per second of model time: counters advance (most
 // changes), operational statuses flap (one change in 20) and now and then
 // (one change in 500) an interface is removed and re-created. Deterministic
-// for a given seed. Runs on the event loop.
+// for a given seed. Runs on the event loop, which calls `advance` every
+// `period()` (one change a call at most rates; never less often than every
+// 10 ms), so changes go out one by one at their own times, not in bursts.
+// It never falls behind by more than `maxLag` seconds of changes: when the
+// loop is too busy to call it in time, the changes beyond that are dropped
+// (counted in `skipped`), so a loaded agent is not asked for ever more
+// changes at once.
 class ChurnSimulator {
  public:
-  ChurnSimulator(DemoModel& model, double rate, uint64_t seed = 1);
+  static constexpr double DEFAULT_MAX_LAG = 0.05;
 
-  // Makes the changes due after `elapsedSeconds` more seconds; returns how
+  ChurnSimulator(DemoModel& model, double rate, uint64_t seed = 1, double maxLag = DEFAULT_MAX_LAG);
+
+  // Makes the changes due after `elapsedSeconds` more seconds (at most
+  // `maxLag` seconds' worth, and at least one when one is due); returns how
   // many it made.
   size_t advance(double elapsedSeconds);
+
+  // How long to wait between calls of `advance`: the time between two
+  // changes, kept between 50 us and 10 ms.
+  std::chrono::nanoseconds period() const;
 
   uint64_t counterChanges() const { return counterChanges_; }
   uint64_t statusFlaps() const { return statusFlaps_; }
   uint64_t recreations() const { return recreations_; }
+  // Changes dropped because the loop called too late.
+  uint64_t skipped() const { return skipped_; }
 
   // One change of each kind, on interface `index`.
   void advanceCounters(size_t index);
@@ -120,7 +136,9 @@ class ChurnSimulator {
  private:
   DemoModel& model_;
   double rate_;
+  double maxBurst_;
   double owed_ = 0;
+  uint64_t skipped_ = 0;
   std::mt19937_64 random_;
   uint64_t counterChanges_ = 0;
   uint64_t statusFlaps_ = 0;

@@ -31,15 +31,37 @@ bool Dispatcher::push(Ostrel::SyncId syncId, const Ostrel::ArenaRespMsgPtr& mess
     if (notification && notification->timestamp() == 0) notification->set_timestamp(it->second.startedAt);
     return it->second.owner->onSyncMessage(syncId, message);
   }
-  if (notification && notification->timestamp() == 0) notification->set_timestamp(nowNanos());
-  // A sink may remove itself (or another) while being told: iterate a copy.
-  const std::vector<ChangeSink*> sinks = changeSinks_;
-  for (ChangeSink* sink : sinks) {
-    if (std::find(changeSinks_.begin(), changeSinks_.end(), sink) != changeSinks_.end()) {
-      sink->onChange(message);
-    }
-  }
+  if (!notification) return true;
+  if (notification->timestamp() == 0) notification->set_timestamp(nowNanos());
+  routeChange(message, *notification);
   return true;
+}
+
+void Dispatcher::routeChange(const Ostrel::ArenaRespMsgPtr& message, const gnmi::Notification& notification) {
+  matches_.clear();
+  const auto matchOf = [this](ChangeSink* sink) -> ChangeMatch& {
+    for (auto& [s, m] : matches_) {
+      if (s == sink) return m;
+    }
+    return matches_.emplace_back(sink, ChangeMatch()).second;
+  };
+  for (int i = 0; i < notification.update_size(); ++i) {
+    changePaths_.forUnder(PathElems{notification.prefix(), &notification.update(i).path()},
+                          [&](const SinkPath& p) { matchOf(p.sink).updates.emplace_back(i, p.path); });
+  }
+  for (int i = 0; i < notification.delete__size(); ++i) {
+    changePaths_.forUnderOrAbove(PathElems{notification.prefix(), &notification.delete_(i)},
+                                 [&](const SinkPath& p) { matchOf(p.sink).deletes.emplace_back(i, p.path); });
+  }
+  // A sink may remove itself (or another) while being told: look it up
+  // again before each.
+  std::vector<std::pair<ChangeSink*, ChangeMatch>> matches = std::move(matches_);
+  for (auto& [sink, match] : matches) {
+    std::sort(match.updates.begin(), match.updates.end());
+    std::sort(match.deletes.begin(), match.deletes.end());
+    if (changeSinks_.contains(sink)) sink->onChange(message, match);
+  }
+  matches_ = std::move(matches);
 }
 
 bool Dispatcher::hasRoom(Ostrel::SyncId syncId) const {
@@ -82,10 +104,17 @@ void Dispatcher::cancel(SyncOwner& owner) {
   }
 }
 
-void Dispatcher::addChangeSink(ChangeSink* sink) { changeSinks_.push_back(sink); }
+void Dispatcher::addChangeSink(ChangeSink* sink, const std::vector<gnmi::Path>& paths) {
+  removeChangeSink(sink);
+  for (size_t i = 0; i < paths.size(); ++i) changePaths_.insert(paths[i], SinkPath{sink, i});
+  changeSinks_.emplace(sink, paths);
+}
 
 void Dispatcher::removeChangeSink(ChangeSink* sink) {
-  changeSinks_.erase(std::remove(changeSinks_.begin(), changeSinks_.end(), sink), changeSinks_.end());
+  const auto it = changeSinks_.find(sink);
+  if (it == changeSinks_.end()) return;
+  for (size_t i = 0; i < it->second.size(); ++i) changePaths_.erase(it->second[i], SinkPath{sink, i});
+  changeSinks_.erase(it);
 }
 
 void Dispatcher::roomFreed() {
@@ -106,7 +135,15 @@ void Dispatcher::schedulePump() {
 
 void Dispatcher::pump() {
   pumpPosted_ = false;
-  if (bridge_->runSyncs(SLICE)) schedulePump();
+  if (bridge_->runSyncs(SLICE)) return schedulePump();
+  // Nothing can go on now; a sync held back by a full subscriber goes on
+  // without it after a while, if no room comes first.
+  if (const auto in = bridge_->wakeIn()) {
+    std::weak_ptr<bool> alive = alive_;
+    loop_.postAfter(*in, [this, alive] {
+      if (alive.lock()) schedulePump();
+    });
+  }
 }
 
 }  // namespace VekGnmi::Server

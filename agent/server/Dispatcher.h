@@ -5,8 +5,11 @@
 //     subscription's initial sync or poll, or a Get); the owner's answer is
 //     the router's answer, so a full subscriber pauses its own sync;
 //   - a message with sync id 0 (a change, or the sync of an entity created
-//     later) goes to every change sink (the streaming subscriptions), which
-//     filter it by their paths and coalesce it; the router then always
+//     later) goes to the change sinks (the streaming subscriptions) with
+//     something under their paths, told which of its updates and deletes
+//     fall under which path; they coalesce it. The paths of every sink are
+//     held in one PathIndex, so matching a change costs the depth of its
+//     paths, not the number of paths subscribed. The router then always
 //     answers true, so changes never block the event loop;
 //   - a message for a sync whose owner has gone is dropped (true).
 // A notification whose timestamp is 0 ("unknown" to the library) is stamped
@@ -31,6 +34,7 @@
 
 #include "EventLoop.h"
 #include "LibraryBridge.h"
+#include "PathIndex.h"
 #include "PathResolver.h"
 
 namespace VekGnmi::Server {
@@ -47,10 +51,20 @@ class SyncOwner {
   virtual bool hasRoom() const { return true; }
 };
 
+// Which of a change's updates and deletes fall under which of a sink's
+// paths: (index in the notification, index of the sink's path) pairs, by
+// notification index; an update under several paths comes once for each.
+struct ChangeMatch {
+  std::vector<std::pair<int, size_t>> updates;
+  std::vector<std::pair<int, size_t>> deletes;  // deletes of the path, or of something that holds it
+  bool empty() const { return updates.empty() && deletes.empty(); }
+};
+
 class ChangeSink {
  public:
   virtual ~ChangeSink();
-  virtual void onChange(const Ostrel::ArenaRespMsgPtr& message) = 0;
+  // A change with something under the sink's paths (never an empty match).
+  virtual void onChange(const Ostrel::ArenaRespMsgPtr& message, const ChangeMatch& match) = 0;
 };
 
 // Nanoseconds since the epoch, from the runtime's clock.
@@ -76,7 +90,9 @@ class Dispatcher final : public MessageRouter, public SyncEvents {
   // Forgets every sync of `owner`, cancelling its pending walks.
   void cancel(SyncOwner& owner);
 
-  void addChangeSink(ChangeSink* sink);
+  // Sends `sink` every change under `paths` (its paths, numbered by their
+  // position) until it is removed.
+  void addChangeSink(ChangeSink* sink, const std::vector<gnmi::Path>& paths);
   void removeChangeSink(ChangeSink* sink);
 
   // A subscriber's queue has room again: resume paused syncs.
@@ -101,11 +117,22 @@ class Dispatcher final : public MessageRouter, public SyncEvents {
 
   void schedulePump();
   void pump();
+  // Hands a change to the sinks with something under their paths.
+  void routeChange(const Ostrel::ArenaRespMsgPtr& message, const gnmi::Notification& notification);
 
   LibraryBridge* bridge_ = nullptr;
   EventLoop& loop_;
   std::unordered_map<uint64_t, Sync> syncs_;
-  std::vector<ChangeSink*> changeSinks_;
+  // A path of a change sink, as filed in the index.
+  struct SinkPath {
+    ChangeSink* sink;
+    size_t path;
+    bool operator==(const SinkPath&) const = default;
+  };
+  std::unordered_map<ChangeSink*, std::vector<gnmi::Path>> changeSinks_;
+  PathIndex<SinkPath> changePaths_;
+  // Per change, the sinks it reaches and what it means to each (reused).
+  std::vector<std::pair<ChangeSink*, ChangeMatch>> matches_;
   uint64_t nextSyncId_ = 1;
   bool pumpPosted_ = false;
   std::shared_ptr<bool> alive_;

@@ -1,5 +1,7 @@
 #include "LibraryBridge.h"
 
+#include <algorithm>
+
 #include <Ostrel/BaseRouter.h>
 #include <Ostrel/SyncScheduler.h>
 #include <Ostrel/VekGnmiSetter.h>
@@ -71,7 +73,10 @@ class LinkedLibraryBridge final : public LibraryBridge {
       : router_(router), receiver_(events), scheduler_(router_, receiver_) {}
 
   void startSync(Ostrel::SyncId syncId, std::vector<PublishedEntity> targets, SyncKind kind) override {
-    scheduler_.start(syncId, toTargets(std::move(targets)), Ostrel::WalkerFlags{walkerFlagBits(kind)});
+    // Syncs of the same entities and kind share one walk: a hundred
+    // subscribers of the same paths cost one walk of the model.
+    scheduler_.start(syncId, toTargets(std::move(targets)), Ostrel::WalkerFlags{walkerFlagBits(kind)},
+                     Ostrel::SyncScheduler::Sharing::Shared);
   }
 
   void watch(const std::vector<PublishedEntity>& targets) override {
@@ -83,12 +88,20 @@ class LinkedLibraryBridge final : public LibraryBridge {
     return scheduler_.run(Vek::Seconds(std::chrono::duration<double>(budget).count()));
   }
 
+  std::optional<std::chrono::nanoseconds> wakeIn() const override {
+    const std::optional<Vek::Seconds> at = scheduler_.nextWake();
+    if (!at) return std::nullopt;
+    const double seconds = std::max(0.0, static_cast<double>(*at - Vek::System::currentTime()));
+    return std::chrono::nanoseconds(static_cast<int64_t>(seconds * 1e9));
+  }
+
   bool cancelSync(Ostrel::SyncId syncId) override {
     const bool cancelled = scheduler_.cancel(syncId);
     ZOLT_TRACE(dbg, 4, "Bridge", "sync {} cancelled: {}", syncId, cancelled);
     return cancelled;
   }
   void roomFreed() override { scheduler_.roomFreed(); }
+  void resolverIs(Resolver resolver) override { scheduler_.resolverIs(std::move(resolver)); }
   void flush() override { scheduler_.flush(); }
 
   size_t activeSyncs() const override { return scheduler_.syncCount(); }

@@ -12,6 +12,9 @@
 // (Ostrel/SyncScheduler.h), which takes the syncs in turns of a bounded
 // slice, lets a sync whose owner has no room wait without holding back the
 // others, and keeps syncs correct while members are deleted and re-created.
+// Syncs of the same entities and kind share one walk (the scheduler's shared
+// walks): each message is built once and handed to every sync of the walk,
+// so routers and owners must not change a sync message they did not make.
 // The bridge only translates: the agent's entities and sync kinds into
 // scheduler targets and walker flags, and the scheduler's questions (room,
 // completion) into `SyncEvents`.
@@ -20,8 +23,10 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -89,6 +94,9 @@ class LibraryBridge {
   virtual void watch(const std::vector<PublishedEntity>& targets) = 0;
   // Runs syncs, in turns, for about `budget`; true while some sync can go on.
   virtual bool runSyncs(std::chrono::nanoseconds budget) = 0;
+  // When nothing can go on now: how long until a sync held back by a full
+  // subscriber goes on without it (then runSyncs must be called again).
+  virtual std::optional<std::chrono::nanoseconds> wakeIn() const { return std::nullopt; }
   // Drops sync `syncId` (its owner is not told); false when unknown. Safe
   // from inside the router's push.
   virtual bool cancelSync(Ostrel::SyncId syncId) = 0;
@@ -96,6 +104,10 @@ class LibraryBridge {
   virtual void roomFreed() = 0;
   // Drops every sync.
   virtual void flush() = 0;
+  // The entity published at a path now (or null): how a sync finds an entity
+  // removed and created again at its path before its walk reached it.
+  using Resolver = std::function<Vek::Ptr<Vek::Entity>(const gnmi::Path&)>;
+  virtual void resolverIs(Resolver) {}
 
   // Syncs queued and not finished; syncs with a paused walk; walks the
   // library's registry holds (none between turns); paths at which its

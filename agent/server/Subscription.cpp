@@ -2,6 +2,8 @@
 
 #include <unordered_set>
 
+#include "PathIndex.h"
+
 #include <fmt/format.h>
 #include <Zolt/Zolt.h>
 
@@ -23,9 +25,10 @@ Subscription::Subscription(Context context, std::shared_ptr<StreamChannel> chann
   for (const SubscriptionEntry& e : params_.entries) {
     auto entry = std::make_unique<Entry>();
     entry->params = e;
-    entry->filter = PathFilter(e.path);
     entry->keepsTable = params_.mode == gnmi::SubscriptionList::STREAM &&
                         (e.mode == gnmi::SAMPLE || e.heartbeatInterval != 0);
+    anyTable_ = anyTable_ || entry->keepsTable;
+    paths_.insert(e.path, entry.get());
     entries_.push_back(std::move(entry));
   }
 }
@@ -34,7 +37,9 @@ Subscription::~Subscription() { end(); }
 
 void Subscription::start() {
   if (params_.mode == gnmi::SubscriptionList::STREAM) {
-    context_.dispatcher.addChangeSink(this);
+    std::vector<gnmi::Path> paths;
+    for (const auto& entry : entries_) paths.push_back(entry->params.path);
+    context_.dispatcher.addChangeSink(this, paths);
     changeSink_ = true;
   }
   startSync();
@@ -102,32 +107,6 @@ void Subscription::fail(grpc::Status status) {
   end();
 }
 
-size_t Subscription::tableSize() const {
-  size_t n = 0;
-  for (const auto& entry : entries_) n += entry->table.size();
-  return n;
-}
-
-Subscription::Match Subscription::matchNotification(const gnmi::Notification& notification) {
-  Match match;
-  for (const auto& entry : entries_) {
-    switch (entry->filter.matchPrefix(notification.prefix())) {
-      case PathFilter::PrefixMatch::All: match.entries.emplace_back(entry.get(), true); break;
-      case PathFilter::PrefixMatch::Partial: match.entries.emplace_back(entry.get(), false); break;
-      case PathFilter::PrefixMatch::None: break;
-    }
-  }
-  return match;
-}
-
-bool Subscription::takes(const Match& match, const gnmi::Notification& notification,
-                         const gnmi::Path& path) const {
-  for (const auto& [entry, whole] : match.entries) {
-    if (whole || entry->filter.matchUpdate(notification.prefix(), path)) return true;
-  }
-  return false;
-}
-
 gnmi::TypedValue Subscription::encoded(const gnmi::Path& prefix, const gnmi::Path& path,
                                        const gnmi::TypedValue& value) {
   if (params_.encoding == gnmi::PROTO) return value;
@@ -136,73 +115,82 @@ gnmi::TypedValue Subscription::encoded(const gnmi::Path& prefix, const gnmi::Pat
   return out;
 }
 
-void Subscription::recordInTables(const Match& match, const gnmi::Notification& notification) {
-  for (const auto& [entry, whole] : match.entries) {
-    if (!entry->keepsTable) continue;
-    for (const gnmi::Update& u : notification.update()) {
-      if (!whole && !entry->filter.matchUpdate(notification.prefix(), u.path())) continue;
-      Row& row = entry->table[encodePath(notification.prefix(), u.path())];
-      row.value = encoded(notification.prefix(), u.path(), u.val());
-      row.timestamp = notification.timestamp();
-      row.dirty = true;
-    }
-    for (const gnmi::Path& d : notification.delete_()) {
-      if (!whole && !entry->filter.matchDelete(notification.prefix(), d)) continue;
-      const std::string key = encodePath(notification.prefix(), d);
-      auto it = entry->table.lower_bound(key);
-      while (it != entry->table.end() && it->first.compare(0, key.size(), key) == 0) {
-        it = entry->table.erase(it);
-      }
-    }
-  }
+void Subscription::record(Entry& entry, const gnmi::Notification& notification, const gnmi::Update& update) {
+  Row& row = entry.table[encodePath(notification.prefix(), update.path())];
+  row.value = encoded(notification.prefix(), update.path(), update.val());
+  row.timestamp = notification.timestamp();
+  row.dirty = true;
+}
+
+void Subscription::prune(Entry& entry, const gnmi::Path& prefix, const gnmi::Path& deleted) {
+  const std::string key = encodePath(prefix, deleted);
+  auto it = entry.table.lower_bound(key);
+  while (it != entry.table.end() && it->first.compare(0, key.size(), key) == 0) it = entry.table.erase(it);
 }
 
 bool Subscription::onSyncMessage(Ostrel::SyncId syncId, const Ostrel::ArenaRespMsgPtr& message) {
   StreamQueue& queue = channel_->queue();
   if (ended_ || syncId != syncing_ || !message->response->has_update()) return queue.hasRoom();
-  gnmi::Notification& notification = *message->response->mutable_update();
-  const Match match = matchNotification(notification);
-  if (!match.any()) return queue.hasRoom();
-  recordInTables(match, notification);
+  const gnmi::Notification& notification = message->response->update();
+  // Whether some path holds everything published at this prefix; when none
+  // does and none goes below it, nothing here is for this subscription.
+  bool whole = false;
+  bool below = false;
+  paths_.forPrefix(notification.prefix(), [&](Entry*, bool all) {
+    whole = whole || all;
+    below = below || !all;
+  });
+  if (!whole && !below) return queue.hasRoom();
+  if (anyTable_) {
+    for (const gnmi::Update& u : notification.update()) {
+      paths_.forUnder(PathElems{notification.prefix(), &u.path()}, [&](Entry* entry) {
+        if (entry->keepsTable) record(*entry, notification, u);
+      });
+    }
+  }
   if (params_.mode == gnmi::SubscriptionList::STREAM && params_.updatesOnly && !initialDone_) {
     return true;  // published silently: only changes go out
   }
-  bool whole = false;
-  for (const auto& [entry, all] : match.entries) whole = whole || all;
-  bool room = true;
-  if (whole && params_.encoding == gnmi::PROTO) {
-    // The library's message goes out as it is; this sync is its only reader.
-    if (!params_.target.empty()) notification.mutable_prefix()->set_target(params_.target);
-    room = queue.pushSync(OutMessage(message));
-  } else {
-    auto response = std::make_shared<gnmi::SubscribeResponse>();
-    gnmi::Notification* out = response->mutable_update();
-    out->set_timestamp(notification.timestamp());
-    *out->mutable_prefix() = notification.prefix();
-    if (!params_.target.empty()) out->mutable_prefix()->set_target(params_.target);
-    for (const gnmi::Update& u : notification.update()) {
-      if (!whole && !takes(match, notification, u.path())) continue;
-      gnmi::Update* copy = out->add_update();
-      *copy->mutable_path() = u.path();
-      *copy->mutable_val() = encoded(notification.prefix(), u.path(), u.val());
-      copy->set_duplicates(u.duplicates());
-    }
-    for (const gnmi::Path& d : notification.delete_()) {
-      bool under = whole;
-      for (const auto& [entry, all] : match.entries) {
-        under = under || entry->filter.matchDelete(notification.prefix(), d);
-      }
-      if (under) *out->add_delete_() = d;
-    }
-    if (out->update_size() == 0 && out->delete__size() == 0) return queue.hasRoom();
-    room = queue.pushSync(OutMessage(std::move(response)));
-  }
+  const bool room = queueSync(message, whole);
   // The writer is woken once per batch of sync messages, or when the queue
   // is full; the sync's end (onSyncDone) wakes it for what is left. Waking
   // it for every message made a writer that keeps up sleep and wake once
   // per message.
   if (!room || queue.syncQueued() >= SYNC_KICK_BATCH) channel_->kick();
   return room;
+}
+
+bool Subscription::queueSync(const Ostrel::ArenaRespMsgPtr& message, bool whole) {
+  StreamQueue& queue = channel_->queue();
+  const gnmi::Notification& notification = message->response->update();
+  if (whole && params_.encoding == gnmi::PROTO && params_.target.empty()) {
+    // The library's message goes out as it is, the same handle for every
+    // subscription that shares its sync: nobody changes it.
+    return queue.pushSync(OutMessage(message));
+  }
+  auto response = std::make_shared<gnmi::SubscribeResponse>();
+  gnmi::Notification* out = response->mutable_update();
+  out->set_timestamp(notification.timestamp());
+  *out->mutable_prefix() = notification.prefix();
+  if (!params_.target.empty()) out->mutable_prefix()->set_target(params_.target);
+  for (const gnmi::Update& u : notification.update()) {
+    if (!whole) {
+      bool under = false;
+      paths_.forUnder(PathElems{notification.prefix(), &u.path()}, [&](Entry*) { under = true; });
+      if (!under) continue;
+    }
+    gnmi::Update* copy = out->add_update();
+    *copy->mutable_path() = u.path();
+    *copy->mutable_val() = encoded(notification.prefix(), u.path(), u.val());
+    copy->set_duplicates(u.duplicates());
+  }
+  for (const gnmi::Path& d : notification.delete_()) {
+    bool concerned = whole;
+    if (!concerned) paths_.forUnderOrAbove(PathElems{notification.prefix(), &d}, [&](Entry*) { concerned = true; });
+    if (concerned) *out->add_delete_() = d;
+  }
+  if (out->update_size() == 0 && out->delete__size() == 0) return queue.hasRoom();
+  return queue.pushSync(OutMessage(std::move(response)));
 }
 
 bool Subscription::hasRoom() const { return !ended_ && channel_->queue().hasRoom(); }
@@ -266,37 +254,32 @@ void Subscription::tick(Entry& entry) {
   armTimer(entry);
 }
 
-void Subscription::onChange(const Ostrel::ArenaRespMsgPtr& message) {
+void Subscription::onChange(const Ostrel::ArenaRespMsgPtr& message, const ChangeMatch& match) {
   if (ended_ || params_.mode != gnmi::SubscriptionList::STREAM || !message->response->has_update()) {
     return;
   }
   const gnmi::Notification& notification = message->response->update();
-  const Match match = matchNotification(notification);
-  if (!match.any()) return;
-  recordInTables(match, notification);
   StreamQueue& queue = channel_->queue();
   bool queued = false;
-  for (const gnmi::Update& u : notification.update()) {
-    bool onChange = false;
-    for (const auto& [entry, whole] : match.entries) {
-      if (entry->params.mode != gnmi::ON_CHANGE) continue;
-      if (whole || entry->filter.matchUpdate(notification.prefix(), u.path())) {
-        onChange = true;
-        break;
-      }
-    }
-    if (!onChange) continue;
+  int last = -1;  // the last update queued: one that falls under several paths goes out once
+  for (const auto& [index, path] : match.updates) {
+    Entry& entry = *entries_[path];
+    const gnmi::Update& u = notification.update(index);
+    if (entry.keepsTable) record(entry, notification, u);
+    if (entry.params.mode != gnmi::ON_CHANGE || index == last) continue;
     queue.pushUpdate(notification.prefix(), u.path(), encoded(notification.prefix(), u.path(), u.val()),
                      notification.timestamp());
+    last = index;
     queued = true;
   }
-  for (const gnmi::Path& d : notification.delete_()) {
-    bool under = false;
-    for (const auto& [entry, whole] : match.entries) {
-      under = under || whole || entry->filter.matchDelete(notification.prefix(), d);
-    }
-    if (!under) continue;
+  last = -1;
+  for (const auto& [index, path] : match.deletes) {
+    Entry& entry = *entries_[path];
+    const gnmi::Path& d = notification.delete_(index);
+    if (entry.keepsTable) prune(entry, notification.prefix(), d);
+    if (index == last) continue;
     queue.pushDelete(notification.prefix(), d, notification.timestamp());
+    last = index;
     queued = true;
   }
   if (queued) channel_->kick();

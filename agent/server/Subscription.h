@@ -26,6 +26,7 @@
 #include "Dispatcher.h"
 #include "EventLoop.h"
 #include "ModelSchema.h"
+#include "PathIndex.h"
 #include "PathResolver.h"
 #include "Requests.h"
 #include "StreamChannel.h"
@@ -57,14 +58,11 @@ class Subscription final : public SyncOwner, public ChangeSink {
   bool onSyncMessage(Ostrel::SyncId syncId, const Ostrel::ArenaRespMsgPtr& message) override;
   void onSyncDone(Ostrel::SyncId syncId) override;
   bool hasRoom() const override;
-  void onChange(const Ostrel::ArenaRespMsgPtr& message) override;
+  void onChange(const Ostrel::ArenaRespMsgPtr& message, const ChangeMatch& match) override;
 
   const std::shared_ptr<StreamChannel>& channel() const { return channel_; }
   const SubscribeParams& params() const { return params_; }
   bool ended() const { return ended_; }
-  // Leaves held for sampling and heartbeats.
-  size_t tableSize() const;
-
  private:
   struct Row {
     gnmi::TypedValue value;  // in the subscriber's encoding
@@ -73,26 +71,20 @@ class Subscription final : public SyncOwner, public ChangeSink {
   };
   struct Entry {
     SubscriptionEntry params;
-    PathFilter filter;
     bool keepsTable = false;                 // SAMPLE, or a heartbeat
     std::map<std::string, Row> table;        // by encoded leaf path
     EventLoop::TimerId timer = 0;
     int64_t lastFullSend = 0;                // ns: last time every row went out
   };
 
-  // The entries whose paths a notification falls under, and whether each
-  // takes the whole notification.
-  struct Match {
-    std::vector<std::pair<Entry*, bool>> entries;
-    bool any() const { return !entries.empty(); }
-  };
-  Match matchNotification(const gnmi::Notification& notification);
-  bool takes(const Match& match, const gnmi::Notification& notification, const gnmi::Path& path) const;
-
+  // Queues the sync message's updates (and deletes) that fall under the
+  // subscription's paths; false when the queue is full.
+  bool queueSync(const Ostrel::ArenaRespMsgPtr& message, bool whole);
+  void record(Entry& entry, const gnmi::Notification& notification, const gnmi::Update& update);
+  void prune(Entry& entry, const gnmi::Path& prefix, const gnmi::Path& deleted);
   // Resolves every entry's path now and starts a sync of what covers them
   // (entities are resolved again for every poll: members come and go).
   void startSync();
-  void recordInTables(const Match& match, const gnmi::Notification& notification);
   gnmi::TypedValue encoded(const gnmi::Path& prefix, const gnmi::Path& path, const gnmi::TypedValue& value);
   void armTimer(Entry& entry);
   void tick(Entry& entry);
@@ -102,6 +94,8 @@ class Subscription final : public SyncOwner, public ChangeSink {
   std::shared_ptr<StreamChannel> channel_;
   SubscribeParams params_;
   std::vector<std::unique_ptr<Entry>> entries_;
+  PathIndex<Entry*> paths_;   // the entries by requested path, for sync messages
+  bool anyTable_ = false;     // some entry keeps a table
   Ostrel::SyncId syncing_;     // the sync in progress, if any
   bool initialDone_ = false;
   size_t pollsWaiting_ = 0;

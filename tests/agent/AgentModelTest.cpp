@@ -1,5 +1,11 @@
 // The demo model, the schema lookup of published leaves, request path
-// resolution and the filter of published updates.
+// resolution, the filter of published updates and the index of requested
+// paths.
+#include <map>
+#include <random>
+#include <set>
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <Ostrel/Path.h>
@@ -8,6 +14,7 @@
 #include "GnmiPathText.h"
 #include "TestPaths.h"
 #include "ModelSchema.h"
+#include "PathIndex.h"
 #include "PathResolver.h"
 
 namespace {
@@ -75,11 +82,27 @@ TEST_F(AgentModel, StateAttributesRefuseClientWritesButNotTheDevice) {
 TEST_F(AgentModel, ChurnMakesTheRequestedNumberOfChangesOfEveryKind) {
   ChurnSimulator churn(model_, 1000.0, 7);
   EXPECT_EQ(churn.advance(0.0005), 0u);
-  EXPECT_EQ(churn.advance(2.0), 2000u);
+  size_t made = 0;
+  for (int i = 0; i < 40; ++i) made += churn.advance(0.05);
+  EXPECT_EQ(made, 2000u);
+  EXPECT_EQ(churn.skipped(), 0u);
   EXPECT_EQ(churn.counterChanges() + churn.statusFlaps() + churn.recreations(), 2000u);
   EXPECT_GT(churn.statusFlaps(), 0u);
   EXPECT_GT(churn.recreations(), 0u);
   EXPECT_EQ(model_.device->memberCount("interfaces"), 8u);
+}
+
+TEST_F(AgentModel, ALateCallMakesAtMostTheChangesOfTheLagAndDropsTheRest) {
+  ChurnSimulator churn(model_, 1000.0, 7, /*maxLag=*/0.05);
+  EXPECT_EQ(churn.advance(3.0), 50u);
+  EXPECT_EQ(churn.skipped(), 2950u);
+  EXPECT_EQ(churn.advance(0.01), 10u);
+}
+
+TEST_F(AgentModel, ChurnIsCalledOncePerChangeWithinLimits) {
+  EXPECT_EQ(ChurnSimulator(model_, 10000.0).period(), std::chrono::microseconds(100));
+  EXPECT_EQ(ChurnSimulator(model_, 1e6).period(), std::chrono::microseconds(50));
+  EXPECT_EQ(ChurnSimulator(model_, 10.0).period(), std::chrono::milliseconds(10));
 }
 
 TEST_F(AgentModel, RecreatedInterfaceIsANewEntityAndItsNeighbourFollows) {
@@ -331,6 +354,125 @@ TEST(PathFilterTest, ElementMatching) {
   EXPECT_TRUE(elemMatches(P("a[k=*]").elem(0), P("a").elem(0)));
   EXPECT_TRUE(elemMatches(P("a").elem(0), P("a[k=1]").elem(0)));
   EXPECT_FALSE(elemMatches(P("a[k=1][j=2]").elem(0), P("a[x=1][y=2]").elem(0)));
+}
+
+
+
+// The path index answers exactly as a PathFilter per requested path would.
+
+std::vector<int> under(const PathIndex<int>& index, const gnmi::Path& prefix, const gnmi::Path& path) {
+  std::vector<int> out;
+  index.forUnder(PathElems{prefix, &path}, [&](int v) { out.push_back(v); });
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+TEST(PathIndex, FindsThePathsThatHoldAPublishedPath) {
+  PathIndex<int> index;
+  index.insert(P("/devices/dev1/interfaces[name=eth0]/counters"), 1);
+  index.insert(P("/devices/dev1/interfaces[name=*]"), 2);
+  index.insert(P("/devices"), 3);
+  index.insert(P("/devices/dev1/system"), 4);
+  index.insert(P("/.../counters"), 5);
+  EXPECT_THAT(under(index, P("/devices/dev1/interfaces[name=eth0]"), P("counters/inPkts")),
+              ::testing::ElementsAre(1, 2, 3, 5));
+  EXPECT_THAT(under(index, P("/devices/dev1/interfaces[name=eth1]"), P("mtu")), ::testing::ElementsAre(2, 3));
+  EXPECT_THAT(under(index, P("/devices/dev1/system"), P("hostname")), ::testing::ElementsAre(3, 4));
+  EXPECT_THAT(under(index, P("/other"), P("x")), ::testing::IsEmpty());
+}
+
+TEST(PathIndex, ASingleRequestedKeyMatchesASinglePublishedKeyOfAnotherName) {
+  PathIndex<int> index;
+  index.insert(P("/devices/dev1/interfaces[ifname=eth0]"), 1);
+  EXPECT_THAT(under(index, P("/devices/dev1/interfaces[name=eth0]"), P("mtu")), ::testing::ElementsAre(1));
+  EXPECT_THAT(under(index, P("/devices/dev1/interfaces[name=eth1]"), P("mtu")), ::testing::IsEmpty());
+}
+
+TEST(PathIndex, DeletesReachThePathsBelowThem) {
+  PathIndex<int> index;
+  index.insert(P("/devices/dev1/interfaces[name=eth0]/counters"), 1);
+  index.insert(P("/devices/dev1/interfaces[name=eth1]/counters"), 2);
+  std::vector<int> found;
+  const gnmi::Path prefix = P("/devices/dev1");
+  const gnmi::Path deleted = P("interfaces[name=eth0]");
+  index.forUnderOrAbove(PathElems{prefix, &deleted}, [&](int v) { found.push_back(v); });
+  EXPECT_THAT(found, ::testing::ElementsAre(1));
+}
+
+TEST(PathIndex, ErasingOneFilingKeepsTheOthersAndPrunesEmptyBranches) {
+  PathIndex<int> index;
+  index.insert(P("/a/b[k=1]/c"), 1);
+  index.insert(P("/a/b[k=1]/c"), 2);
+  index.insert(P("/a/*/..."), 3);
+  EXPECT_TRUE(index.erase(P("/a/b[k=1]/c"), 1));
+  EXPECT_FALSE(index.erase(P("/a/b[k=1]/c"), 1));
+  EXPECT_FALSE(index.erase(P("/a/b[k=2]/c"), 2));
+  EXPECT_EQ(index.size(), 2u);
+  EXPECT_THAT(under(index, P("/a/b[k=1]"), P("c")), ::testing::ElementsAre(2, 3));
+  EXPECT_TRUE(index.erase(P("/a/b[k=1]/c"), 2));
+  EXPECT_TRUE(index.erase(P("/a/*/..."), 3));
+  EXPECT_TRUE(index.empty());
+  EXPECT_THAT(under(index, P("/a/b[k=1]"), P("c")), ::testing::IsEmpty());
+}
+
+// Generated requested and published paths over a small alphabet, with keys,
+// "*" and "...": the index and one PathFilter per path agree on every
+// question.
+TEST(PathIndex, AgreesWithPathFilterOnGeneratedPaths) {
+  std::mt19937 rng(7);
+  const auto pick = [&](int n) { return static_cast<int>(rng() % static_cast<uint32_t>(n)); };
+  const char* names[] = {"a", "b", "c"};
+  const char* values[] = {"1", "2"};
+  const auto elem = [&](bool requested) {
+    gnmi::PathElem e;
+    const int kind = requested ? pick(10) : 9;
+    if (kind == 0) {
+      e.set_name("...");
+      return e;
+    }
+    e.set_name(kind == 1 ? "*" : names[pick(3)]);
+    const int keys = pick(3);
+    for (int k = 0; k < keys; ++k) {
+      (*e.mutable_key())[k == 0 ? "k" : "j"] = requested && pick(4) == 0 ? "*" : values[pick(2)];
+    }
+    return e;
+  };
+  const auto path = [&](bool requested, int most) {
+    gnmi::Path p;
+    for (int n = pick(most + 1); n > 0; --n) *p.add_elem() = elem(requested);
+    return p;
+  };
+  std::vector<gnmi::Path> requested;
+  PathIndex<int> index;
+  for (int i = 0; i < 60; ++i) {
+    requested.push_back(path(true, 4));
+    index.insert(requested.back(), i);
+  }
+  size_t matches = 0;
+  for (int round = 0; round < 3000; ++round) {
+    const gnmi::Path prefix = path(false, 3);
+    const gnmi::Path rest = path(false, 2);
+    std::set<int> wantUnder, wantDelete, gotUnder, gotDelete;
+    std::map<int, bool> wantPrefix, gotPrefix;
+    for (int i = 0; i < static_cast<int>(requested.size()); ++i) {
+      const PathFilter f(requested[static_cast<size_t>(i)]);
+      if (f.matchUpdate(prefix, rest)) wantUnder.insert(i);
+      if (f.matchDelete(prefix, rest)) wantDelete.insert(i);
+      switch (f.matchPrefix(prefix)) {
+        case PathFilter::PrefixMatch::All: wantPrefix[i] = true; break;
+        case PathFilter::PrefixMatch::Partial: wantPrefix[i] = false; break;
+        case PathFilter::PrefixMatch::None: break;
+      }
+    }
+    index.forUnder(PathElems{prefix, &rest}, [&](int v) { EXPECT_TRUE(gotUnder.insert(v).second); });
+    index.forUnderOrAbove(PathElems{prefix, &rest}, [&](int v) { EXPECT_TRUE(gotDelete.insert(v).second); });
+    index.forPrefix(prefix, [&](int v, bool whole) { gotPrefix[v] = whole; });
+    ASSERT_EQ(gotUnder, wantUnder) << VekGnmi::pathString(prefix) << " + " << VekGnmi::pathString(rest);
+    ASSERT_EQ(gotDelete, wantDelete) << VekGnmi::pathString(prefix) << " + " << VekGnmi::pathString(rest);
+    ASSERT_EQ(gotPrefix, wantPrefix) << VekGnmi::pathString(prefix);
+    matches += wantUnder.size() + wantDelete.size();
+  }
+  EXPECT_GT(matches, 10000u);  // the generated paths do meet
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 // cancellation. Driven by the scripted library double on a real event loop.
 #include <future>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Dispatcher.h"
@@ -30,8 +31,12 @@ struct RecordingOwner : SyncOwner {
 };
 
 struct RecordingSink : ChangeSink {
-  void onChange(const Ostrel::ArenaRespMsgPtr& msg) override { changes.push_back(msg); }
+  void onChange(const Ostrel::ArenaRespMsgPtr& msg, const ChangeMatch& match) override {
+    changes.push_back(msg);
+    matches.push_back(match);
+  }
   std::vector<Ostrel::ArenaRespMsgPtr> changes;
+  std::vector<ChangeMatch> matches;
 };
 
 class DispatcherTest : public ::testing::Test {
@@ -155,8 +160,8 @@ TEST_F(DispatcherTest, ChangesGoToEverySinkAndAreStampedNow) {
   RecordingSink b;
   bool answer = false;
   onLoop([&] {
-    dispatcher_.addChangeSink(&a);
-    dispatcher_.addChangeSink(&b);
+    dispatcher_.addChangeSink(&a, {pathOf("/d")});
+    dispatcher_.addChangeSink(&b, {pathOf("/")});
     answer = library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 1)});
     dispatcher_.removeChangeSink(&b);
     library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 2)}, {}, 77);
@@ -166,6 +171,31 @@ TEST_F(DispatcherTest, ChangesGoToEverySinkAndAreStampedNow) {
   EXPECT_EQ(b.changes.size(), 1u);
   EXPECT_GT(a.changes[0]->response->update().timestamp(), 1600000000000000000);
   EXPECT_EQ(a.changes[1]->response->update().timestamp(), 77);
+}
+
+TEST_F(DispatcherTest, ChangesGoOnlyToSinksWithSomethingUnderTheirPathsAndSayWhich) {
+  RecordingSink a;
+  RecordingSink b;
+  onLoop([&] {
+    dispatcher_.addChangeSink(&a, {pathOf("/d/a/x"), pathOf("/d/*/y"), pathOf("/e")});
+    dispatcher_.addChangeSink(&b, {pathOf("/d/b")});
+    library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 1), uintLeaf("z", 2), uintLeaf("y", 3)});
+  });
+  EXPECT_TRUE(b.changes.empty());
+  ASSERT_EQ(a.matches.size(), 1u);
+  using Pair = std::pair<int, size_t>;
+  EXPECT_THAT(a.matches[0].updates, ::testing::ElementsAre(Pair{0, 0}, Pair{2, 1}));
+  EXPECT_TRUE(a.matches[0].deletes.empty());
+}
+
+TEST_F(DispatcherTest, ADeleteReachesSinksOfPathsBelowIt) {
+  RecordingSink a;
+  onLoop([&] {
+    dispatcher_.addChangeSink(&a, {pathOf("/d/a/x")});
+    library_.pushChange(pathOf("/d"), {}, {pathOf("a")});
+  });
+  ASSERT_EQ(a.matches.size(), 1u);
+  EXPECT_THAT(a.matches[0].deletes, ::testing::ElementsAre(std::pair<int, size_t>{0, 0}));
 }
 
 TEST_F(DispatcherTest, WatchRegistersWithoutPublishing) {
