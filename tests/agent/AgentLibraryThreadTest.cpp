@@ -14,6 +14,7 @@
 #include <set>
 #include <thread>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <Ostrel/GifNotifiee.h>
@@ -682,6 +683,141 @@ TEST(AgentLibrary, InterfacesRemovedAndCreatedDuringSyncsLeaveNothingStale) {
   EXPECT_TRUE(live.waitFor([&] { return live.agent().subscriptionCount() == 0; }));
   EXPECT_TRUE(live.idle());
 }
+
+// Syncs under churn, for every list mode, of the whole model and of a
+// wildcard list: the client reads slowly (a few messages at a time, on a
+// small queue, so the sync pauses again and again) and after every few
+// messages the test removes and re-creates interfaces and changes counters
+// and statuses on the loop, for as long as the sync runs. Once it has ended
+// the model no longer changes, so what lives at the sync's end is what a
+// Get returns then. ONCE and POLL must have published every leaf that lives
+// at their end, and nothing that does not; a STREAM subscriber's view
+// (updates and deletes applied) must equal the model.
+struct ChurnCase {
+  gnmi::SubscriptionList::Mode mode;
+  const char* path;
+};
+void PrintTo(const ChurnCase& c, std::ostream* os) {
+  *os << gnmi::SubscriptionList::Mode_Name(c.mode) << " of " << c.path;
+}
+
+class SyncUnderChurn : public ::testing::TestWithParam<ChurnCase> {
+ protected:
+  static constexpr size_t INTERFACES = 120;
+  static constexpr int EVERY = 3;  // messages read between churn steps
+
+  // One step of churn, only while a sync runs; false when none does.
+  bool churnWhileSyncing(Live& live, uint64_t step) {
+    return live.onLoop([&] {
+      if (live.agent().dispatcher().activeSyncs() == 0) return false;
+      ChurnSimulator churn(live.agent().model(), 0, step);
+      std::mt19937_64 random(step);
+      for (int k = 0; k < 2; ++k) churn.recreate(random() % INTERFACES);
+      for (int k = 0; k < 5; ++k) churn.advanceCounters(random() % INTERFACES);
+      churn.flapStatus(random() % INTERFACES);
+      return true;
+    });
+  }
+  // Reads up to the next sync_response, churning as it goes; returns the
+  // notifications before it.
+  std::vector<gnmi::Notification> readWithChurn(Live& live, Stream& stream, uint64_t& step) {
+    std::vector<gnmi::Notification> out;
+    gnmi::SubscribeResponse r;
+    int sinceChurn = 0;
+    while (stream.rw->Read(&r)) {
+      if (r.sync_response()) return out;
+      if (r.has_update()) out.push_back(r.update());
+      if (++sinceChurn == EVERY) {
+        sinceChurn = 0;
+        churnWhileSyncing(live, ++step);
+      }
+    }
+    ADD_FAILURE() << "the stream ended before its sync_response";
+    return out;
+  }
+  std::map<std::string, gnmi::TypedValue> truth(Live& live, const char* path) {
+    gnmi::GetRequest get;
+    *get.add_path() = P(path);
+    get.set_encoding(gnmi::PROTO);
+    gnmi::GetResponse got;
+    EXPECT_TRUE(live.get(get, got).ok());
+    return leaves({got.notification().begin(), got.notification().end()});
+  }
+  static void expectSamePaths(const std::map<std::string, gnmi::TypedValue>& received,
+                              const std::map<std::string, gnmi::TypedValue>& model) {
+    std::vector<std::string> missing, extra;
+    for (const auto& [path, value] : model) {
+      if (!received.contains(path)) missing.push_back(path);
+    }
+    for (const auto& [path, value] : received) {
+      if (!model.contains(path)) extra.push_back(path);
+    }
+    EXPECT_THAT(missing, ::testing::IsEmpty());
+    EXPECT_THAT(extra, ::testing::IsEmpty());
+  }
+};
+
+TEST_P(SyncUnderChurn, PublishesEveryLeafLiveAtItsEndAndNothingGone) {
+  const ChurnCase c = GetParam();
+  Live live(options(INTERFACES, /*syncLimit=*/4));
+  auto stub = live.fixture().newSmallWindowStub();
+  Stream stream(*stub, subscription(c.mode, {c.path}, gnmi::PROTO, gnmi::ON_CHANGE), 60);
+  uint64_t step = 0;
+  if (c.mode == gnmi::SubscriptionList::POLL) {
+    stream.untilSync();  // the first sync, then a poll under churn
+    gnmi::SubscribeRequest poll;
+    poll.mutable_poll();
+    ASSERT_TRUE(stream.rw->Write(poll));
+  }
+  const std::vector<gnmi::Notification> synced = readWithChurn(live, stream, step);
+  EXPECT_GT(step, 10u) << "the sync should have been interrupted by churn many times";
+  EXPECT_FALSE(churnWhileSyncing(live, ++step)) << "no sync runs after the sync_response";
+  if (c.mode != gnmi::SubscriptionList::STREAM) {
+    expectSamePaths(leaves(synced), truth(live, c.path));
+  } else {
+    // Changes of the sync's time may still be on their way: a last change
+    // marks the end of them (one stream, in order).
+    View view;
+    for (const gnmi::Notification& n : synced) view.apply(n);
+    live.onLoop([&] { live.agent().model().device->entity("interfaces", Vek::genericIfOf("eth0"))->valueIs("description", "marker"); });
+    const std::string marker = std::string(ETH0) + "/description";
+    while (true) {
+      const gnmi::Notification n = stream.next();
+      view.apply(n);
+      const auto it = view.leaves.find(marker);
+      if (it != view.leaves.end() && it->second.string_val() == "marker") break;
+      if (n.update_size() + n.delete__size() == 0) break;
+    }
+    const auto model = truth(live, c.path);
+    expectSamePaths(view.leaves, model);
+    size_t stale = 0;
+    for (const auto& [path, value] : view.leaves) {
+      const auto it = model.find(path);
+      if (it != model.end() && it->second.SerializeAsString() != value.SerializeAsString() && ++stale <= 5) {
+        ADD_FAILURE() << path << " = " << value.ShortDebugString() << ", truth " << it->second.ShortDebugString();
+      }
+    }
+    EXPECT_EQ(stale, 0u);
+  }
+  closeStream(stream);
+  EXPECT_TRUE(live.waitFor([&] { return live.agent().subscriptionCount() == 0; }));
+  EXPECT_TRUE(live.idle());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    AgentLibrary, SyncUnderChurn,
+    ::testing::Values(ChurnCase{gnmi::SubscriptionList::ONCE, "/"},
+                      ChurnCase{gnmi::SubscriptionList::ONCE, "/devices/dev1/interfaces[name=*]"},
+                      ChurnCase{gnmi::SubscriptionList::POLL, "/"},
+                      ChurnCase{gnmi::SubscriptionList::POLL, "/devices/dev1/interfaces[name=*]"},
+                      ChurnCase{gnmi::SubscriptionList::STREAM, "/"},
+                      ChurnCase{gnmi::SubscriptionList::STREAM, "/devices/dev1/interfaces[name=*]"}),
+    [](const ::testing::TestParamInfo<ChurnCase>& param) {
+      const std::string mode = param.param.mode == gnmi::SubscriptionList::ONCE   ? "Once"
+                               : param.param.mode == gnmi::SubscriptionList::POLL ? "Poll"
+                                                                                 : "Stream";
+      return mode + (std::string(param.param.path) == "/" ? "OfTheRoot" : "OfAWildcardList");
+    });
 
 TEST(AgentLibrary, ShutdownEndsSyncingAndStreamingSubscribersAndLeavesNothingRegistered) {
   auto live = std::make_unique<Live>(options(/*interfaces=*/1500, /*syncLimit=*/4));
