@@ -112,7 +112,7 @@ class GetOperation final : public SyncOwner {
 };
 
 Agent::Agent(AgentOptions options, BridgeFactory bridgeFactory)
-    : options_(std::move(options)), dispatcher_(std::make_unique<Dispatcher>(loop_)) {
+    : options_(std::move(options)), dispatcher_(std::make_unique<Dispatcher>(loop_, options_.shareWalks)) {
   bridge_ = bridgeFactory(*dispatcher_, *dispatcher_);
   dispatcher_->bridgeIs(bridge_.get());
 }

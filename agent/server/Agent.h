@@ -58,6 +58,7 @@ struct AgentOptions {
   std::chrono::milliseconds sendTimeout{30000};
   SubscribeLimits limits;
   size_t syncQueueLimit = StreamQueue::DEFAULT_SYNC_LIMIT;
+  bool shareWalks = true;  // identical syncs share one walk of the model
   uint64_t churnSeed = 1;
 };
 

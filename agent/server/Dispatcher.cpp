@@ -17,7 +17,8 @@ int64_t nowNanos() {
   return static_cast<int64_t>(static_cast<double>(Vek::System::currentTimeUtc()) * 1000000000.0);
 }
 
-Dispatcher::Dispatcher(EventLoop& loop) : loop_(loop), alive_(std::make_shared<bool>(true)) {}
+Dispatcher::Dispatcher(EventLoop& loop, bool shareWalks)
+    : loop_(loop), shareWalks_(shareWalks), alive_(std::make_shared<bool>(true)) {}
 
 Dispatcher::~Dispatcher() = default;
 
@@ -83,7 +84,7 @@ Ostrel::SyncId Dispatcher::startSync(SyncOwner& owner, std::vector<PublishedEnti
   const uint64_t id = nextSyncId_++;
   syncs_[id] = Sync{&owner, nowNanos()};
   ZOLT_TRACE(dbg, 4, "Dispatcher", "sync {} of {} entities queued", id, targets.size());
-  bridge_->startSync(Ostrel::SyncId(id), std::move(targets), kind);
+  bridge_->startSync(Ostrel::SyncId(id), std::move(targets), kind, shareWalks_);
   schedulePump();
   return Ostrel::SyncId(id);
 }

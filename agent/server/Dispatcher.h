@@ -72,7 +72,8 @@ int64_t nowNanos();
 
 class Dispatcher final : public MessageRouter, public SyncEvents {
  public:
-  explicit Dispatcher(EventLoop& loop);
+  // `shareWalks`: syncs of the same entities and kind share one walk.
+  explicit Dispatcher(EventLoop& loop, bool shareWalks = true);
   // The bridge to call; set once, before the first sync.
   void bridgeIs(LibraryBridge* bridge) { bridge_ = bridge; }
   ~Dispatcher() override;
@@ -135,6 +136,7 @@ class Dispatcher final : public MessageRouter, public SyncEvents {
   std::vector<std::pair<ChangeSink*, ChangeMatch>> matches_;
   uint64_t nextSyncId_ = 1;
   bool pumpPosted_ = false;
+  bool shareWalks_;
   std::shared_ptr<bool> alive_;
 };
 

@@ -72,11 +72,12 @@ class LinkedLibraryBridge final : public LibraryBridge {
   LinkedLibraryBridge(MessageRouter& router, SyncEvents& events)
       : router_(router), receiver_(events), scheduler_(router_, receiver_) {}
 
-  void startSync(Ostrel::SyncId syncId, std::vector<PublishedEntity> targets, SyncKind kind) override {
+  void startSync(Ostrel::SyncId syncId, std::vector<PublishedEntity> targets, SyncKind kind,
+                 bool shared) override {
     // Syncs of the same entities and kind share one walk: a hundred
     // subscribers of the same paths cost one walk of the model.
     scheduler_.start(syncId, toTargets(std::move(targets)), Ostrel::WalkerFlags{walkerFlagBits(kind)},
-                     Ostrel::SyncScheduler::Sharing::Shared);
+                     shared ? Ostrel::SyncScheduler::Sharing::Shared : Ostrel::SyncScheduler::Sharing::Private);
   }
 
   void watch(const std::vector<PublishedEntity>& targets) override {

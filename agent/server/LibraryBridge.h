@@ -89,7 +89,10 @@ class LibraryBridge {
 
   // Queues sync `syncId` (non-zero, minted by the agent) of `targets`, in
   // order. It runs in runSyncs; with no targets it is done at the next one.
-  virtual void startSync(Ostrel::SyncId syncId, std::vector<PublishedEntity> targets, SyncKind kind) = 0;
+  // With `shared`, it shares its walk with syncs of the same targets and
+  // kind.
+  virtual void startSync(Ostrel::SyncId syncId, std::vector<PublishedEntity> targets, SyncKind kind,
+                         bool shared) = 0;
   // Registers change notifiees on `targets` at once, publishing nothing.
   virtual void watch(const std::vector<PublishedEntity>& targets) = 0;
   // Runs syncs, in turns, for about `budget`; true while some sync can go on.

@@ -40,6 +40,10 @@ bool parseServerOptions(const std::vector<std::string>& args, ServerOptions& out
       o.help = true;
       continue;
     }
+    if (arg == "--no-shared-walks") {
+      o.agent.shareWalks = false;
+      continue;
+    }
     const std::optional<std::string> v = value();
     if (!v) {
       error = arg.rfind("--", 0) == 0 ? fmt::format("{} needs a value", arg)
@@ -105,6 +109,9 @@ usage: vekgnmid [options]
                              (default 30)
   --min-sample-interval SEC  the lowest sample and heartbeat interval; a
                              sample_interval of 0 means it (default 0.1)
+  --no-shared-walks          every sync walks the model on its own, even when
+                             others of the same paths run (for measurements:
+                             by default identical syncs share one walk)
   --help                     this text
 
 Service gnmi.gNMI, gNMI 0.10.0: Capabilities, Get, Set, Subscribe (ONCE, POLL,

@@ -52,7 +52,7 @@ class ScriptedLibrary : public VekGnmi::Server::LibraryBridge {
   size_t quantum = 0;
 
   void startSync(Ostrel::SyncId syncId, std::vector<VekGnmi::Server::PublishedEntity> targets,
-                 SyncKind kind) override {
+                 SyncKind kind, bool /*shared*/) override {
     Sync sync;
     sync.id = syncId;
     for (const auto& target : targets) {
