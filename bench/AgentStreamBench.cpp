@@ -1,4 +1,4 @@
-// vekgnmid's Subscribe path in process: the agent (event loop, dispatcher,
+// vekgnmid's Subscribe path in process: the agent (event loop, router,
 // library walk, subscription, bounded stream queue and its writer) against
 // a stand-in for gRPC that serialises each response, as gRPC does before it
 // sends, on a thread of its own, and then completes the write.

@@ -4,11 +4,11 @@
 // ---------
 // One event-loop thread (EventLoop) owns the Vek runtime model and is the
 // only thread that calls the library (the library is single-threaded): path
-// resolution, syncs and their resumption, the change notifiees' callbacks
-// (they run inside runtime writes, which happen on the loop: the change
-// simulator, Set commits), the router (Dispatcher), every Subscription and
-// Get, and the timers (churn, samples, heartbeats, the slow-subscriber
-// check).
+// resolution, syncs and their resumption (SyncPump), the change notifiees'
+// callbacks (they run inside runtime writes, which happen on the loop: the
+// change simulator, Set commits), the router (Router), the request handlers
+// (GetRpc, SetRpc, SubscribeRpc with its Subscriptions) and the timers
+// (churn, samples, heartbeats, the slow-subscriber check).
 //
 // gRPC's callback threads never touch the model or the library. They hand
 // work to the loop with `post` (a request arrived, a client went away) and
@@ -26,9 +26,9 @@
 // Update.duplicates), so memory stays bounded by the number of distinct
 // leaves and the loop never blocks on a reader. A stream whose write has
 // been blocked longer than the send timeout is ended with RESOURCE_EXHAUSTED
-// and its syncs cancelled. Paused syncs are resumed one walk at a time, only
-// those whose subscriber has room (Dispatcher), so a stalled subscriber holds
-// back nobody else's sync.
+// and its syncs cancelled. Syncs take turns on the library's scheduler, and a
+// sync whose subscriber has no room waits without holding back anyone else's
+// (a shared walk waits for a full subscriber at most a quarter of a second).
 #pragma once
 
 #include <chrono>
@@ -36,45 +36,26 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <unordered_map>
 
 #include <grpcpp/support/status.h>
 
 #include <gnmi/gnmi.pb.h>
 
+#include "AgentContext.h"
 #include "DemoModel.h"
-#include "Dispatcher.h"
 #include "EventLoop.h"
 #include "LibraryBridge.h"
 #include "ModelSchema.h"
-#include "Requests.h"
+#include "Router.h"
 #include "StreamChannel.h"
+#include "SyncPump.h"
 
 namespace VekGnmi::Server {
 
-struct AgentOptions {
-  size_t interfaces = 16;
-  double churnRate = 0;  // changes per second; 0: none
-  std::chrono::milliseconds sendTimeout{30000};
-  SubscribeLimits limits;
-  size_t syncQueueLimit = StreamQueue::DEFAULT_SYNC_LIMIT;
-  bool shareWalks = true;  // identical syncs share one walk of the model
-  uint64_t churnSeed = 1;
-};
-
+class GetRpc;
+class SetRpc;
+class SubscribeRpc;
 class Subscription;
-class GetOperation;
-
-// A unary call the loop answers: `finish` is called exactly once, on the
-// loop thread.
-template <typename Request, typename Response>
-struct UnaryCall {
-  Request request;
-  Response response;
-  std::function<void(const grpc::Status&)> finish;
-};
-using GetCall = UnaryCall<gnmi::GetRequest, gnmi::GetResponse>;
-using SetCall = UnaryCall<gnmi::SetRequest, gnmi::SetResponse>;
 
 class Agent {
  public:
@@ -86,11 +67,11 @@ class Agent {
   Agent(const Agent&) = delete;
   Agent& operator=(const Agent&) = delete;
 
-  // Builds the model on the loop and starts the churn and the
-  // slow-subscriber check.
+  // Builds the model on the loop and starts the churn and the request
+  // handlers.
   void start();
-  // Ends every open stream with UNAVAILABLE, cancels pending syncs, flushes
-  // the library's walk map, stops the loop. Idempotent.
+  // Ends every open stream and Get with UNAVAILABLE, cancels pending syncs,
+  // stops the loop. Idempotent.
   void stop();
 
   // Capabilities: needs nothing of the loop.
@@ -108,35 +89,39 @@ class Agent {
 
   const AgentOptions& options() const { return options_; }
   EventLoop& loop() { return loop_; }
+  Clock& clock() { return clock_; }
 
   // For tests and the benchmark; on the loop thread only.
   DemoModel& model() { return model_; }
-  Dispatcher& dispatcher() { return *dispatcher_; }
+  Router& router() { return *router_; }
   LibraryBridge& bridge() { return *bridge_; }
-  size_t subscriptionCount() const { return subscriptions_.size(); }
+  SyncPump& pump() { return *pump_; }
+  size_t subscriptionCount() const;
   // Subscriptions not ended yet (an ended one stays until its RPC is done).
   size_t liveSubscriptionCount() const;
-  size_t openStreamCount() const { return openStreams_.size(); }
+  size_t openStreamCount() const;
   // The most changes waiting in any open stream's queue.
   size_t maxChangesQueued() const;
   Subscription* subscriptionOf(const StreamChannel* channel);
 
  private:
-  void checkSlowSubscribers();
+  // Runs `task` on the loop, or answers `orElse` when the agent has stopped.
+  void onLoop(std::function<void()> task, const std::function<void(const grpc::Status&)>& orElse);
   void runChurn();
-  void runSet(const std::shared_ptr<SetCall>& call);
 
   AgentOptions options_;
+  Clock& clock_;
   EventLoop loop_;
-  std::unique_ptr<Dispatcher> dispatcher_;
+  std::unique_ptr<Router> router_;
   std::unique_ptr<LibraryBridge> bridge_;
+  std::unique_ptr<SyncPump> pump_;
   DemoModel model_;
   std::unique_ptr<ModelSchema> schema_;
   std::unique_ptr<ChurnSimulator> churn_;
-  EventLoop::Clock::time_point lastChurn_;
-  std::unordered_map<const StreamChannel*, std::unique_ptr<Subscription>> subscriptions_;
-  std::unordered_map<const StreamChannel*, std::shared_ptr<StreamChannel>> openStreams_;
-  std::unordered_map<const GetCall*, std::unique_ptr<GetOperation>> gets_;
+  Clock::Duration lastChurn_{};
+  std::unique_ptr<GetRpc> gets_;
+  std::unique_ptr<SetRpc> sets_;
+  std::unique_ptr<SubscribeRpc> subscribes_;
   bool started_ = false;
   bool stopped_ = false;
 };

@@ -2,9 +2,20 @@
 
 namespace VekGnmi::Server {
 
-EventLoop::EventLoop() = default;
+EventLoop::EventLoop(Clock& clock) : clock_(clock) {
+  wakeToken_ = clock_.onAdvance([this] { wake(); });
+}
 
-EventLoop::~EventLoop() { stop(); }
+EventLoop::~EventLoop() {
+  stop();
+  clock_.removeWake(wakeToken_);
+}
+
+void EventLoop::wake() {
+  // Taking the lock orders the wake after the loop's check of the time.
+  { std::lock_guard lock(mutex_); }
+  wake_.notify_all();
+}
 
 void EventLoop::start() {
   std::lock_guard lock(mutex_);
@@ -32,13 +43,13 @@ bool EventLoop::post(Task task) {
   return true;
 }
 
-EventLoop::TimerId EventLoop::postAfter(Clock::duration delay, Task task) {
+EventLoop::TimerId EventLoop::postAfter(Duration delay, Task task) {
   TimerId id = 0;
   {
     std::lock_guard lock(mutex_);
     if (stopping_) return 0;
     id = nextTimer_++;
-    auto it = timers_.emplace(Clock::now() + delay, std::make_pair(id, std::move(task)));
+    auto it = timers_.emplace(clock_.now() + delay, std::make_pair(id, std::move(task)));
     timerIndex_.emplace(id, it);
   }
   wake_.notify_one();
@@ -59,38 +70,40 @@ bool EventLoop::cancel(TimerId id) {
 void EventLoop::run() {
   threadId_ = std::this_thread::get_id();
   std::unique_lock lock(mutex_);
+  const auto runUnlocked = [&lock](Task task) {
+    lock.unlock();
+    task();
+    task = nullptr;  // destroyed before the lock is taken again
+    lock.lock();
+  };
   while (true) {
-    // Due timers first, then one task, so that neither starves the other.
-    const Clock::time_point now = Clock::now();
-    if (!stopping_ && !timers_.empty() && timers_.begin()->first <= now) {
+    // One due timer, then one task: neither starves the other.
+    bool ran = false;
+    if (!stopping_ && !timers_.empty() && timers_.begin()->first <= clock_.now()) {
       auto it = timers_.begin();
       Task task = std::move(it->second.second);
       timerIndex_.erase(it->second.first);
       timers_.erase(it);
-      lock.unlock();
-      task();
-      task = nullptr;
-      lock.lock();
-      continue;
+      runUnlocked(std::move(task));
+      ran = true;
     }
     if (!tasks_.empty()) {
       Task task = std::move(tasks_.front());
       tasks_.pop_front();
-      lock.unlock();
-      task();
-      task = nullptr;
-      lock.lock();
-      continue;
+      runUnlocked(std::move(task));
+      ran = true;
     }
+    if (ran) continue;
     if (stopping_) break;
-    if (timers_.empty()) {
-      wake_.wait(lock);
+    if (timers_.empty() || !clock_.passesByItself()) {
+      wake_.wait(lock);  // a post, a new timer, a stop, or the clock moving
     } else {
-      wake_.wait_until(lock, timers_.begin()->first);
+      const Duration in = timers_.begin()->first - clock_.now();
+      wake_.wait_for(lock, in);
     }
   }
   // Dropped timers are destroyed on the loop's thread, like the tasks.
-  std::multimap<Clock::time_point, std::pair<TimerId, Task>> timers;
+  Timers timers;
   timers.swap(timers_);
   timerIndex_.clear();
   lock.unlock();

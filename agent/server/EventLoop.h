@@ -1,6 +1,12 @@
 // The agent's event loop: one thread that runs posted tasks and timers in
 // order. It is the only thread that touches the runtime model and calls the
 // library; other threads hand it work with `post`.
+//
+// Timers run on the loop's Clock: the system clock, or a ManualClock that a
+// test advances (timers then fire only as it moves). The loop takes due
+// timers and posted tasks in turn, one of each at a time, so that a timer
+// that keeps coming due (the change simulator's) cannot starve requests, nor
+// a flood of requests the timers.
 #pragma once
 
 #include <atomic>
@@ -15,15 +21,18 @@
 #include <thread>
 #include <unordered_map>
 
+#include "Clock.h"
+
 namespace VekGnmi::Server {
 
 class EventLoop {
  public:
   using Task = std::function<void()>;
-  using Clock = std::chrono::steady_clock;
+  using Duration = Clock::Duration;
   using TimerId = uint64_t;
 
-  EventLoop();
+  // Timers run on `clock`, which must outlive the loop.
+  explicit EventLoop(Clock& clock = systemClock());
   // Stops the loop (see `stop`) and joins its thread.
   ~EventLoop();
   EventLoop(const EventLoop&) = delete;
@@ -39,8 +48,9 @@ class EventLoop {
 
   // Queues `task`; false (and the task dropped) once stopping.
   bool post(Task task);
-  // Runs `task` once, `delay` from now; returns an id for `cancel`.
-  TimerId postAfter(Clock::duration delay, Task task);
+  // Runs `task` once, `delay` from now on the loop's clock; returns an id
+  // for `cancel`.
+  TimerId postAfter(Duration delay, Task task);
   // Drops a timer that has not run; false when it ran or was dropped.
   bool cancel(TimerId id);
 
@@ -68,16 +78,21 @@ class EventLoop {
   }
 
   bool inLoopThread() const { return std::this_thread::get_id() == threadId_; }
+  Clock& clock() const { return clock_; }
 
  private:
   void run();
+  void wake();
 
+  using Timers = std::multimap<Duration, std::pair<TimerId, Task>>;
+
+  Clock& clock_;
+  uint64_t wakeToken_ = 0;
   std::mutex mutex_;
   std::condition_variable wake_;
   std::deque<Task> tasks_;
-  std::multimap<Clock::time_point, std::pair<TimerId, Task>> timers_;
-  std::unordered_map<TimerId, std::multimap<Clock::time_point, std::pair<TimerId, Task>>::iterator>
-      timerIndex_;
+  Timers timers_;
+  std::unordered_map<TimerId, Timers::iterator> timerIndex_;
   TimerId nextTimer_ = 1;
   bool stopping_ = false;
   std::thread thread_;

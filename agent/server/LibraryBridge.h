@@ -6,7 +6,7 @@
 // (`MessageRouter`, adapted to the library's BaseRouter by the bridge): the
 // library keeps, per published entity, the router of that entity's first
 // sync and pushes every later change of it there, so there is exactly one
-// router, the agent's Dispatcher, living as long as the server.
+// router, the agent's Router, living as long as the server.
 //
 // Syncing. Every sync runs on the library's sync scheduler
 // (Ostrel/SyncScheduler.h), which takes the syncs in turns of a bounded

@@ -117,7 +117,7 @@ usage: vekgnmid [options]
 Service gnmi.gNMI, gNMI 0.10.0: Capabilities, Get, Set, Subscribe (ONCE, POLL,
 STREAM with ON_CHANGE, SAMPLE and TARGET_DEFINED); encodings JSON, JSON_IETF
 and PROTO. SIGINT or SIGTERM end open streams with UNAVAILABLE and stop the
-agent. Traces: ZOLT_TRACE='Agent=0x3,AgentDispatcher=0x10' and the library's
+agent. Traces: ZOLT_TRACE='Agent=0x3,AgentRouter=0x10' and the library's
 handles (see the README).
 )";
 }

@@ -39,7 +39,7 @@ void Subscription::start() {
   if (params_.mode == gnmi::SubscriptionList::STREAM) {
     std::vector<gnmi::Path> paths;
     for (const auto& entry : entries_) paths.push_back(entry->params.path);
-    context_.dispatcher.addChangeSink(this, paths);
+    context_.router.addChangeSink(this, paths);
     changeSink_ = true;
   }
   startSync();
@@ -63,10 +63,10 @@ void Subscription::startSync() {
     for (PublishedEntity& e : watch) {
       if (seen.insert(e.entity.ptr()).second) watchOnly.push_back(std::move(e));
     }
-    context_.dispatcher.watch(watchOnly);
+    context_.router.watch(watchOnly);
   }
   ZOLT_TRACE(dbg, 4, "Subscription", "sync of {} entities", cover.size());
-  syncing_ = context_.dispatcher.startSync(*this, std::move(cover), SyncKind::Subscribe);
+  syncing_ = context_.router.startSync(*this, std::move(cover), SyncKind::Subscribe);
 }
 
 void Subscription::poll() {
@@ -92,8 +92,8 @@ void Subscription::clientDone() {
 void Subscription::end() {
   if (ended_) return;
   ended_ = true;
-  context_.dispatcher.cancel(*this);
-  if (changeSink_) context_.dispatcher.removeChangeSink(this);
+  context_.router.cancel(*this);
+  if (changeSink_) context_.router.removeChangeSink(this);
   for (const auto& entry : entries_) {
     if (entry->timer) context_.loop.cancel(entry->timer);
     entry->timer = 0;
@@ -216,7 +216,7 @@ void Subscription::onSyncDone(Ostrel::SyncId syncId) {
       break;
   }
   initialDone_ = true;
-  const int64_t now = nowNanos();
+  const int64_t now = context_.loop.clock().utcNanos();
   for (const auto& entry : entries_) {
     entry->lastFullSend = now;
     for (auto& [key, row] : entry->table) row.dirty = false;  // the initial sync sent them
@@ -236,7 +236,7 @@ void Subscription::armTimer(Entry& entry) {
 }
 
 void Subscription::tick(Entry& entry) {
-  const int64_t now = nowNanos();
+  const int64_t now = context_.loop.clock().utcNanos();
   const bool heartbeatDue =
       entry.params.heartbeatInterval != 0 &&
       now - entry.lastFullSend >= static_cast<int64_t>(entry.params.heartbeatInterval);

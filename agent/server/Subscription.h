@@ -23,7 +23,7 @@
 #include <string>
 #include <vector>
 
-#include "Dispatcher.h"
+#include "Router.h"
 #include "EventLoop.h"
 #include "ModelSchema.h"
 #include "PathIndex.h"
@@ -37,7 +37,7 @@ class Subscription final : public SyncOwner, public ChangeSink {
  public:
   struct Context {
     EventLoop& loop;
-    Dispatcher& dispatcher;
+    Router& router;
     ModelSchema& schema;
   };
 

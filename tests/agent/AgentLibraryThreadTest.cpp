@@ -23,7 +23,7 @@
 
 #include "AgentFixture.h"
 #include "DemoModel.h"
-#include "Dispatcher.h"
+#include "Router.h"
 #include "ModelSchema.h"
 #include "PathResolver.h"
 #include "SubscribeClient.h"
@@ -72,7 +72,7 @@ class Live {
   // No sync, walk or path of a walk left anywhere.
   bool idle() {
     return onLoop([&] {
-      return agent().dispatcher().activeSyncs() == 0 && agent().dispatcher().pausedWalks() == 0 &&
+      return agent().router().activeSyncs() == 0 && agent().bridge().pausedWalks() == 0 &&
              agent().bridge().walkMapSize() == 0 && agent().bridge().pathWalkMapSize() == 0;
     });
   }
@@ -388,7 +388,7 @@ TEST(AgentLibrary, OncePollAndStreamInEveryMode) {
     const std::vector<gnmi::Notification> initial = stream.untilSync();
     ASSERT_EQ(initial.size(), 1u);
     EXPECT_EQ(initial[0].prefix().target(), "dut");
-    const int64_t before = VekGnmi::Server::nowNanos();
+    const int64_t before = VekGnmi::Server::systemClock().utcNanos();
     live.onLoop([&] {
       live.agent().model().device->entity("interfaces", Vek::genericIfOf("eth1"))->valueIs("mtu", 2100u + mode);
     });
@@ -449,7 +449,7 @@ TEST(AgentLibrary, LargeSyncsPauseManyTimesAndPublishEverything) {
   Stream stream(live.fixture().stub(), subscription(gnmi::SubscriptionList::ONCE, {"/"}, gnmi::PROTO));
   const std::vector<gnmi::Notification> synced = stream.untilSync();
   EXPECT_TRUE(stream.rw->Finish().ok());
-  const uint64_t resumes = live.onLoop([&] { return live.agent().dispatcher().resumes(); });
+  const uint64_t resumes = live.onLoop([&] { return live.agent().bridge().resumes(); });
   EXPECT_GT(resumes, 100u) << "the sync should have paused on its small queue again and again";
   // Each interface publishes 19 leaves (its address's key among them), its
   // route 5, a neighbour 5 per four interfaces, plus the device's name and
@@ -678,7 +678,7 @@ TEST(AgentLibrary, InterfacesRemovedAndCreatedDuringSyncsLeaveNothingStale) {
     for (const auto& [path, value] : model) {
       if (views[i].leaves.count(path) == 0 && ++missing <= 5) ADD_FAILURE() << "subscriber " << i << " lacks " << path;
     }
-    EXPECT_EQ(missing, 0u) << "entities synced again: " << live.onLoop([&] { return live.agent().dispatcher().resyncs(); });
+    EXPECT_EQ(missing, 0u) << "entities synced again: " << live.onLoop([&] { return live.agent().bridge().resyncs(); });
   }
   EXPECT_TRUE(live.waitFor([&] { return live.agent().subscriptionCount() == 0; }));
   EXPECT_TRUE(live.idle());
@@ -709,7 +709,7 @@ class SyncUnderChurn : public ::testing::TestWithParam<ChurnCase> {
   // One step of churn, only while a sync runs; false when none does.
   bool churnWhileSyncing(Live& live, uint64_t step) {
     return live.onLoop([&] {
-      if (live.agent().dispatcher().activeSyncs() == 0) return false;
+      if (live.agent().router().activeSyncs() == 0) return false;
       ChurnSimulator churn(live.agent().model(), 0, step);
       std::mt19937_64 random(step);
       // eth0 is left alone: its description marks the end (see below).

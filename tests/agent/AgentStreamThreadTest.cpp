@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "AgentFixture.h"
-#include "Dispatcher.h"
+#include "Router.h"
 #include "ScriptedLibrary.h"
 #include "SubscribeClient.h"
 #include "Subscription.h"
@@ -267,7 +267,7 @@ TEST(AgentStream, AClientLeavingMidSyncGetsItsWalkCancelled) {
   }
   EXPECT_EQ(s.onLoop([&] { return s.library().cancelled; }), 1u);
   EXPECT_EQ(s.onLoop([&] { return s.library().walkMapSize(); }), 0u);
-  EXPECT_EQ(s.onLoop([&] { return s.fixture().agent().dispatcher().activeSyncs(); }), 0u);
+  EXPECT_EQ(s.onLoop([&] { return s.fixture().agent().router().activeSyncs(); }), 0u);
   for (int i = 0; i < 200 && s.onLoop([&] { return s.fixture().agent().subscriptionCount(); }) != 0; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }

@@ -37,7 +37,7 @@ struct ScriptedLeaf {
 class ScriptedLibrary : public VekGnmi::Server::LibraryBridge {
  public:
   // The router and the agent's sync events are set once the agent's
-  // dispatcher exists.
+  // router exists.
   void connect(MessageRouter* router, VekGnmi::Server::SyncEvents* events) {
     router_ = router;
     events_ = events;

@@ -1,4 +1,5 @@
-// The process-wide router of library messages and the driver of syncs.
+// The process-wide router of library messages: the one BaseRouter the
+// library pushes to (through the bridge), and the registry of who takes what.
 //
 // Routing (`push`, called by the library on the event loop):
 //   - a message with a non-zero sync id goes to the owner of that sync (a
@@ -14,14 +15,14 @@
 //   - a message for a sync whose owner has gone is dropped (true).
 // A notification whose timestamp is 0 ("unknown" to the library) is stamped
 // with the start time of the sync that sent it, or with the current time for
-// changes.
+// changes. Sync messages may be shared by several syncs (shared walks): the
+// first to receive one stamps it; nobody else changes it.
 //
-// Driving: `startSync` mints a sync id and hands the sync to the library's
-// scheduler (through the bridge); the pump, a task on the event loop, gives
-// the scheduler at most SLICE per run and posts itself again while some sync
-// can go on. A sync whose owner is full waits without holding back anyone
-// else's until `roomFreed`. When every entity of a sync has been published
-// the owner is told (`onSyncDone`). `cancel` drops an owner's syncs.
+// Syncs: `startSync` mints a sync id, hands the sync to the library's
+// scheduler (through the bridge) and has the pump (SyncPump) run it. A sync
+// whose owner is full waits without holding back anyone else's until
+// `roomFreed`. When every entity of a sync has been published the owner is
+// told (`onSyncDone`). `cancel` drops an owner's syncs.
 #pragma once
 
 #include <chrono>
@@ -32,10 +33,11 @@
 #include <unordered_set>
 #include <vector>
 
-#include "EventLoop.h"
+#include "Clock.h"
 #include "LibraryBridge.h"
 #include "PathIndex.h"
 #include "PathResolver.h"
+#include "SyncPump.h"
 
 namespace VekGnmi::Server {
 
@@ -67,16 +69,18 @@ class ChangeSink {
   virtual void onChange(const Ostrel::ArenaRespMsgPtr& message, const ChangeMatch& match) = 0;
 };
 
-// Nanoseconds since the epoch, from the runtime's clock.
-int64_t nowNanos();
-
-class Dispatcher final : public MessageRouter, public SyncEvents {
+class Router final : public MessageRouter, public SyncEvents {
  public:
-  // `shareWalks`: syncs of the same entities and kind share one walk.
-  explicit Dispatcher(EventLoop& loop, bool shareWalks = true);
-  // The bridge to call; set once, before the first sync.
-  void bridgeIs(LibraryBridge* bridge) { bridge_ = bridge; }
-  ~Dispatcher() override;
+  // Stamps notifications with `clock`'s UTC time. `shareWalks`: syncs of the
+  // same entities and kind share one walk.
+  explicit Router(Clock& clock, bool shareWalks = true);
+  // The bridge to start syncs on and the pump that runs them; set once,
+  // before the first sync.
+  void bridgeIs(LibraryBridge* bridge, SyncPump* pump) {
+    bridge_ = bridge;
+    pump_ = pump;
+  }
+  ~Router() override;
 
   bool push(Ostrel::SyncId syncId, const Ostrel::ArenaRespMsgPtr& message) override;
   bool hasRoom(Ostrel::SyncId syncId) const override;
@@ -99,16 +103,8 @@ class Dispatcher final : public MessageRouter, public SyncEvents {
   // A subscriber's queue has room again: resume paused syncs.
   void roomFreed();
 
-  // Syncs not finished yet, and syncs whose walk the library holds paused.
+  // Syncs not finished yet.
   size_t activeSyncs() const { return syncs_.size(); }
-  size_t pausedWalks() const { return bridge_ ? bridge_->pausedWalks() : 0; }
-  // Walks resumed so far; entities synced again because they were
-  // re-created at their path while their sync was paused.
-  uint64_t resumes() const { return bridge_ ? bridge_->resumes() : 0; }
-  uint64_t resyncs() const { return bridge_ ? bridge_->resyncs() : 0; }
-
-  // The time slice of one pump run.
-  static constexpr std::chrono::milliseconds SLICE{20};
 
  private:
   struct Sync {
@@ -116,13 +112,12 @@ class Dispatcher final : public MessageRouter, public SyncEvents {
     int64_t startedAt;  // ns since the epoch
   };
 
-  void schedulePump();
-  void pump();
   // Hands a change to the sinks with something under their paths.
   void routeChange(const Ostrel::ArenaRespMsgPtr& message, const gnmi::Notification& notification);
 
+  Clock& clock_;
   LibraryBridge* bridge_ = nullptr;
-  EventLoop& loop_;
+  SyncPump* pump_ = nullptr;
   std::unordered_map<uint64_t, Sync> syncs_;
   // A path of a change sink, as filed in the index.
   struct SinkPath {
@@ -135,9 +130,7 @@ class Dispatcher final : public MessageRouter, public SyncEvents {
   // Per change, the sinks it reaches and what it means to each (reused).
   std::vector<std::pair<ChangeSink*, ChangeMatch>> matches_;
   uint64_t nextSyncId_ = 1;
-  bool pumpPosted_ = false;
   bool shareWalks_;
-  std::shared_ptr<bool> alive_;
 };
 
 }  // namespace VekGnmi::Server

@@ -1,4 +1,4 @@
-#include "Dispatcher.h"
+#include "Router.h"
 
 #include <algorithm>
 
@@ -7,22 +7,17 @@
 namespace VekGnmi::Server {
 
 namespace {
-Zolt::Debuggable& dbg = Zolt::Platform::getDebugHandler("AgentDispatcher");
+Zolt::Debuggable& dbg = Zolt::Platform::getDebugHandler("AgentRouter");
 }  // namespace
 
 SyncOwner::~SyncOwner() = default;
 ChangeSink::~ChangeSink() = default;
 
-int64_t nowNanos() {
-  return static_cast<int64_t>(static_cast<double>(Vek::System::currentTimeUtc()) * 1000000000.0);
-}
+Router::Router(Clock& clock, bool shareWalks) : clock_(clock), shareWalks_(shareWalks) {}
 
-Dispatcher::Dispatcher(EventLoop& loop, bool shareWalks)
-    : loop_(loop), shareWalks_(shareWalks), alive_(std::make_shared<bool>(true)) {}
+Router::~Router() = default;
 
-Dispatcher::~Dispatcher() = default;
-
-bool Dispatcher::push(Ostrel::SyncId syncId, const Ostrel::ArenaRespMsgPtr& message) {
+bool Router::push(Ostrel::SyncId syncId, const Ostrel::ArenaRespMsgPtr& message) {
   if (!message || !message->response) return true;
   gnmi::Notification* notification =
       message->response->has_update() ? message->response->mutable_update() : nullptr;
@@ -33,12 +28,12 @@ bool Dispatcher::push(Ostrel::SyncId syncId, const Ostrel::ArenaRespMsgPtr& mess
     return it->second.owner->onSyncMessage(syncId, message);
   }
   if (!notification) return true;
-  if (notification->timestamp() == 0) notification->set_timestamp(nowNanos());
+  if (notification->timestamp() == 0) notification->set_timestamp(clock_.utcNanos());
   routeChange(message, *notification);
   return true;
 }
 
-void Dispatcher::routeChange(const Ostrel::ArenaRespMsgPtr& message, const gnmi::Notification& notification) {
+void Router::routeChange(const Ostrel::ArenaRespMsgPtr& message, const gnmi::Notification& notification) {
   matches_.clear();
   const auto matchOf = [this](ChangeSink* sink) -> ChangeMatch& {
     for (auto& [s, m] : matches_) {
@@ -65,86 +60,62 @@ void Dispatcher::routeChange(const Ostrel::ArenaRespMsgPtr& message, const gnmi:
   matches_ = std::move(matches);
 }
 
-bool Dispatcher::hasRoom(Ostrel::SyncId syncId) const {
+bool Router::hasRoom(Ostrel::SyncId syncId) const {
   const auto it = syncs_.find(syncId.value());
   return it == syncs_.end() || it->second.owner->hasRoom();
 }
 
-void Dispatcher::syncDone(Ostrel::SyncId syncId) {
+void Router::syncDone(Ostrel::SyncId syncId) {
   const auto it = syncs_.find(syncId.value());
   if (it == syncs_.end()) return;
   SyncOwner* owner = it->second.owner;
   syncs_.erase(it);
-  ZOLT_TRACE(dbg, 4, "Dispatcher", "sync {} done", syncId);
+  ZOLT_TRACE(dbg, 4, "Router", "sync {} done", syncId);
   owner->onSyncDone(syncId);
 }
 
-Ostrel::SyncId Dispatcher::startSync(SyncOwner& owner, std::vector<PublishedEntity> targets,
+Ostrel::SyncId Router::startSync(SyncOwner& owner, std::vector<PublishedEntity> targets,
                                      SyncKind kind) {
   const uint64_t id = nextSyncId_++;
-  syncs_[id] = Sync{&owner, nowNanos()};
-  ZOLT_TRACE(dbg, 4, "Dispatcher", "sync {} of {} entities queued", id, targets.size());
+  syncs_[id] = Sync{&owner, clock_.utcNanos()};
+  ZOLT_TRACE(dbg, 4, "Router", "sync {} of {} entities queued", id, targets.size());
   bridge_->startSync(Ostrel::SyncId(id), std::move(targets), kind, shareWalks_);
-  schedulePump();
+  pump_->schedule();
   return Ostrel::SyncId(id);
 }
 
-void Dispatcher::watch(const std::vector<PublishedEntity>& targets) {
+void Router::watch(const std::vector<PublishedEntity>& targets) {
   if (!targets.empty()) bridge_->watch(targets);
 }
 
-void Dispatcher::cancel(SyncOwner& owner) {
+void Router::cancel(SyncOwner& owner) {
   for (auto it = syncs_.begin(); it != syncs_.end();) {
     if (it->second.owner != &owner) {
       ++it;
       continue;
     }
     bridge_->cancelSync(Ostrel::SyncId(it->first));
-    ZOLT_TRACE(dbg, 4, "Dispatcher", "sync {} cancelled", it->first);
+    ZOLT_TRACE(dbg, 4, "Router", "sync {} cancelled", it->first);
     it = syncs_.erase(it);
   }
 }
 
-void Dispatcher::addChangeSink(ChangeSink* sink, const std::vector<gnmi::Path>& paths) {
+void Router::addChangeSink(ChangeSink* sink, const std::vector<gnmi::Path>& paths) {
   removeChangeSink(sink);
   for (size_t i = 0; i < paths.size(); ++i) changePaths_.insert(paths[i], SinkPath{sink, i});
   changeSinks_.emplace(sink, paths);
 }
 
-void Dispatcher::removeChangeSink(ChangeSink* sink) {
+void Router::removeChangeSink(ChangeSink* sink) {
   const auto it = changeSinks_.find(sink);
   if (it == changeSinks_.end()) return;
   for (size_t i = 0; i < it->second.size(); ++i) changePaths_.erase(it->second[i], SinkPath{sink, i});
   changeSinks_.erase(it);
 }
 
-void Dispatcher::roomFreed() {
+void Router::roomFreed() {
   bridge_->roomFreed();
-  schedulePump();
-}
-
-void Dispatcher::schedulePump() {
-  if (pumpPosted_) return;
-  pumpPosted_ = true;
-  std::weak_ptr<bool> alive = alive_;
-  if (!loop_.post([this, alive] {
-        if (alive.lock()) pump();
-      })) {
-    pumpPosted_ = false;
-  }
-}
-
-void Dispatcher::pump() {
-  pumpPosted_ = false;
-  if (bridge_->runSyncs(SLICE)) return schedulePump();
-  // Nothing can go on now; a sync held back by a full subscriber goes on
-  // without it after a while, if no room comes first.
-  if (const auto in = bridge_->wakeIn()) {
-    std::weak_ptr<bool> alive = alive_;
-    loop_.postAfter(*in, [this, alive] {
-      if (alive.lock()) schedulePump();
-    });
-  }
+  pump_->schedule();
 }
 
 }  // namespace VekGnmi::Server

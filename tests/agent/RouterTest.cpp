@@ -1,12 +1,14 @@
-// The dispatcher: routing of library messages by sync id, timestamps, the
-// pump that starts and resumes walks, pauses on full subscribers, and
-// cancellation. Driven by the scripted library double on a real event loop.
+// The router and the sync pump: routing of library messages by sync id and
+// of changes by subscribed paths, timestamps, the pump that runs syncs in
+// turns, pauses on full subscribers, and cancellation. Driven by the scripted
+// library double on a real event loop.
 #include <future>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Dispatcher.h"
+#include "Router.h"
+#include "SyncPump.h"
 #include "EventLoop.h"
 #include "ScriptedLibrary.h"
 
@@ -39,14 +41,14 @@ struct RecordingSink : ChangeSink {
   std::vector<ChangeMatch> matches;
 };
 
-class DispatcherTest : public ::testing::Test {
+class RouterTest : public ::testing::Test {
  protected:
-  DispatcherTest() : dispatcher_(loop_) {
-    dispatcher_.bridgeIs(&library_);
-    library_.connect(&dispatcher_, &dispatcher_);
+  RouterTest() : router_(systemClock()), pump_(loop_, library_) {
+    router_.bridgeIs(&library_, &pump_);
+    library_.connect(&router_, &router_);
     loop_.start();
   }
-  ~DispatcherTest() override { loop_.stop(); }
+  ~RouterTest() override { loop_.stop(); }
 
   // Runs `fn` on the loop, then lets the loop run what it posted.
   template <typename Fn>
@@ -66,16 +68,17 @@ class DispatcherTest : public ::testing::Test {
 
   ScriptedLibrary library_;
   EventLoop loop_;
-  Dispatcher dispatcher_;
+  Router router_;
+  SyncPump pump_;
 };
 
-TEST_F(DispatcherTest, SyncMessagesGoToTheirOwnerAndTheOwnerLearnsTheEnd) {
+TEST_F(RouterTest, SyncMessagesGoToTheirOwnerAndTheOwnerLearnsTheEnd) {
   library_.script("/d/a", {uintLeaf("x", 1), uintLeaf("y", 2)});
   library_.script("/d/b", {uintLeaf("z", 3)});
   RecordingOwner owner;
   RecordingOwner other;
   Ostrel::SyncId id;
-  onLoop([&] { id = dispatcher_.startSync(owner, targets({"/d/a", "/d/b"}), SyncKind::Subscribe); });
+  onLoop([&] { id = router_.startSync(owner, targets({"/d/a", "/d/b"}), SyncKind::Subscribe); });
   ASSERT_EQ(owner.messages.size(), 3u);
   EXPECT_EQ(owner.lastId, id);
   EXPECT_TRUE(other.messages.empty());
@@ -85,85 +88,85 @@ TEST_F(DispatcherTest, SyncMessagesGoToTheirOwnerAndTheOwnerLearnsTheEnd) {
   const int64_t stamp = owner.messages[0]->response->update().timestamp();
   EXPECT_GT(stamp, 1600000000000000000);
   EXPECT_EQ(owner.messages[2]->response->update().timestamp(), stamp);
-  EXPECT_EQ(dispatcher_.activeSyncs(), 0u);
+  EXPECT_EQ(router_.activeSyncs(), 0u);
 }
 
-TEST_F(DispatcherTest, AnEmptySyncEndsFromTheLoopNotInsideStart) {
+TEST_F(RouterTest, AnEmptySyncEndsFromTheLoopNotInsideStart) {
   RecordingOwner owner;
   bool doneInsideStart = true;
   onLoop([&] {
-    dispatcher_.startSync(owner, {}, SyncKind::Get);
+    router_.startSync(owner, {}, SyncKind::Get);
     doneInsideStart = !owner.done.empty();
   });
   EXPECT_FALSE(doneInsideStart);
   EXPECT_EQ(owner.done.size(), 1u);
 }
 
-TEST_F(DispatcherTest, AFullOwnerPausesItsSyncUntilRoomIsFreed) {
+TEST_F(RouterTest, AFullOwnerPausesItsSyncUntilRoomIsFreed) {
   std::vector<ScriptedLeaf> leaves;
   for (int i = 0; i < 10; ++i) leaves.push_back(uintLeaf("l" + std::to_string(i), i));
   library_.script("/d/a", leaves);
   RecordingOwner owner;
   owner.room = 3;
-  onLoop([&] { dispatcher_.startSync(owner, targets({"/d/a"}), SyncKind::Subscribe); });
+  onLoop([&] { router_.startSync(owner, targets({"/d/a"}), SyncKind::Subscribe); });
   EXPECT_EQ(owner.messages.size(), 3u);  // the third push answered false
   EXPECT_TRUE(owner.done.empty());
-  EXPECT_EQ(dispatcher_.pausedWalks(), 1u);
+  EXPECT_EQ(library_.pausedWalks(), 1u);
   const size_t resumes = library_.resumeCalls;
   settle();
   EXPECT_EQ(library_.resumeCalls, resumes) << "no busy resuming while the owner is full";
   owner.room = 100;
-  onLoop([&] { dispatcher_.roomFreed(); });
+  onLoop([&] { router_.roomFreed(); });
   EXPECT_EQ(owner.messages.size(), 10u);
   EXPECT_EQ(owner.done.size(), 1u);
-  EXPECT_EQ(dispatcher_.pausedWalks(), 0u);
+  EXPECT_EQ(library_.pausedWalks(), 0u);
 }
 
-TEST_F(DispatcherTest, WalksThatRunOutOfTimeAreResumedWithoutHelp) {
+TEST_F(RouterTest, WalksThatRunOutOfTimeAreResumedWithoutHelp) {
   std::vector<ScriptedLeaf> leaves;
   for (int i = 0; i < 20; ++i) leaves.push_back(uintLeaf("l" + std::to_string(i), i));
   library_.script("/d/a", leaves);
   library_.quantum = 4;
   RecordingOwner owner;
-  onLoop([&] { dispatcher_.startSync(owner, targets({"/d/a"}), SyncKind::Get); });
+  onLoop([&] { router_.startSync(owner, targets({"/d/a"}), SyncKind::Get); });
   EXPECT_EQ(owner.messages.size(), 20u);
   EXPECT_EQ(owner.done.size(), 1u);
   EXPECT_GE(library_.resumeCalls, 4u);
 }
 
-TEST_F(DispatcherTest, CancelDropsPendingWalksAndForgetsTheOwner) {
+TEST_F(RouterTest, CancelDropsPendingWalksAndForgetsTheOwner) {
   std::vector<ScriptedLeaf> leaves;
   for (int i = 0; i < 10; ++i) leaves.push_back(uintLeaf("l" + std::to_string(i), i));
   library_.script("/d/a", leaves);
   RecordingOwner owner;
   owner.room = 2;
-  onLoop([&] { dispatcher_.startSync(owner, targets({"/d/a", "/d/b"}), SyncKind::Subscribe); });
+  onLoop([&] { router_.startSync(owner, targets({"/d/a", "/d/b"}), SyncKind::Subscribe); });
   EXPECT_EQ(library_.walkMapSize(), 1u);
-  onLoop([&] { dispatcher_.cancel(owner); });
+  onLoop([&] { router_.cancel(owner); });
   EXPECT_EQ(library_.cancelled, 1u);
   EXPECT_EQ(library_.walkMapSize(), 0u);
-  EXPECT_EQ(dispatcher_.activeSyncs(), 0u);
-  EXPECT_EQ(dispatcher_.pausedWalks(), 0u);
+  EXPECT_EQ(router_.activeSyncs(), 0u);
+  EXPECT_EQ(library_.pausedWalks(), 0u);
   EXPECT_TRUE(owner.done.empty());
   // A late message for the cancelled sync is dropped.
   bool answer = false;
   onLoop([&] {
     auto [msg, n] = Ostrel::ArenaRespMsg::createResponse(pathOf("/d/a"), 1);
-    answer = dispatcher_.push(owner.lastId, msg);
+    answer = router_.push(owner.lastId, msg);
   });
   EXPECT_TRUE(answer);
   EXPECT_EQ(owner.messages.size(), 2u);
 }
 
-TEST_F(DispatcherTest, ChangesGoToEverySinkAndAreStampedNow) {
+TEST_F(RouterTest, ChangesGoToEverySinkAndAreStampedNow) {
   RecordingSink a;
   RecordingSink b;
   bool answer = false;
   onLoop([&] {
-    dispatcher_.addChangeSink(&a, {pathOf("/d")});
-    dispatcher_.addChangeSink(&b, {pathOf("/")});
+    router_.addChangeSink(&a, {pathOf("/d")});
+    router_.addChangeSink(&b, {pathOf("/")});
     answer = library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 1)});
-    dispatcher_.removeChangeSink(&b);
+    router_.removeChangeSink(&b);
     library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 2)}, {}, 77);
   });
   EXPECT_TRUE(answer);
@@ -173,12 +176,12 @@ TEST_F(DispatcherTest, ChangesGoToEverySinkAndAreStampedNow) {
   EXPECT_EQ(a.changes[1]->response->update().timestamp(), 77);
 }
 
-TEST_F(DispatcherTest, ChangesGoOnlyToSinksWithSomethingUnderTheirPathsAndSayWhich) {
+TEST_F(RouterTest, ChangesGoOnlyToSinksWithSomethingUnderTheirPathsAndSayWhich) {
   RecordingSink a;
   RecordingSink b;
   onLoop([&] {
-    dispatcher_.addChangeSink(&a, {pathOf("/d/a/x"), pathOf("/d/*/y"), pathOf("/e")});
-    dispatcher_.addChangeSink(&b, {pathOf("/d/b")});
+    router_.addChangeSink(&a, {pathOf("/d/a/x"), pathOf("/d/*/y"), pathOf("/e")});
+    router_.addChangeSink(&b, {pathOf("/d/b")});
     library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 1), uintLeaf("z", 2), uintLeaf("y", 3)});
   });
   EXPECT_TRUE(b.changes.empty());
@@ -188,18 +191,18 @@ TEST_F(DispatcherTest, ChangesGoOnlyToSinksWithSomethingUnderTheirPathsAndSayWhi
   EXPECT_TRUE(a.matches[0].deletes.empty());
 }
 
-TEST_F(DispatcherTest, ADeleteReachesSinksOfPathsBelowIt) {
+TEST_F(RouterTest, ADeleteReachesSinksOfPathsBelowIt) {
   RecordingSink a;
   onLoop([&] {
-    dispatcher_.addChangeSink(&a, {pathOf("/d/a/x")});
+    router_.addChangeSink(&a, {pathOf("/d/a/x")});
     library_.pushChange(pathOf("/d"), {}, {pathOf("a")});
   });
   ASSERT_EQ(a.matches.size(), 1u);
   EXPECT_THAT(a.matches[0].deletes, ::testing::ElementsAre(std::pair<int, size_t>{0, 0}));
 }
 
-TEST_F(DispatcherTest, WatchRegistersWithoutPublishing) {
-  onLoop([&] { dispatcher_.watch(targets({"/d"})); });
+TEST_F(RouterTest, WatchRegistersWithoutPublishing) {
+  onLoop([&] { router_.watch(targets({"/d"})); });
   ASSERT_EQ(library_.synced.size(), 1u);
   EXPECT_EQ(library_.synced[0].path, "/d");
   EXPECT_EQ(library_.synced[0].kind, SyncKind::Watch);
