@@ -55,7 +55,6 @@ size_t SetUndo::restore() {
       it->attr.genericIfSet(it->entity.ptr(), it->key.ptr(), it->value.ptr());
       ++restored;
     } catch (const Vek::Exception& e) {
-      ++failed_;
       ZOLT_TRACE(dbg, 1, "SetUndo", "could not restore {}: {}", it->attr->name(), e.what());
     }
   }

@@ -28,9 +28,8 @@ class SetUndo {
   // Records the current values of everything `set`'s operations write.
   void record(const EntitySet& set);
   // Writes back the recorded values that changed; returns how many it wrote
-  // back. A write the runtime refuses is left out (and counted in `failed`).
+  // back. A write the runtime refuses is left out (and traced).
   size_t restore();
-  size_t failed() const { return failed_; }
 
  private:
   struct Saved {
@@ -42,7 +41,6 @@ class SetUndo {
   void recordOne(const Vek::Ptr<Vek::Entity>& entity, const gnmi::PathElem& elem);
 
   std::vector<Saved> saved_;
-  size_t failed_ = 0;
 };
 
 }  // namespace VekGnmi::Server

@@ -39,84 +39,72 @@ std::string charText(uint64_t byte) {
   return jsonString(utf8);
 }
 
-bool isSigned(Code code) {
-  return code == Code::SignedChar || code == Code::Short || code == Code::Int ||
-         code == Code::LongLong;
+// Integer builtins (bool and char apart, which travel as their own kinds).
+template <typename T>
+constexpr bool isIntegerBuiltin = std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, char>;
+
+bool isInteger(Code code) {
+  return code != Code::None &&
+         Vek::visitBuiltin(code, []<typename T>(std::type_identity<T>) { return isIntegerBuiltin<T>; });
 }
-bool isUnsigned(Code code) {
-  return code == Code::UnsignedChar || code == Code::UnsignedShort || code == Code::UnsignedInt ||
-         code == Code::UnsignedLongLong;
+bool isSigned(Code code) {
+  return isInteger(code) &&
+         Vek::visitBuiltin(code, []<typename T>(std::type_identity<T>) { return std::is_signed_v<T>; });
 }
 
 // Range of an integer builtin, as [min, max] in 128-bit arithmetic.
 void integerRange(Code code, Int128& min, Int128& max) {
-  switch (code) {
-    case Code::UnsignedChar: min = 0; max = 255; return;
-    case Code::SignedChar: min = -128; max = 127; return;
-    case Code::UnsignedShort: min = 0; max = 65535; return;
-    case Code::Short: min = -32768; max = 32767; return;
-    case Code::UnsignedInt: min = 0; max = std::numeric_limits<uint32_t>::max(); return;
-    case Code::Int: min = std::numeric_limits<int32_t>::min(); max = std::numeric_limits<int32_t>::max(); return;
-    case Code::UnsignedLongLong: min = 0; max = std::numeric_limits<uint64_t>::max(); return;
-    default: min = std::numeric_limits<int64_t>::min(); max = std::numeric_limits<int64_t>::max(); return;
-  }
-}
-
-std::string int128Text(Int128 v) {
-  if (v < 0) return "-" + int128Text(-v);
-  if (v <= std::numeric_limits<uint64_t>::max()) return std::to_string(static_cast<uint64_t>(v));
-  return int128Text(v / 10) + static_cast<char>('0' + static_cast<int>(v % 10));
+  Vek::visitBuiltin(code, [&]<typename T>(std::type_identity<T>) {
+    if constexpr (isIntegerBuiltin<T>) {
+      min = std::numeric_limits<T>::min();
+      max = std::numeric_limits<T>::max();
+    }
+  });
 }
 
 // The JSON text of a builtin value, or "" when the typed value does not hold
-// what the library sends for this builtin.
+// what the library sends for this builtin (see ValueEncoding.h).
 std::string builtinJson(Code code, const gnmi::TypedValue& v, bool ietf) {
-  switch (code) {
-    case Code::UnsignedChar:
-    case Code::UnsignedShort:
-    case Code::UnsignedInt:
-    case Code::UnsignedLongLong:
-      if (!v.has_uint_val()) break;
-      return code == Code::UnsignedLongLong && ietf ? fmt::format("\"{}\"", v.uint_val())
-                                                    : fmt::format("{}", v.uint_val());
-    case Code::SignedChar:
-    case Code::Short:
-    case Code::Int:
-    case Code::LongLong:
-      if (!v.has_int_val()) break;
-      return code == Code::LongLong && ietf ? fmt::format("\"{}\"", v.int_val())
-                                            : fmt::format("{}", v.int_val());
-    case Code::Bool:
-      if (!v.has_bool_val()) break;
+  return Vek::visitBuiltin(code, [&]<typename T>(std::type_identity<T>) -> std::string {
+    if constexpr (isIntegerBuiltin<T>) {
+      // 64-bit integers are strings in JSON_IETF (RFC 7951 section 6.1).
+      const bool quoted = ietf && sizeof(T) == 8;
+      if constexpr (std::is_signed_v<T>) {
+        if (!v.has_int_val()) return {};
+        return quoted ? fmt::format("\"{}\"", v.int_val()) : fmt::format("{}", v.int_val());
+      } else {
+        if (!v.has_uint_val()) return {};
+        return quoted ? fmt::format("\"{}\"", v.uint_val()) : fmt::format("{}", v.uint_val());
+      }
+    } else if constexpr (std::is_same_v<T, bool>) {
+      if (!v.has_bool_val()) return {};
       return v.bool_val() ? "true" : "false";
-    case Code::Char:
-      if (!v.has_uint_val()) break;
+    } else if constexpr (std::is_same_v<T, char>) {
+      if (!v.has_uint_val()) return {};
       return charText(v.uint_val());
-    case Code::Float:
+    } else if constexpr (std::is_same_v<T, float>) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-      if (!v.has_float_val()) break;
+      if (!v.has_float_val()) return {};
       return floatText(v.float_val());
 #pragma GCC diagnostic pop
-    case Code::Double: {
-      if (!v.has_bytes_val() || v.bytes_val().size() != 8) break;
+    } else if constexpr (std::is_same_v<T, double>) {
+      if (!v.has_bytes_val() || v.bytes_val().size() != 8) return {};
       uint64_t bits = 0;
       for (const char c : v.bytes_val()) bits = (bits << 8) | static_cast<unsigned char>(c);
       return floatText(std::bit_cast<double>(bits));
-    }
-    case Code::String:
-      if (!v.has_string_val()) break;
+    } else if constexpr (std::is_same_v<T, Vek::String>) {
+      if (!v.has_string_val()) return {};
       return jsonString(v.string_val());
-    case Code::Bytes:
-      if (!v.has_bytes_val()) break;
+    } else if constexpr (std::is_same_v<T, Vek::Bytes>) {
+      if (!v.has_bytes_val()) return {};
       return jsonString(base64Encode(v.bytes_val()));
-    case Code::Seconds:
-      if (!v.has_int_val()) break;
+    } else {
+      static_assert(std::is_same_v<T, Vek::Seconds>);
+      if (!v.has_int_val()) return {};
       return secondsText(v.int_val());
-    default:
-      break;
-  }
-  return {};
+    }
+  });
 }
 
 // The JSON text of a value of `type` (builtin, enumeration or text form),
@@ -209,8 +197,6 @@ void encodeValue(const LeafInfo* leaf, const gnmi::TypedValue& value, gnmi::Enco
 
 namespace {
 
-__extension__ typedef __int128 Int128;
-
 // An integer from a JSON scalar: a number, or a string holding one.
 bool jsonInteger(const nlohmann::json& json, Int128& out) {
   if (json.is_number_unsigned()) {
@@ -240,7 +226,7 @@ bool integerFor(Code code, Int128 v, gnmi::TypedValue& out, std::string& error) 
   Int128 max = 0;
   integerRange(code, min, max);
   if (v < min || v > max) {
-    error = fmt::format("{} is out of range {}..{}", int128Text(v), int128Text(min), int128Text(max));
+    error = fmt::format("{} is out of range {}..{}", v, min, max);
     return false;
   }
   if (isSigned(code)) {
@@ -275,7 +261,7 @@ bool jsonToTyped(const LeafInfo& leaf, const nlohmann::json& json, gnmi::TypedVa
     return true;
   }
   const Code code = type->builtinCode();
-  if (isSigned(code) || isUnsigned(code)) {
+  if (isInteger(code)) {
     Int128 v = 0;
     if (!jsonInteger(json, v)) {
       error = fmt::format("{} is not an integer", jsonDump(json));
@@ -359,7 +345,7 @@ bool setValueForLeaf(const LeafInfo& leaf, const gnmi::TypedValue& value, gnmi::
     return jsonToTyped(leaf, *json, out, error);
   }
   const Code code = leaf.type && leaf.type->isBuiltin() ? leaf.type->builtinCode() : Code::None;
-  if ((value.has_int_val() || value.has_uint_val()) && (isSigned(code) || isUnsigned(code))) {
+  if ((value.has_int_val() || value.has_uint_val()) && isInteger(code)) {
     const Int128 v = value.has_int_val() ? Int128{value.int_val()} : Int128{value.uint_val()};
     return integerFor(code, v, out, error);
   }
