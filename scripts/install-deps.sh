@@ -10,6 +10,7 @@ PACKAGES=(
   libgrpc++-dev protobuf-compiler-grpc
   libfmt-dev libboost-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  libyang2-dev libyang2-tools libyuma-base
 )
 
 missing=()

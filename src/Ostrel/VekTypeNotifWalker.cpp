@@ -51,6 +51,13 @@ void VekTypeNotifWalker::walk() {
     ZOLT_TRACE(debug_, 1, NOTIF_COMPONENT, "stack collection type is not supported.");
     return;
   }
+  if (attr->isOptional() && !attr.genericIfExist(gif_)) {
+    // An optional leaf was unset, or an optional leaf list emptied: its path
+    // is deleted.
+    leaf.add_elem()->set_name(attr->name());
+    publishDelete(leaf, now);
+    return;
+  }
   if (attr->isArray()) {
     // An element changed: the whole leaf list is published again, and the
     // array's time is the time of this change.

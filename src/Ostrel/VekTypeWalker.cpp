@@ -430,6 +430,9 @@ WalkResult FullVekTypeWalker::walkSingle(const Vek::VekAttr& attr, const GifGnmi
                  : 0;
     return t != 0 ? t : timeStamp_;
   };
+  // An optional attribute without a value (an unset scalar, an empty leaf
+  // list) is not published at all.
+  if (attr->isOptional() && !attr.genericIfExist(gif_)) return WalkResult::Done;
   if (attr->isArray()) {
     // An array travels as one leaf list in a message of its own, stamped with
     // the time it last changed.

@@ -359,4 +359,74 @@ TEST_F(ChangeStreaming, AStackCollectionChangePublishesNothing) {
   EXPECT_TRUE(router_.messages.empty());
 }
 
+// ---------------------------------------------------------------------------
+// Optional attributes: published while they hold a value, deleted when unset
+
+// An entity whose name is not data, with an optional leaf and an optional
+// leaf list, published at /node.
+class OptionalLeafStreaming : public OstrelTest::WalkTest {
+ protected:
+  static Vek::VekType nodeType() {
+    static const Vek::VekType type = [] {
+      Vek::AttrDef mtu;
+      mtu.name = "mtu";
+      mtu.type = Vek::builtinType<unsigned>();
+      mtu.flags = Vek::AttrFlag::OPTIONAL;
+      return Vek::Module::moduleNew("OptionalLeafStreaming")
+          .entityType("Node", Vek::TypeFlag::NAME_NOT_DATA)
+          .attr(mtu)
+          .array("servers", Vek::builtinType<Vek::String>())
+          .attrFlagsIs(Vek::AttrFlag::ARRAY | Vek::AttrFlag::OPTIONAL)
+          .done();
+    }();
+    return type;
+  }
+  void SetUp() override { node_ = Vek::Entity::rootNew(nodeType(), "node"); }
+  void TearDown() override {
+    node_ = nullptr;
+    OstrelTest::WalkTest::TearDown();
+  }
+  Leaves sync() {
+    router_.clear();
+    EXPECT_EQ(FullVekTypeWalker::syncObject(node_.ptr(), strToPath("/node"), router_, ids(1, 1),
+                                            WalkerFlags::RequestKindBit1),
+              WalkResult::Done);
+    Leaves leaves = router_.leaves();
+    router_.clear();
+    return leaves;
+  }
+  Vek::VekAttr attr(const char* name) const { return nodeType()->attr(name); }
+
+  Vek::Ptr<Vek::Entity> node_;
+};
+
+TEST_F(OptionalLeafStreaming, UnsetLeavesEmptyLeafListsAndANameThatIsNotDataAreNotPublished) {
+  EXPECT_EQ(sync(), Leaves{});
+}
+
+TEST_F(OptionalLeafStreaming, SetLeavesAndLeafListsArePublished) {
+  node_->valueIs<unsigned>("mtu", 1500u);
+  attr("servers").genericIfSet(node_, Vek::genericIfOf(0u), Vek::genericIfOf("ns1"));
+  EXPECT_EQ(sync(), (Leaves{"/node/mtu = uint_val: 1500", "/node/servers = [string_val: \"ns1\"]"}));
+}
+
+TEST_F(OptionalLeafStreaming, UnsettingALeafStreamsADeleteOfItsPath) {
+  node_->valueIs<unsigned>("mtu", 1500u);
+  sync();
+  node_->valueIs<unsigned>("mtu", 9000u);
+  attr("mtu").genericIfSet(node_, nullptr, nullptr);
+  EXPECT_EQ(router_.leaves(), (Leaves{"/node/mtu = uint_val: 9000", "delete /node/mtu"}));
+}
+
+TEST_F(OptionalLeafStreaming, EmptyingALeafListStreamsADeleteOfItsPath) {
+  const Vek::VekAttr servers = attr("servers");
+  servers.genericIfSet(node_, Vek::genericIfOf(0u), Vek::genericIfOf("ns1"));
+  sync();
+  servers.genericIfSet(node_, Vek::genericIfOf(1u), Vek::genericIfOf("ns2"));
+  servers.genericIfErase(node_, Vek::genericIfOf(0u));
+  servers.genericIfErase(node_, Vek::genericIfOf(1u));
+  EXPECT_EQ(router_.leaves(), (Leaves{"/node/servers = [string_val: \"ns1\", string_val: \"ns2\"]",
+                                      "/node/servers = [string_val: \"ns2\"]", "delete /node/servers"}));
+}
+
 }  // namespace

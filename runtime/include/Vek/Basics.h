@@ -176,6 +176,13 @@ namespace TypeFlag {
 // The value type wraps one other value, held in its value attribute
 // (`VekTypeBase::valAttr`); a wrapped key and its bare value are the same key.
 inline constexpr uint32_t WRAPPER = 0x1000;
+// On an entity type (given to `Module::entityType`): the entity's name is not
+// one of its data attributes. Attribute 1 still holds the name (`Entity::name`,
+// `fullName`), but it is called "@name", which no data attribute of a model
+// loaded from a schema is called, and it reads as no value (`genericIfGet`
+// null, `genericIfExist` false), so walkers publish no name leaf and the type
+// may have a data attribute called "name" of its own.
+inline constexpr uint32_t NAME_NOT_DATA = 0x2000;
 }  // namespace TypeFlag
 
 // Flags of an attribute descriptor.
@@ -194,6 +201,15 @@ inline constexpr uint32_t ARRAY = 0x40;
 inline constexpr uint32_t INTERNALLY_KEYED = 0x80;
 inline constexpr uint32_t READ_ONLY = 0x100;
 inline constexpr uint32_t ENUMERATOR = 0x200;
+// An attribute that may hold no value. A scalar of an entity type flagged so
+// starts unset and is held as a value handle (`AttrStorage::Ref`): unset, it
+// reads as no value (`genericIfGet` null, `genericIfExist` false, typed reads
+// throw); `genericIfSet` with a null value unsets it and reports the change
+// like any write. An array flagged so holds no value while it has no element
+// (`genericIfExist` false); its storage is unchanged. Walkers publish nothing
+// for an optional attribute without a value, and stream the unsetting of one
+// as a delete of its path. Value types hold no optional attributes.
+inline constexpr uint32_t OPTIONAL = 0x400;
 }  // namespace AttrFlag
 
 }  // namespace Vek

@@ -159,7 +159,8 @@ VEK_EXPORT VekType entityBaseType();
 VEK_EXPORT VekType collectionControlType();
 
 // How an attribute is stored in its owner. Derived from the flags and type:
-// a scalar value in place (Value), an owned child entity (Ref), a pointer to
+// a scalar value in place (Value), an owned child entity or the value handle
+// of an optional scalar, null while unset (Ref), a pointer to
 // an entity that does not own it (Pointer), a collection or array
 // (Collection), an entity's name (Name), nothing (None: enumerators and
 // collection-control attributes).
@@ -190,6 +191,7 @@ class VEK_EXPORT VekAttrBase {
   bool isInternallyKeyed() const { return (flags_ & AttrFlag::INTERNALLY_KEYED) != 0; }
   bool isReadOnly() const { return (flags_ & AttrFlag::READ_ONLY) != 0; }
   bool isEnumerator() const { return (flags_ & AttrFlag::ENUMERATOR) != 0; }
+  bool isOptional() const { return (flags_ & AttrFlag::OPTIONAL) != 0; }
   // Key type of a collection (unsigned int for arrays); null otherwise.
   VekType indexType() const { return indexType_; }
   // The attribute of the member type that holds the member's key (named by
@@ -466,6 +468,9 @@ class VEK_EXPORT Module {
   uint32_t index() const { return index_; }
 
   TypeDef entityType(std::string name);
+  // An entity type with the type flags `flags` from the start (before its
+  // name attribute is made: see `TypeFlag::NAME_NOT_DATA`).
+  TypeDef entityType(std::string name, uint32_t flags);
   TypeDef valueType(std::string name);
   // An enumeration over one of the six integer builtins up to int (codes 1
   // to 6); any other underlying type is fatal.

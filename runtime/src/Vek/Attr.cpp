@@ -34,6 +34,9 @@ char* storageOf(const GenericIf& gif) {
 
 Entity& entityOf(GenericIf& gif) { return static_cast<Entity&>(gif); }
 
+// Whether the name of the entity `gif` is not data (TypeFlag::NAME_NOT_DATA).
+bool nameNotData(const GenericIf& gif) { return (gif.type()->flags() & TypeFlag::NAME_NOT_DATA) != 0; }
+
 void runCheck(const VekAttrBase& attr, const GenericIf& owner, const GenericIf* key,
               const GenericIf* value) {
   if (!attr.check()) return;
@@ -97,6 +100,12 @@ namespace {
   if (attr->storage() == AttrStorage::Name && (code == BuiltinCode::None || code == BuiltinCode::String)) {
     return &static_cast<const Entity&>(gif).name();
   }
+  if (attr->isOptional() && attr->storage() == AttrStorage::Ref &&
+      (code == BuiltinCode::None || attr->type()->storageCode() == code)) {
+    const Ptr<GenericIf>& held = refSlot(gif, *attr);
+    if (!held) refuse(fmt::format("{} is unset", attr->name()));
+    return held->voidPtr();
+  }
   if (attr->storage() != AttrStorage::Value) refuse(fmt::format("{} is not a scalar", attr->name()));
   refuse(fmt::format("{} holds {}, not {}", attr->name(), attr->type()->qualifiedName(),
                      detail::builtinName(code)));
@@ -117,6 +126,14 @@ const void* GenericIf::rawAttr(const VekAttr& attr, BuiltinCode code) const {
 void GenericIf::rawAttrIs(const VekAttr& attr, BuiltinCode code, const void* raw) {
   checkOwner(attr, *this);
   if (attr->isReadOnly()) refuse(fmt::format("{} is read-only", attr->name()));
+  if (attr->isOptional() && attr->storage() == AttrStorage::Ref) {
+    if (code != BuiltinCode::None && attr->type()->storageCode() != code) {
+      refuse(fmt::format("{} holds {}, not {}", attr->name(), attr->type()->qualifiedName(),
+                         detail::builtinName(code)));
+    }
+    attr.genericIfSet(this, nullptr, detail::valueView(*attr->type(), raw));
+    return;
+  }
   void* at = const_cast<void*>(rawAttr(attr, code));
   if (attr->check()) runCheck(*attr, *this, nullptr, detail::valueView(*attr->type(), raw));
   if (detail::compare(*attr->type(), at, raw) == 0) return;  // unchanged: nothing to report
@@ -137,6 +154,7 @@ Ptr<GenericIf const> VekAttr::genericIfGet(const GenericIf* gif, const GenericIf
   checkOwner(*this, *gif);
   switch (base_->storage()) {
     case AttrStorage::Name:
+      if (nameNotData(*gif)) return nullptr;
       return detail::valueNew(*base_->type(), &static_cast<const Entity*>(gif)->name());
     case AttrStorage::Value:
       return detail::valueNew(*base_->type(), storageOf(*gif) + base_->offset());
@@ -161,6 +179,7 @@ bool VekAttr::genericIfExist(const GenericIf* gif, const GenericIf* key) const {
   checkOwner(*this, *gif);
   switch (base_->storage()) {
     case AttrStorage::Name:
+      return !nameNotData(*gif);
     case AttrStorage::Value:
       return true;
     case AttrStorage::Ref:
@@ -229,7 +248,18 @@ void VekAttr::genericIfSet(GenericIf* gif, const GenericIf* key, const GenericIf
       gif->attributeChanged(a, stored);
       return;
     }
-    case AttrStorage::Ref:  // refused above: owned entities are made with entityNew
+    case AttrStorage::Ref: {  // an optional scalar (owned entities are refused above)
+      if (!a.isOptional()) break;
+      checkMember(a, value);
+      runCheck(a, *gif, nullptr, value);
+      Ptr<GenericIf>& slot = refSlot(*gif, a);
+      const bool unchanged = value ? slot && detail::compare(*a.type(), slot->voidPtr(), value->voidPtr()) == 0
+                                   : !slot;
+      if (unchanged) return;
+      slot = value ? detail::valueNew(*a.type(), value->voidPtr()) : nullptr;
+      gif->attributeChanged(a, nullptr);
+      return;
+    }
     case AttrStorage::Name:
     case AttrStorage::None:
       break;

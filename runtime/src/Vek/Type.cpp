@@ -111,11 +111,14 @@ VekType Module::type(std::string_view name) const {
   return nullptr;
 }
 
-TypeDef Module::entityType(std::string name) {
+TypeDef Module::entityType(std::string name) { return entityType(std::move(name), 0); }
+
+TypeDef Module::entityType(std::string name, uint32_t flags) {
   VekTypeBase* t = typeNew(std::move(name), TypeKind::Entity);
+  t->flags_ = flags;
   TypeDef def(t);
   AttrDef nameAttr;
-  nameAttr.name = "name";
+  nameAttr.name = (flags & TypeFlag::NAME_NOT_DATA) ? "@name" : "name";
   nameAttr.type = builtinTable[static_cast<size_t>(BuiltinCode::String)];
   nameAttr.flags = AttrFlag::READ_ONLY;
   def.attr(std::move(nameAttr));
@@ -274,9 +277,20 @@ void VekTypeBase::layOut() {
         ZOLT_FMASSERT(debug(), "TypeDef", "{}.{}: a scalar needs a finished non-entity type",
                       qualifiedName(), a->name());
       }
-      a->storage_ = AttrStorage::Value;
-      size = a->type()->valueSize();
-      alignment = a->type()->valueAlign();
+      if (a->flags() & AttrFlag::OPTIONAL) {
+        // Held as a value handle, null while unset.
+        if (!isEntity() || a->default_) {
+          ZOLT_FMASSERT(debug(), "TypeDef", "{}.{}: an optional scalar belongs to an entity and starts unset",
+                        qualifiedName(), a->name());
+        }
+        a->storage_ = AttrStorage::Ref;
+        size = sizeof(Ptr<GenericIf>);
+        alignment = alignof(Ptr<GenericIf>);
+      } else {
+        a->storage_ = AttrStorage::Value;
+        size = a->type()->valueSize();
+        alignment = a->type()->valueAlign();
+      }
     }
     if (isValue() && a->storage_ != AttrStorage::Value) {
       ZOLT_FMASSERT(debug(), "TypeDef", "{}.{}: value types hold only scalars", qualifiedName(),
