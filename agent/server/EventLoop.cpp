@@ -67,13 +67,46 @@ bool EventLoop::cancel(TimerId id) {
   return true;
 }
 
+bool EventLoop::waitUntil(std::function<bool()> condition, std::chrono::milliseconds timeout) {
+  auto waiter = std::make_shared<Waiter>();
+  waiter->condition = std::move(condition);
+  std::future<bool> met = waiter->met.get_future();
+  if (!post([this, waiter] {
+        waiters_.push_back(waiter);
+        checkWaiters();
+      })) {
+    return false;
+  }
+  if (met.wait_for(timeout) == std::future_status::ready) return met.get();
+  // Timed out: the condition may use what the caller is about to destroy, so
+  // it is taken off the loop before returning.
+  try {
+    call([this, waiter] { std::erase(waiters_, waiter); });
+  } catch (const std::runtime_error&) {
+    // The loop has stopped: nothing evaluates the condition any more.
+  }
+  return false;
+}
+
+void EventLoop::checkWaiters() {
+  for (auto it = waiters_.begin(); it != waiters_.end();) {
+    if ((*it)->condition()) {
+      (*it)->met.set_value(true);
+      it = waiters_.erase(it);
+    } else {
+      ++it;
+    }
+  }
+}
+
 void EventLoop::run() {
   threadId_ = std::this_thread::get_id();
   std::unique_lock lock(mutex_);
-  const auto runUnlocked = [&lock](Task task) {
+  const auto runUnlocked = [&lock, this](Task task) {
     lock.unlock();
     task();
     task = nullptr;  // destroyed before the lock is taken again
+    if (!waiters_.empty()) checkWaiters();
     lock.lock();
   };
   while (true) {
@@ -107,6 +140,8 @@ void EventLoop::run() {
   timers.swap(timers_);
   timerIndex_.clear();
   lock.unlock();
+  for (const auto& waiter : waiters_) waiter->met.set_value(false);
+  waiters_.clear();
 }
 
 }  // namespace VekGnmi::Server

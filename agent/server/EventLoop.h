@@ -20,6 +20,7 @@
 #include <mutex>
 #include <thread>
 #include <unordered_map>
+#include <vector>
 
 #include "Clock.h"
 
@@ -77,12 +78,27 @@ class EventLoop {
     return future.get();
   }
 
+  // Blocks the calling thread (never the loop's own) until `condition`,
+  // evaluated on the loop now and after every task or timer it runs, holds;
+  // false when the loop stops or `timeout` (real time, a safety net against a
+  // test that would hang) passes first. How a test waits for the agent to
+  // reach a state (a stream closed, a sync paused) without sleeping or
+  // polling.
+  bool waitUntil(std::function<bool()> condition, std::chrono::milliseconds timeout = std::chrono::seconds(30));
+
   bool inLoopThread() const { return std::this_thread::get_id() == threadId_; }
   Clock& clock() const { return clock_; }
 
  private:
   void run();
   void wake();
+  // Evaluates the waiters' conditions (on the loop) and releases those met.
+  void checkWaiters();
+
+  struct Waiter {
+    std::function<bool()> condition;
+    std::promise<bool> met;
+  };
 
   using Timers = std::multimap<Duration, std::pair<TimerId, Task>>;
 
@@ -94,6 +110,7 @@ class EventLoop {
   Timers timers_;
   std::unordered_map<TimerId, Timers::iterator> timerIndex_;
   TimerId nextTimer_ = 1;
+  std::vector<std::shared_ptr<Waiter>> waiters_;  // touched on the loop only
   bool stopping_ = false;
   std::thread thread_;
   std::atomic<std::thread::id> threadId_{};

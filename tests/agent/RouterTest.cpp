@@ -1,14 +1,17 @@
 // The router and the sync pump: routing of library messages by sync id and
 // of changes by subscribed paths, timestamps, the pump that runs syncs in
 // turns, pauses on full subscribers, and cancellation. Driven by the scripted
-// library double on a real event loop.
+// library double on a real event loop; the event loop itself on a manual
+// clock.
 #include <future>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Router.h"
 #include "SyncPump.h"
+#include "Clock.h"
 #include "EventLoop.h"
 #include "ScriptedLibrary.h"
 
@@ -235,6 +238,77 @@ TEST(EventLoopTest, TasksRunInOrderAndTimersWhenDue) {
   loop.stop();
   EXPECT_FALSE(loop.post([] {}));
   EXPECT_THROW(loop.call([] { return 1; }), std::runtime_error);
+}
+
+}  // namespace
+
+namespace {
+
+using namespace VekGnmi::Server;
+
+// The event loop on a clock a test moves.
+
+TEST(EventLoop, TimersFireOnlyAsTheManualClockAdvancesAndInTheirOrder) {
+  ManualClock clock;
+  EventLoop loop(clock);
+  loop.start();
+  std::vector<int> fired;
+  loop.call([&] {
+    loop.postAfter(std::chrono::milliseconds(30), [&] { fired.push_back(30); });
+    loop.postAfter(std::chrono::milliseconds(10), [&] { fired.push_back(10); });
+  });
+  clock.advance(std::chrono::milliseconds(9));
+  loop.call([] {});
+  EXPECT_TRUE(loop.call([&] { return fired.empty(); }));
+  clock.advance(std::chrono::milliseconds(1));
+  ASSERT_TRUE(loop.waitUntil([&] { return fired.size() == 1; }));
+  clock.advance(std::chrono::milliseconds(20));
+  ASSERT_TRUE(loop.waitUntil([&] { return fired.size() == 2; }));
+  EXPECT_EQ(loop.call([&] { return fired; }), (std::vector<int>{10, 30}));
+  loop.stop();
+}
+
+TEST(EventLoop, ATimerThatKeepsComingDueDoesNotStarveTasks) {
+  ManualClock clock;
+  EventLoop loop(clock);
+  loop.start();
+  // A timer that reposts itself already due, forever.
+  std::function<void()> again = [&] { loop.postAfter(EventLoop::Duration(0), again); };
+  loop.call([&] { loop.postAfter(EventLoop::Duration(0), again); });
+  EXPECT_EQ(loop.call([] { return 7; }), 7);
+  loop.stop();
+}
+
+TEST(EventLoop, WaitUntilReturnsWhenTheConditionHoldsAfterSomeTask) {
+  EventLoop loop;
+  loop.start();
+  int state = 0;
+  std::thread later([&] {
+    for (int i = 1; i <= 3; ++i) loop.post([&, i] { state = i; });
+  });
+  EXPECT_TRUE(loop.waitUntil([&] { return state == 3; }));
+  later.join();
+  loop.stop();
+}
+
+TEST(EventLoop, WaitUntilGivesUpWhenTheLoopStops) {
+  EventLoop loop;
+  loop.start();
+  std::thread stopper([&] { loop.post([&] { loop.stop(); }); });
+  EXPECT_FALSE(loop.waitUntil([] { return false; }));
+  stopper.join();
+}
+
+TEST(EventLoop, WaitUntilGivesUpAfterItsTimeoutAndForgetsTheCondition) {
+  EventLoop loop;
+  loop.start();
+  {
+    bool never = false;
+    EXPECT_FALSE(loop.waitUntil([&] { return never; }, std::chrono::milliseconds(1)));
+  }
+  // The condition, whose state has gone, is never evaluated again.
+  EXPECT_EQ(loop.call([] { return 1; }), 1);
+  loop.stop();
 }
 
 }  // namespace
