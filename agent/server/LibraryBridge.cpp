@@ -107,8 +107,6 @@ class LinkedLibraryBridge final : public LibraryBridge {
 
   size_t activeSyncs() const override { return scheduler_.syncCount(); }
   size_t pausedWalks() const override { return scheduler_.pausedWalks(); }
-  size_t walkMapSize() const override { return Ostrel::FullVekTypeWalker::walkMapSize(); }
-  size_t pathWalkMapSize() const override { return Ostrel::staticPathWalkIdMap.size(); }
   uint64_t resumes() const override { return scheduler_.resumes(); }
   uint64_t resyncs() const override { return scheduler_.resyncs(); }
 

@@ -112,13 +112,9 @@ class LibraryBridge {
   using Resolver = std::function<Vek::Ptr<Vek::Entity>(const gnmi::Path&)>;
   virtual void resolverIs(Resolver) {}
 
-  // Syncs queued and not finished; syncs with a paused walk; walks the
-  // library's registry holds (none between turns); paths at which its
-  // registry has walkers queued.
+  // Syncs queued and not finished, and syncs with a paused walk.
   virtual size_t activeSyncs() const = 0;
   virtual size_t pausedWalks() const = 0;
-  virtual size_t walkMapSize() const = 0;
-  virtual size_t pathWalkMapSize() const = 0;
   // Paused walks resumed so far; entities synced again because they were
   // re-created at their path during a sync.
   virtual uint64_t resumes() const = 0;

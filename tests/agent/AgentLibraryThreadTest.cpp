@@ -73,7 +73,7 @@ class Live {
   bool idle() {
     return onLoop([&] {
       return agent().router().activeSyncs() == 0 && agent().bridge().pausedWalks() == 0 &&
-             agent().bridge().walkMapSize() == 0 && agent().bridge().pathWalkMapSize() == 0;
+             Ostrel::FullVekTypeWalker::walkMapSize() == 0 && Ostrel::staticPathWalkIdMap.empty();
     });
   }
 

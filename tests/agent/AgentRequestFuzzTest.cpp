@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <Ostrel/VekTypeWalker.h>
+
 #include "AgentFixture.h"
 #include "DemoModel.h"
 
@@ -174,15 +176,15 @@ TEST(AgentRequestFuzz, EveryRequestGetsAStatusAndTheAgentStaysUp) {
       const unsigned mtu = intf->value<unsigned>("mtu");
       if (mtu < 64 || mtu > 9216 || intf->value<Vek::String>("description").size() > 240) ++bad;
     }
-    return std::make_tuple(bad, fixture.agent().bridge().walkMapSize(), fixture.agent().bridge().pathWalkMapSize());
+    return std::make_tuple(bad, Ostrel::FullVekTypeWalker::walkMapSize(), Ostrel::staticPathWalkIdMap.size());
   });
   EXPECT_EQ(badInterfaces, 0u);
   // Subscriptions cancelled by the client end on the loop shortly after.
-  for (int i = 0; i < 200 && fixture.agent().loop().call([&] { return fixture.agent().bridge().walkMapSize(); }) != 0;
+  for (int i = 0; i < 200 && fixture.agent().loop().call([&] { return Ostrel::FullVekTypeWalker::walkMapSize(); }) != 0;
        ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  EXPECT_EQ(fixture.agent().loop().call([&] { return fixture.agent().bridge().walkMapSize(); }), 0u)
+  EXPECT_EQ(fixture.agent().loop().call([&] { return Ostrel::FullVekTypeWalker::walkMapSize(); }), 0u)
       << pendingWalks << " walks were pending at the end of the requests, " << pendingPaths << " paths";
   // What a Get returns is what the model holds.
   gnmi::GetRequest get;

@@ -241,7 +241,7 @@ TEST(AgentStream, AFullQueuePausesTheSyncWithoutLosingOrRepeatingMessages) {
   for (int i = 0; i < 300; ++i) EXPECT_EQ(got[i].update(0).path().elem(0).name(), "l" + std::to_string(i));
   EXPECT_TRUE(stream.rw->Finish().ok());
   EXPECT_GT(s.onLoop([&] { return s.library().resumeCalls; }), 0u) << "the sync never paused";
-  EXPECT_EQ(s.onLoop([&] { return s.library().walkMapSize(); }), 0u);
+  EXPECT_EQ(s.onLoop([&] { return s.library().pausedWalks(); }), 0u);
 }
 
 TEST(AgentStream, AClientLeavingMidSyncGetsItsWalkCancelled) {
@@ -255,10 +255,10 @@ TEST(AgentStream, AClientLeavingMidSyncGetsItsWalkCancelled) {
     gnmi::SubscribeResponse r;
     ASSERT_TRUE(stream.rw->Read(&r));
     // The sync is under way, paused on the small queue the client does not drain.
-    for (int i = 0; i < 200 && s.onLoop([&] { return s.library().walkMapSize(); }) == 0; ++i) {
+    for (int i = 0; i < 200 && s.onLoop([&] { return s.library().pausedWalks(); }) == 0; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    ASSERT_EQ(s.onLoop([&] { return s.library().walkMapSize(); }), 1u);
+    ASSERT_EQ(s.onLoop([&] { return s.library().pausedWalks(); }), 1u);
     stream.context.TryCancel();
     stream.rw->Finish();
   }
@@ -266,7 +266,7 @@ TEST(AgentStream, AClientLeavingMidSyncGetsItsWalkCancelled) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   EXPECT_EQ(s.onLoop([&] { return s.library().cancelled; }), 1u);
-  EXPECT_EQ(s.onLoop([&] { return s.library().walkMapSize(); }), 0u);
+  EXPECT_EQ(s.onLoop([&] { return s.library().pausedWalks(); }), 0u);
   EXPECT_EQ(s.onLoop([&] { return s.fixture().agent().router().activeSyncs(); }), 0u);
   for (int i = 0; i < 200 && s.onLoop([&] { return s.fixture().agent().subscriptionCount(); }) != 0; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));

@@ -144,10 +144,10 @@ TEST_F(RouterTest, CancelDropsPendingWalksAndForgetsTheOwner) {
   RecordingOwner owner;
   owner.room = 2;
   onLoop([&] { router_.startSync(owner, targets({"/d/a", "/d/b"}), SyncKind::Subscribe); });
-  EXPECT_EQ(library_.walkMapSize(), 1u);
+  EXPECT_EQ(library_.pausedWalks(), 1u);
   onLoop([&] { router_.cancel(owner); });
   EXPECT_EQ(library_.cancelled, 1u);
-  EXPECT_EQ(library_.walkMapSize(), 0u);
+  EXPECT_EQ(library_.pausedWalks(), 0u);
   EXPECT_EQ(router_.activeSyncs(), 0u);
   EXPECT_EQ(library_.pausedWalks(), 0u);
   EXPECT_TRUE(owner.done.empty());

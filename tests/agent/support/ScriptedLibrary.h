@@ -143,8 +143,6 @@ class ScriptedLibrary : public VekGnmi::Server::LibraryBridge {
     }
     return n;
   }
-  size_t walkMapSize() const override { return pausedWalks(); }
-  size_t pathWalkMapSize() const override { return pausedWalks(); }
   uint64_t resumes() const override { return resumeCalls; }
   uint64_t resyncs() const override { return 0; }
 
