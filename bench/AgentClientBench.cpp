@@ -28,6 +28,7 @@
 //
 // Client and agent share the machine's cores: the client's own CPU is
 // reported beside the agent's.
+#include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -74,6 +75,29 @@ std::string readFile(const std::string& path) {
   while ((n = std::fread(buffer, 1, sizeof buffer, f)) > 0) text.append(buffer, n);
   std::fclose(f);
   return text;
+}
+
+// Seconds the threads of process `pid` have spent runnable but waiting for a
+// CPU (the second field of each /proc/<pid>/task/<tid>/schedstat): on this
+// shared machine, the part of a case's time that other processes took.
+double runQueueWaitSeconds(const std::string& pid) {
+  const std::string tasks = fmt::format("/proc/{}/task", pid);
+  DIR* dir = opendir(tasks.c_str());
+  if (dir == nullptr) return 0;
+  double total = 0;
+  while (const dirent* e = readdir(dir)) {
+    if (e->d_name[0] == '.') continue;
+    try {
+      std::istringstream fields(readFile(fmt::format("{}/{}/schedstat", tasks, e->d_name)));
+      unsigned long long running = 0;
+      unsigned long long waiting = 0;
+      if (fields >> running >> waiting) total += static_cast<double>(waiting) * 1e-9;
+    } catch (const std::exception&) {
+      // The thread ended meanwhile.
+    }
+  }
+  closedir(dir);
+  return total;
 }
 
 class Child {
@@ -139,6 +163,7 @@ class Child {
     }
     return static_cast<double>(utime + stime) / static_cast<double>(sysconf(_SC_CLK_TCK));
   }
+  double runQueueWait() const { return runQueueWaitSeconds(std::to_string(pid_)); }
   // A line of /proc/<pid>/status in MiB ("VmHWM", "VmRSS").
   double statusMiB(const std::string& name) const {
     std::istringstream in(readFile(fmt::format("/proc/{}/status", pid_)));
@@ -232,6 +257,7 @@ struct Settings {
   std::vector<size_t> syncInterfaces{1000, 10000};
   size_t leavesPerMeasure = 1000000;
   bool prebuiltToo = true;
+  bool agentToo = true;
   // fair
   size_t fairInterfaces = 10000;
   std::vector<size_t> fairSyncs{0, 10, 50};
@@ -307,6 +333,8 @@ SyncFigures measureSyncs(const Settings& s, Child& server, const std::string& la
   const size_t count = std::max<size_t>(1, (s.leavesPerMeasure + first.leaves - 1) / first.leaves);
   cpu0 = server.cpuSeconds();
   const double own0 = ownCpuSeconds();
+  const double wait0 = server.runQueueWait();
+  const double ownWait0 = runQueueWaitSeconds("self");
   double seconds = 0;
   size_t leaves = 0;
   size_t messages = 0;
@@ -318,6 +346,8 @@ SyncFigures measureSyncs(const Settings& s, Child& server, const std::string& la
   }
   const double cpu = server.cpuSeconds() - cpu0;
   const double own = ownCpuSeconds() - own0;
+  const double wait = server.runQueueWait() - wait0;
+  const double ownWait = runQueueWaitSeconds("self") - ownWait0;
   const double peak = server.statusMiB("VmHWM");
   SyncFigures f;
   f.leavesPerSecond = static_cast<double>(leaves) / seconds;
@@ -325,11 +355,12 @@ SyncFigures measureSyncs(const Settings& s, Child& server, const std::string& la
   std::cout << fmt::format(
                    "{}: first sync {:.3f} s ({} leaves, {} messages, {:.0f} ns/leaf); then {} syncs, {} leaves in "
                    "{:.2f} s: {:.3f} M leaves/s, {:.1f} k messages/s; server CPU {:.0f} ns/leaf ({:.2f} cores), "
-                   "client CPU {:.0f} ns/leaf ({:.2f} cores); server RSS before the syncs {:.0f} MiB, peak {:.0f} MiB",
+                   "client CPU {:.0f} ns/leaf ({:.2f} cores); waiting for a CPU: server threads {:.2f} s, client threads "
+                   "{:.2f} s; server RSS before the syncs {:.0f} MiB, peak {:.0f} MiB",
                    label, first.seconds, first.leaves, first.messages,
                    firstCpu / static_cast<double>(first.leaves) * 1e9, count, leaves, seconds,
                    f.leavesPerSecond / 1e6, static_cast<double>(messages) / seconds / 1e3, nsPerLeaf, cpu / seconds,
-                   own / static_cast<double>(leaves) * 1e9, own / seconds, modelMiB, peak)
+                   own / static_cast<double>(leaves) * 1e9, own / seconds, wait, ownWait, modelMiB, peak)
             << std::endl;
   summary.add(row, "first_s", first.seconds);
   summary.add(row, "Mleaves/s", f.leavesPerSecond / 1e6);
@@ -338,6 +369,8 @@ SyncFigures measureSyncs(const Settings& s, Child& server, const std::string& la
   summary.add(row, "server_cores", cpu / seconds);
   summary.add(row, "client_ns/leaf", own / static_cast<double>(leaves) * 1e9);
   summary.add(row, "peak_MiB", peak);
+  summary.add(row, "server_cpu_wait/wall", wait / seconds);
+  summary.add(row, "client_cpu_wait/wall", ownWait / seconds);
   return f;
 }
 
@@ -345,7 +378,7 @@ void caseSync(const Settings& s) {
   for (int run = 1; run <= s.runs; ++run) {
     for (size_t interfaces : s.syncInterfaces) {
       SyncFigures agent;
-      {
+      if (s.agentToo) {
         Child child(s.agent, agentArgs(s, interfaces));
         awaitReady(child.port());
         agent = measureSyncs(s, child, fmt::format("sync agent {} interfaces, run {}", interfaces, run),
@@ -358,6 +391,7 @@ void caseSync(const Settings& s) {
       const SyncFigures prebuilt =
           measureSyncs(s, child, fmt::format("sync prebuilt {} interfaces, run {}", interfaces, run),
                        fmt::format("sync prebuilt {}", interfaces));
+      if (!s.agentToo) continue;
       const double ratio = agent.leavesPerSecond / prebuilt.leavesPerSecond;
       std::cout << fmt::format("sync {} interfaces, run {}: the agent at {:.2f} of the pre-built rate", interfaces, run,
                                ratio)
@@ -673,6 +707,7 @@ int main(int argc, char** argv) {
   app.add_option("--leaves", s.leavesPerMeasure, "sync: after a first sync, as many syncs as reach this many leaves")
       ->capture_default_str();
   app.add_flag("!--no-prebuilt", s.prebuiltToo, "sync: the agent only, not the pre-built server");
+  app.add_flag("!--no-agent", s.agentToo, "sync: the pre-built server only, not the agent");
   app.add_option("--fair-interfaces", s.fairInterfaces, "fair: interfaces")->capture_default_str();
   app.add_option("--syncs", s.fairSyncs, "fair: numbers of whole-tree syncs in progress")
       ->delimiter(',')
