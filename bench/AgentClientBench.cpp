@@ -317,86 +317,114 @@ double percentile(std::vector<double> v, double p) {
 }
 
 // ---------------------------------------------------------------------------
-// sync: one client, ONCE syncs of / one after another.
+// sync: one client, ONCE syncs of / one after another, taking turns
+// between the agent and the pre-built server (both running), so that both
+// see the same load of the shared machine.
 
-struct SyncFigures {
-  double leavesPerSecond = 0;
-};
+// One server measured by the sync case, and what its syncs added up to.
+struct SyncSide {
+  SyncSide(std::unique_ptr<Child> c, const Settings& s)
+      : child(std::move(c)), stub(gnmi::gNMI::NewStub(openChannel(child->port(), s.clientArgs))) {}
 
-SyncFigures measureSyncs(const Settings& s, Child& server, const std::string& label, const std::string& row) {
-  auto stub = gnmi::gNMI::NewStub(openChannel(server.port(), s.clientArgs));
-  const gnmi::SubscribeRequest request = subscribeRequest({"/"}, gnmi::SubscriptionList::ONCE);
-  const double modelMiB = server.statusMiB("VmRSS");
-  double cpu0 = server.cpuSeconds();
-  const SyncResult first = syncOnce(*stub, request);
-  const double firstCpu = server.cpuSeconds() - cpu0;
-  const size_t count = std::max<size_t>(1, (s.leavesPerMeasure + first.leaves - 1) / first.leaves);
-  cpu0 = server.cpuSeconds();
-  const double own0 = ownCpuSeconds();
-  const double wait0 = server.runQueueWait();
-  const double ownWait0 = runQueueWaitSeconds("self");
-  double seconds = 0;
-  size_t leaves = 0;
-  size_t messages = 0;
-  for (size_t i = 0; i < count; ++i) {
+  // One sync, added to the sums (the first is reported on its own).
+  void sync(const gnmi::SubscribeRequest& request) {
+    const double cpu0 = child->cpuSeconds();
+    const double wait0 = child->runQueueWait();
+    const double own0 = ownCpuSeconds();
+    const double ownWait0 = runQueueWaitSeconds("self");
     const SyncResult r = syncOnce(*stub, request);
+    const double cpuUsed = child->cpuSeconds() - cpu0;
+    if (!first) {
+      first = r;
+      firstCpu = cpuUsed;
+      return;
+    }
+    cpu += cpuUsed;
+    wait += child->runQueueWait() - wait0;
+    own += ownCpuSeconds() - own0;
+    ownWait += runQueueWaitSeconds("self") - ownWait0;
     seconds += r.seconds;
     leaves += r.leaves;
     messages += r.messages;
+    ++count;
   }
-  const double cpu = server.cpuSeconds() - cpu0;
-  const double own = ownCpuSeconds() - own0;
-  const double wait = server.runQueueWait() - wait0;
-  const double ownWait = runQueueWaitSeconds("self") - ownWait0;
-  const double peak = server.statusMiB("VmHWM");
-  SyncFigures f;
-  f.leavesPerSecond = static_cast<double>(leaves) / seconds;
-  const double nsPerLeaf = cpu / static_cast<double>(leaves) * 1e9;
-  std::cout << fmt::format(
-                   "{}: first sync {:.3f} s ({} leaves, {} messages, {:.0f} ns/leaf); then {} syncs, {} leaves in "
-                   "{:.2f} s: {:.3f} M leaves/s, {:.1f} k messages/s; server CPU {:.0f} ns/leaf ({:.2f} cores), "
-                   "client CPU {:.0f} ns/leaf ({:.2f} cores); waiting for a CPU: server threads {:.2f} s, client threads "
-                   "{:.2f} s; server RSS before the syncs {:.0f} MiB, peak {:.0f} MiB",
-                   label, first.seconds, first.leaves, first.messages,
-                   firstCpu / static_cast<double>(first.leaves) * 1e9, count, leaves, seconds,
-                   f.leavesPerSecond / 1e6, static_cast<double>(messages) / seconds / 1e3, nsPerLeaf, cpu / seconds,
-                   own / static_cast<double>(leaves) * 1e9, own / seconds, wait, ownWait, modelMiB, peak)
-            << std::endl;
-  summary.add(row, "first_s", first.seconds);
-  summary.add(row, "Mleaves/s", f.leavesPerSecond / 1e6);
-  summary.add(row, "kmsg/s", static_cast<double>(messages) / seconds / 1e3);
-  summary.add(row, "server_ns/leaf", nsPerLeaf);
-  summary.add(row, "server_cores", cpu / seconds);
-  summary.add(row, "client_ns/leaf", own / static_cast<double>(leaves) * 1e9);
-  summary.add(row, "peak_MiB", peak);
-  summary.add(row, "server_cpu_wait/wall", wait / seconds);
-  summary.add(row, "client_cpu_wait/wall", ownWait / seconds);
-  return f;
-}
+  double leavesPerSecond() const { return static_cast<double>(leaves) / seconds; }
+
+  // What it did, printed and added to the summary.
+  void report(const std::string& label, const std::string& row) const {
+    const double n = static_cast<double>(leaves);
+    const double peak = child->statusMiB("VmHWM");
+    std::cout << fmt::format(
+                     "{}: first sync {:.3f} s ({} leaves, {} messages, {:.0f} ns/leaf); then {} syncs, {} leaves in "
+                     "{:.2f} s: {:.3f} M leaves/s, {:.1f} k messages/s; server CPU {:.0f} ns/leaf ({:.2f} cores), "
+                     "client CPU {:.0f} ns/leaf ({:.2f} cores); waiting for a CPU: server threads {:.2f} s, client "
+                     "threads {:.2f} s; server RSS before the syncs {:.0f} MiB, peak {:.0f} MiB",
+                     label, first->seconds, first->leaves, first->messages,
+                     firstCpu / static_cast<double>(first->leaves) * 1e9, count, leaves, seconds,
+                     leavesPerSecond() / 1e6, static_cast<double>(messages) / seconds / 1e3, cpu / n * 1e9,
+                     cpu / seconds, own / n * 1e9, own / seconds, wait, ownWait, readyMiB, peak)
+              << std::endl;
+    summary.add(row, "first_s", first->seconds);
+    summary.add(row, "first_ns/leaf", firstCpu / static_cast<double>(first->leaves) * 1e9);
+    summary.add(row, "Mleaves/s", leavesPerSecond() / 1e6);
+    summary.add(row, "kmsg/s", static_cast<double>(messages) / seconds / 1e3);
+    summary.add(row, "server_ns/leaf", cpu / n * 1e9);
+    summary.add(row, "server_cores", cpu / seconds);
+    summary.add(row, "client_ns/leaf", own / n * 1e9);
+    summary.add(row, "peak_MiB", peak);
+    summary.add(row, "server_cpu_wait/wall", wait / seconds);
+    summary.add(row, "client_cpu_wait/wall", ownWait / seconds);
+  }
+
+  std::unique_ptr<Child> child;
+  std::unique_ptr<gnmi::gNMI::Stub> stub;
+  double readyMiB = 0;  // resident before the first sync
+  std::optional<SyncResult> first;
+  double firstCpu = 0;
+  double cpu = 0, wait = 0, own = 0, ownWait = 0, seconds = 0;
+  size_t leaves = 0, messages = 0, count = 0;
+};
 
 void caseSync(const Settings& s) {
+  const gnmi::SubscribeRequest request = subscribeRequest({"/"}, gnmi::SubscriptionList::ONCE);
   for (int run = 1; run <= s.runs; ++run) {
     for (size_t interfaces : s.syncInterfaces) {
-      SyncFigures agent;
+      std::vector<std::pair<std::string, SyncSide>> sides;
       if (s.agentToo) {
-        Child child(s.agent, agentArgs(s, interfaces));
-        awaitReady(child.port());
-        agent = measureSyncs(s, child, fmt::format("sync agent {} interfaces, run {}", interfaces, run),
-                             fmt::format("sync agent {}", interfaces));
+        auto child = std::make_unique<Child>(s.agent, agentArgs(s, interfaces));
+        awaitReady(child->port());
+        sides.emplace_back("agent", SyncSide(std::move(child), s));
       }
-      if (!s.prebuiltToo) continue;
-      std::vector<std::string> args{"--interfaces", std::to_string(interfaces)};
-      args.insert(args.end(), s.prebuiltArgs.begin(), s.prebuiltArgs.end());
-      Child child(s.prebuilt, args);
-      const SyncFigures prebuilt =
-          measureSyncs(s, child, fmt::format("sync prebuilt {} interfaces, run {}", interfaces, run),
-                       fmt::format("sync prebuilt {}", interfaces));
-      if (!s.agentToo) continue;
-      const double ratio = agent.leavesPerSecond / prebuilt.leavesPerSecond;
-      std::cout << fmt::format("sync {} interfaces, run {}: the agent at {:.2f} of the pre-built rate", interfaces, run,
-                               ratio)
+      if (s.prebuiltToo) {
+        std::vector<std::string> args{"--interfaces", std::to_string(interfaces)};
+        args.insert(args.end(), s.prebuiltArgs.begin(), s.prebuiltArgs.end());
+        sides.emplace_back("prebuilt", SyncSide(std::make_unique<Child>(s.prebuilt, args), s));
+      }
+      for (auto& [name, side] : sides) {
+        side.readyMiB = side.child->statusMiB("VmRSS");
+        side.sync(request);
+      }
+      const size_t leavesPerSync = sides.front().second.first->leaves;
+      const size_t rounds = std::max<size_t>(1, (s.leavesPerMeasure + leavesPerSync - 1) / leavesPerSync);
+      for (size_t i = 0; i < rounds; ++i) {
+        for (auto& [name, side] : sides) side.sync(request);
+      }
+      for (auto& [name, side] : sides) {
+        side.report(fmt::format("sync {} {} interfaces, run {}", name, interfaces, run),
+                    fmt::format("sync {} {}", name, interfaces));
+      }
+      if (sides.size() < 2) continue;
+      const SyncSide& agent = sides[0].second;
+      const SyncSide& prebuilt = sides[1].second;
+      const double ratio = agent.leavesPerSecond() / prebuilt.leavesPerSecond();
+      const double cpuRatio =
+          (prebuilt.cpu / static_cast<double>(prebuilt.leaves)) / (agent.cpu / static_cast<double>(agent.leaves));
+      std::cout << fmt::format("sync {} interfaces, run {}: the agent at {:.2f} of the pre-built rate; pre-built "
+                               "CPU per leaf / the agent's {:.2f}",
+                               interfaces, run, ratio, cpuRatio)
                 << std::endl;
-      summary.add(fmt::format("sync agent/prebuilt {}", interfaces), "ratio", ratio);
+      summary.add(fmt::format("sync agent/prebuilt {}", interfaces), "rate_ratio", ratio);
+      summary.add(fmt::format("sync agent/prebuilt {}", interfaces), "cpu_per_leaf_ratio", cpuRatio);
     }
   }
 }
@@ -704,7 +732,8 @@ int main(int argc, char** argv) {
   app.add_option("--interfaces", s.syncInterfaces, "sync: interface counts, e.g. 1000,10000,100000")
       ->delimiter(',')
       ->capture_default_str();
-  app.add_option("--leaves", s.leavesPerMeasure, "sync: after a first sync, as many syncs as reach this many leaves")
+  app.add_option("--leaves", s.leavesPerMeasure,
+                 "sync: after a first sync, as many syncs of each server (taking turns) as reach this many leaves")
       ->capture_default_str();
   app.add_flag("!--no-prebuilt", s.prebuiltToo, "sync: the agent only, not the pre-built server");
   app.add_flag("!--no-agent", s.agentToo, "sync: the pre-built server only, not the agent");
