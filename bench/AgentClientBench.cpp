@@ -354,15 +354,16 @@ struct SyncSide {
   void report(const std::string& label, const std::string& row) const {
     const double n = static_cast<double>(leaves);
     const double peak = child->statusMiB("VmHWM");
+    const double after = child->statusMiB("VmRSS");
     std::cout << fmt::format(
                      "{}: first sync {:.3f} s ({} leaves, {} messages, {:.0f} ns/leaf); then {} syncs, {} leaves in "
                      "{:.2f} s: {:.3f} M leaves/s, {:.1f} k messages/s; server CPU {:.0f} ns/leaf ({:.2f} cores), "
                      "client CPU {:.0f} ns/leaf ({:.2f} cores); waiting for a CPU: server threads {:.2f} s, client "
-                     "threads {:.2f} s; server RSS before the syncs {:.0f} MiB, peak {:.0f} MiB",
+                     "threads {:.2f} s; server RSS before the syncs {:.0f} MiB, after {:.0f} MiB, peak {:.0f} MiB",
                      label, first->seconds, first->leaves, first->messages,
                      firstCpu / static_cast<double>(first->leaves) * 1e9, count, leaves, seconds,
                      leavesPerSecond() / 1e6, static_cast<double>(messages) / seconds / 1e3, cpu / n * 1e9,
-                     cpu / seconds, own / n * 1e9, own / seconds, wait, ownWait, readyMiB, peak)
+                     cpu / seconds, own / n * 1e9, own / seconds, wait, ownWait, readyMiB, after, peak)
               << std::endl;
     summary.add(row, "first_s", first->seconds);
     summary.add(row, "first_ns/leaf", firstCpu / static_cast<double>(first->leaves) * 1e9);
@@ -372,6 +373,7 @@ struct SyncSide {
     summary.add(row, "server_cores", cpu / seconds);
     summary.add(row, "client_ns/leaf", own / n * 1e9);
     summary.add(row, "peak_MiB", peak);
+    summary.add(row, "after_MiB", after);
     summary.add(row, "server_cpu_wait/wall", wait / seconds);
     summary.add(row, "client_cpu_wait/wall", ownWait / seconds);
   }

@@ -12,7 +12,8 @@
 // server that AgentClientBench starts and measures from outside.
 //
 //   AgentPrebuiltServer --interfaces 10000 [--path /] [--grpc-arg NAME=VALUE]...
-//                       [--buffer-hint N]
+//                       [--merge N]
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <iostream>
@@ -55,24 +56,71 @@ Responses captureSync(size_t interfaces, const std::string& path) {
   return responses;
 }
 
+// The same leaves in fewer, larger messages: every `k` consecutive update
+// responses become one, whose prefix is the longest prefix they share and
+// whose updates carry the rest of their own prefix in their paths (what a
+// sync that put several entities in one notification would send). Other
+// responses (the sync_response) stay as they are.
+Responses merged(const Responses& in, size_t k) {
+  if (k <= 1) return in;
+  Responses out;
+  size_t i = 0;
+  while (i < in.size()) {
+    if (!in[i].has_update()) {
+      out.push_back(in[i++]);
+      continue;
+    }
+    size_t end = i;
+    while (end < in.size() && end - i < k && in[end].has_update()) ++end;
+    // The longest prefix shared by in[i..end).
+    const gnmi::Path& first = in[i].update().prefix();
+    int shared = first.elem_size();
+    for (size_t j = i + 1; j < end; ++j) {
+      const gnmi::Path& p = in[j].update().prefix();
+      int n = 0;
+      while (n < shared && n < p.elem_size() && p.elem(n).SerializeAsString() == first.elem(n).SerializeAsString()) {
+        ++n;
+      }
+      shared = n;
+    }
+    gnmi::SubscribeResponse r;
+    gnmi::Notification* n = r.mutable_update();
+    *n->mutable_prefix() = first;
+    n->mutable_prefix()->mutable_elem()->DeleteSubrange(shared, first.elem_size() - shared);
+    for (size_t j = i; j < end; ++j) {
+      const gnmi::Notification& from = in[j].update();
+      n->set_timestamp(std::max(n->timestamp(), from.timestamp()));
+      for (const gnmi::Update& u : from.update()) {
+        gnmi::Update* to = n->add_update();
+        *to = u;
+        gnmi::Path path;
+        for (int e = shared; e < from.prefix().elem_size(); ++e) *path.add_elem() = from.prefix().elem(e);
+        for (const gnmi::PathElem& e : u.path().elem()) *path.add_elem() = e;
+        *to->mutable_path() = std::move(path);
+      }
+    }
+    out.push_back(std::move(r));
+    i = end;
+  }
+  return out;
+}
+
 // Answers every Subscribe with the pre-built responses, one write at a
-// time, then OK. With `bufferHint` N > 1 every write but each N-th (and the
-// last) carries gRPC's buffer hint: gRPC may hold it back and send it with
-// the next, so N messages leave in one socket write.
+// time, then OK.
 class PrebuiltService final : public gnmi::gNMI::CallbackService {
  public:
-  PrebuiltService(const Responses& responses, size_t bufferHint) : responses_(responses), bufferHint_(bufferHint) {}
+  explicit PrebuiltService(const Responses& responses) : responses_(responses) {}
 
   using gnmi::gNMI::CallbackService::Subscribe;
   grpc::ServerBidiReactor<gnmi::SubscribeRequest, gnmi::SubscribeResponse>* Subscribe(
       grpc::CallbackServerContext*) override {
-    return new Reactor(responses_, bufferHint_);
+    return new Reactor(responses_);
   }
 
  private:
   class Reactor final : public grpc::ServerBidiReactor<gnmi::SubscribeRequest, gnmi::SubscribeResponse> {
    public:
-    Reactor(const Responses& responses, size_t bufferHint) : responses_(responses), bufferHint_(bufferHint) {
+    explicit Reactor(const Responses& responses) : responses_(responses) {
       StartRead(&request_);
     }
     void OnReadDone(bool ok) override {
@@ -93,20 +141,15 @@ class PrebuiltService final : public gnmi::gNMI::CallbackService {
    private:
     void next() {
       if (index_ == responses_.size()) return Finish(grpc::Status::OK);
-      const size_t i = index_++;
-      grpc::WriteOptions options;
-      if (bufferHint_ > 1 && (i + 1) % bufferHint_ != 0 && index_ != responses_.size()) options.set_buffer_hint();
-      StartWrite(&responses_[i], options);
+      StartWrite(&responses_[index_++]);
     }
     const Responses& responses_;
-    const size_t bufferHint_;
     gnmi::SubscribeRequest request_;
     size_t index_ = 0;
     bool started_ = false;
   };
 
   const Responses& responses_;
-  const size_t bufferHint_;
 };
 
 }  // namespace
@@ -116,11 +159,11 @@ int main(int argc, char** argv) {
   size_t interfaces = 1000;
   std::string path = "/";
   std::vector<std::string> grpcArgs;
-  size_t bufferHint = 1;
+  size_t merge = 1;
   app.add_option("--interfaces", interfaces, "interfaces of the demo device")->capture_default_str();
   app.add_option("--path", path, "the path synced (ONCE, PROTO)")->capture_default_str();
   app.add_option("--grpc-arg", grpcArgs, "a gRPC server channel argument NAME=VALUE (repeatable)");
-  app.add_option("--buffer-hint", bufferHint, "send messages N at a time (gRPC's buffer hint on the others)")
+  app.add_option("--merge", merge, "serve the same leaves in 1/N as many messages (N entities a notification)")
       ->capture_default_str();
   CLI11_PARSE(app, argc, argv);
 
@@ -132,14 +175,14 @@ int main(int argc, char** argv) {
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
   try {
-    const Responses responses = captureSync(interfaces, path);
+    const Responses responses = merged(captureSync(interfaces, path), merge);
     size_t leaves = 0;
     size_t bytes = 0;
     for (const auto& r : responses) {
       leaves += AgentBench::updatesIn(r);
       bytes += r.ByteSizeLong();
     }
-    PrebuiltService service(responses, bufferHint);
+    PrebuiltService service(responses);
     grpc::ServerBuilder builder;
     int port = 0;
     builder.AddListeningPort("127.0.0.1:0", grpc::InsecureServerCredentials(), &port);
