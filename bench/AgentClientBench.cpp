@@ -721,8 +721,8 @@ int main(int argc, char** argv) {
       ->check(CLI::IsMember({"sync", "fair", "shared", "latency"}));
   app.add_option("--agent", s.agent, "the vekgnmid to measure")->capture_default_str();
   app.add_option("--prebuilt-server", s.prebuilt, "the AgentPrebuiltServer")->capture_default_str();
-  app.add_option("--agent-arg", s.agentArgs, "one more argument for vekgnmid (repeatable)")->allow_extra_args(false);
-  app.add_option("--prebuilt-arg", s.prebuiltArgs, "one more argument for AgentPrebuiltServer (repeatable)")
+  app.add_option("--agent-arg", s.agentArgs, "one more argument for vekgnmid, written --agent-arg=ARG (repeatable)")->allow_extra_args(false);
+  app.add_option("--prebuilt-arg", s.prebuiltArgs, "one more argument for AgentPrebuiltServer, written --prebuilt-arg=ARG (repeatable)")
       ->allow_extra_args(false);
   app.add_option("--client-arg", s.clientArgs, "a gRPC channel argument NAME=VALUE of every client (repeatable)")
       ->allow_extra_args(false);
