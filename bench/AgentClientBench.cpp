@@ -13,9 +13,9 @@
 // Cases (see --help for their sizes):
 //   sync     Subscribe ONCE at / in PROTO, from the request to the
 //            sync_response, at each --interfaces size: leaves/s, agent CPU
-//            per leaf, agent peak RSS; then the same against
-//            AgentPrebuiltServer, which streams the very same responses
-//            pre-built, and the agent's rate as a share of it.
+//            per leaf, agent peak RSS; beside it AgentPrebuiltServer, which
+//            streams the very same responses pre-built (the two take turns
+//            sync by sync), and the agent's rate as a share of it.
 //   fair     the time to answer a Get of one interface while N whole-tree
 //            ONCE syncs (each restarted when it ends, each client on its own
 //            connection reading as fast as it can) are in progress, with
@@ -27,9 +27,10 @@
 //            notification's timestamp (same host, same clock).
 //
 // Client and agent share the machine's cores: the client's own CPU is
-// reported beside the agent's.
+// reported beside the agent's, and so is the time each side's threads spent
+// waiting for a CPU, which on a shared machine moves wall-clock rates more
+// than anything measured here.
 #include <dirent.h>
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
