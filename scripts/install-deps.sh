@@ -8,6 +8,7 @@ PACKAGES=(
   cmake ninja-build g++ clang-14 libclang-rt-14-dev pkg-config
   libprotobuf-dev protobuf-compiler
   libgrpc++-dev protobuf-compiler-grpc
+  libcli11-dev
   libfmt-dev libboost-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libyang2-dev libyang2-tools libyuma-base
