@@ -10,6 +10,7 @@ PACKAGES=(
   libgrpc++-dev protobuf-compiler-grpc
   libfmt-dev libboost-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  libcli11-dev libssl-dev libcrypt-dev openssl
 )
 
 missing=()
