@@ -135,7 +135,7 @@ class WireWriter final : public StreamWriter {
   void channelIs(StreamChannel* channel) { channel_ = channel; }
   void startWrite(const gnmi::SubscribeResponse& response) override { wire_.write(channel_, &response); }
   void finish(const grpc::Status&) override {}
-  void tryCancel() override {}
+  void cancel(const grpc::Status&) override {}
 
  private:
   Wire& wire_;
