@@ -39,8 +39,8 @@ Credentials Credentials::of(grpc::CallbackServerContext& context) {
   return c;
 }
 
-Authenticator::Authenticator(std::shared_ptr<const UserTable> users)
-    : enabled_(users != nullptr), users_(std::move(users)) {
+Authenticator::Authenticator(std::shared_ptr<const UserTable> users, std::chrono::milliseconds maxLoginDelay)
+    : enabled_(users != nullptr), throttle_(maxLoginDelay), users_(std::move(users)) {
   key_.resize(32);
   RAND_bytes(reinterpret_cast<unsigned char*>(key_.data()), static_cast<int>(key_.size()));
   if (enabled_) worker_ = std::thread([this] { run(); });

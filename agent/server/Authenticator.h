@@ -63,8 +63,10 @@ class Authenticator {
  public:
   using Done = std::function<void(AuthResult)>;
 
-  // `users` null: authentication off.
-  explicit Authenticator(std::shared_ptr<const UserTable> users);
+  // `users` null: authentication off. Refusals are held back up to
+  // `maxLoginDelay` (LoginThrottle).
+  explicit Authenticator(std::shared_ptr<const UserTable> users,
+                         std::chrono::milliseconds maxLoginDelay = LoginThrottle::MAX_DELAY);
   // Answers the checks still waiting with UNAVAILABLE and joins the worker.
   ~Authenticator();
   Authenticator(const Authenticator&) = delete;

@@ -12,9 +12,9 @@
 //   - a prefix element named "*" takes any element name but "..."; otherwise
 //     the names are equal ("state" does not cover "statefoo");
 //   - for each key of the prefix element, the path's element has that key
-//     with the same value, or the prefix's value is "*". A path element that
-//     lacks the key, or whose value is "*" where the prefix names one value,
-//     reaches beyond the prefix (it names every member);
+//     with the same value, or the prefix's value is "*". Where the prefix
+//     names one value, a path element that lacks the key or whose value is
+//     "*" reaches beyond the prefix (it names every member);
 //   - the path has at least as many elements as the prefix: a path above a
 //     prefix asks for more than the prefix allows;
 //   - keys the prefix element does not name are not constrained.

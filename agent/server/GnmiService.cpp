@@ -327,7 +327,7 @@ bool AgentServer::start(const std::string& address, std::string& error) {
     if (!tls_->load(options_.tls, error)) return fail(error);
     credentials = tls_->credentials();
   }
-  authenticator_ = std::make_unique<Authenticator>(std::move(users));
+  authenticator_ = std::make_unique<Authenticator>(std::move(users), options_.maxLoginDelay);
   service_ = std::make_unique<GnmiService>(Gate{agent_, *authenticator_, streams_, audit_, options_.maxPaths});
   agent_.start();
   grpc::ServerBuilder builder;

@@ -46,6 +46,8 @@ struct ServiceOptions {
   size_t maxStreamsPerUser = 32;
   size_t maxPaths = 1000;
   size_t maxRequestBytes = 16u << 20;
+  // The longest a failed login's reply is held back (LoginThrottle).
+  std::chrono::milliseconds maxLoginDelay = LoginThrottle::MAX_DELAY;
 };
 
 using RawGnmiService = gnmi::gNMI::WithRawCallbackMethod_Capabilities<gnmi::gNMI::WithRawCallbackMethod_Get<

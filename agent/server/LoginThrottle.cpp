@@ -17,7 +17,7 @@ std::chrono::milliseconds LoginThrottle::failed(std::string_view peer, Clock::ti
   entry.last = now;
   if (entry.failures < 2) return std::chrono::milliseconds(0);
   const unsigned doublings = std::min(entry.failures - 2, 10u);
-  return std::min(std::chrono::milliseconds(100) * (1u << doublings), MAX_DELAY);
+  return std::min(std::chrono::milliseconds(100) * (1u << doublings), maxDelay_);
 }
 
 void LoginThrottle::succeeded(std::string_view peer) {

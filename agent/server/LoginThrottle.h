@@ -6,7 +6,8 @@
 //   reply delayed by   0   100ms  200ms  400ms  800ms  1s
 //
 // A peer is the client's address without its port (each new connection has
-// a new port). The table holds at most MAX_PEERS peers; when it is full the
+// a new port). The longest delay can be lowered (0: never delay) where
+// something in front of the agent limits logins already. The table holds at most MAX_PEERS peers; when it is full the
 // quietest are forgotten. Time is given by the caller (tests control it).
 // Thread-safe.
 #pragma once
@@ -26,6 +27,8 @@ class LoginThrottle {
   static constexpr std::chrono::milliseconds MAX_DELAY{1000};
   static constexpr std::chrono::seconds FORGET_AFTER{60};
 
+  explicit LoginThrottle(std::chrono::milliseconds maxDelay = MAX_DELAY) : maxDelay_(maxDelay) {}
+
   // Records a failure of `peer` at `now`; returns how long its reply waits.
   std::chrono::milliseconds failed(std::string_view peer, Clock::time_point now);
   // Forgets the failures of `peer`.
@@ -43,6 +46,7 @@ class LoginThrottle {
   };
   void makeRoom(Clock::time_point now);
 
+  const std::chrono::milliseconds maxDelay_;
   mutable std::mutex mutex_;
   std::unordered_map<std::string, Entry> peers_;
 };
