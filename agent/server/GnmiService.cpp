@@ -204,7 +204,10 @@ class SubscribeRpc final : public grpc::ServerBidiReactor<grpc::ByteBuffer, grpc
       channel_->detach();
       gate_.agent.streamClosed(channel_);
     }
-    if (admitted_) gate_.streams.release(grant_.user);
+    if (admitted_) {
+      gate_.streams.release(grant_.user);
+      ZOLT_TRACE(dbg, 2, "Gate", "{}: Subscribe stream of '{}' done", peer_, grant_.user);
+    }
     delete this;
   }
 
