@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -68,6 +69,9 @@ int main(int argc, char** argv) {
   sigaddset(&signals, SIGHUP);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
+  // Armed when the signal arrives; declared first so that it also covers
+  // the agent's destruction (a large model takes a while to free).
+  std::optional<ShutdownWatchdog> watchdog;
   AgentServer server(options.agent, makeLibraryBridge, options.service);
   if (!server.start(options.address, error)) {
     std::cerr << "vekgnmid: " << error << '\n';
@@ -92,7 +96,7 @@ int main(int argc, char** argv) {
   std::cout << fmt::format("vekgnmid: {} received, shutting down\n", received == SIGINT ? "SIGINT" : "SIGTERM")
             << std::flush;
   // Stopping waits for the event loop; the watchdog does not.
-  ShutdownWatchdog watchdog(options.shutdownTimeout, [&options] {
+  watchdog.emplace(options.shutdownTimeout, [&options] {
     exitNow(fmt::format("vekgnmid: shutdown took longer than {:g} s; exiting now\n",
                         std::chrono::duration<double>(options.shutdownTimeout).count())
                 .c_str(),
