@@ -366,7 +366,8 @@ bool AgentServer::reload(std::string& report) {
     auto table = std::make_shared<UserTable>();
     std::string error;
     if (loadUsersFile(options_.usersFile, *table, error)) {
-      line(fmt::format("users reloaded: {} users", table->users().size()));
+      const size_t n = table->users().size();
+      line(fmt::format("users reloaded: {} user{}", n, n == 1 ? "" : "s"));
       authenticator_->usersAre(std::move(table));
     } else {
       ok = false;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -91,7 +92,9 @@ int main(int argc, char** argv) {
     if (received != SIGHUP) break;
     std::string report;
     server.reload(report);
-    std::cout << "vekgnmid: SIGHUP: " << report << '\n' << std::flush;
+    std::istringstream lines(report);
+    for (std::string line; std::getline(lines, line);) std::cout << "vekgnmid: SIGHUP: " << line << '\n';
+    std::cout << std::flush;
   }
   std::cout << fmt::format("vekgnmid: {} received, shutting down\n", received == SIGINT ? "SIGINT" : "SIGTERM")
             << std::flush;
