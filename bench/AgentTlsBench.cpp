@@ -8,8 +8,8 @@
 //                          interfaces): wall time, and the CPU time of the
 //                          whole process (agent and client) over the sync
 //   ChangeLatency/tls:0|1  10,000 changes a second for 3 s (one inPkts write
-//                          each), subscribed ON_CHANGE at
-//                          interfaces[name=*]/counters/inPkts: from the
+//                          each, AgentChangeLatency.h), subscribed ON_CHANGE
+//                          at interfaces[name=*]/counters/inPkts: from the
 //                          change posted to the event loop to its update
 //                          read by the client
 //
@@ -34,6 +34,7 @@
 
 #include <gnmi/gnmi.grpc.pb.h>
 
+#include "AgentChangeLatency.h"
 #include "DemoModel.h"
 #include "GnmiPathText.h"
 #include "GnmiService.h"
@@ -164,21 +165,13 @@ BENCHMARK(GrpcSync)->ArgName("tls")->Arg(0)->Arg(1)->UseManualTime()->Unit(bench
 
 void ChangeLatency(benchmark::State& state) {
   Target& target = bench().target(state.range(0) != 0);
-  constexpr int PER_MS = 10;
-  constexpr int MILLISECONDS = 3000;
-  constexpr uint64_t BASE = 1ull << 40;  // inPkts values the churn never reaches
-  const size_t count = interfaces();
-  if (count < static_cast<size_t>(PER_MS * MILLISECONDS)) {
+  if (interfaces() < VekGnmiBench::ChangeLatency::CHANGES) {
     // Two changes of one leaf could be coalesced into one update.
     state.SkipWithError("needs at least 30000 interfaces, one changed leaf each");
     return;
   }
-  Agent& agent = target.server->agent();
   for (auto _ : state) {
-    std::vector<Clock::time_point> posted(PER_MS * MILLISECONDS);
-    std::vector<double> latency;
-    latency.reserve(posted.size());
-    std::mutex mutex;
+    VekGnmiBench::ChangeLatency changes(target.server->agent(), interfaces());
     auto stub = target.makeStub();
     grpc::ClientContext context;
     auto stream = stub->Subscribe(&context);
@@ -186,50 +179,15 @@ void ChangeLatency(benchmark::State& state) {
     gnmi::SubscribeResponse first;
     while (stream->Read(&first) && !first.sync_response()) {
     }
-    std::atomic<size_t> received{0};
     std::thread reader([&] {
       gnmi::SubscribeResponse r;
-      while (received.load() < posted.size() && stream->Read(&r)) {
-        const auto now = Clock::now();
-        std::lock_guard lock(mutex);
-        for (const gnmi::Update& u : r.update().update()) {
-          const uint64_t v = u.val().uint_val();
-          if (v < BASE || v - BASE >= posted.size()) continue;
-          latency.push_back(std::chrono::duration<double, std::micro>(now - posted[v - BASE]).count());
-          ++received;
-        }
-      }
+      while (!changes.allSeen() && stream->Read(&r)) changes.seen(r.update(), Clock::now());
     });
-    const Vek::VekAttr counters = demoTypes().interface->attr("counters");
-    auto next = Clock::now();
-    size_t change = 0;
-    for (int ms = 0; ms < MILLISECONDS; ++ms) {
-      next += std::chrono::milliseconds(1);
-      std::this_thread::sleep_until(next);
-      for (int k = 0; k < PER_MS; ++k, ++change) {
-        {
-          std::lock_guard lock(mutex);
-          posted[change] = Clock::now();
-        }
-        agent.loop().post([&agent, &counters, change, count] {
-          const DeviceWrite write;
-          Vek::Ptr<Vek::Entity> intf = agent.model().device->entity(
-              "interfaces", Vek::genericIfOf(interfaceName(change % count).c_str()));
-          Vek::Ptr<Vek::GenericIf> value =
-              demoTypes().counters.genericIf(counters.genericIfGet(intf)->voidPtr(), /*copy=*/true);
-          value->valueIs<unsigned long long>("inPkts", BASE + change);
-          counters.genericIfSet(intf, nullptr, value);
-        });
-      }
-    }
+    changes.run();
     reader.join();
     context.TryCancel();
     stream->Finish();
-    std::sort(latency.begin(), latency.end());
-    state.counters["p50_us"] = latency[latency.size() / 2];
-    state.counters["p99_us"] = latency[latency.size() * 99 / 100];
-    state.counters["max_us"] = latency.back();
-    state.counters["changes"] = static_cast<double>(latency.size());
+    changes.report(state);
   }
 }
 BENCHMARK(ChangeLatency)->ArgName("tls")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(1);
