@@ -126,7 +126,6 @@ void Authenticator::run() {
     lock.unlock();
     verify(check);
     lock.lock();
-    ++hashesVerified_;
   }
 }
 
@@ -137,6 +136,10 @@ void Authenticator::verify(Check& check) {
   // dummy hash: the same work, and it never matches.
   const bool hasHash = user != nullptr && !user->hash.empty();
   const bool matched = PasswordHash::verify(c.password, hasHash ? user->hash : check.users->dummyHash());
+  {
+    std::lock_guard lock(mutex_);
+    ++hashesVerified_;
+  }
   if (!(hasHash && matched)) return check.done(refusal(c.peer, WRONG));
   remember(*check.users, user->name, c.password);
   throttle_.succeeded(LoginThrottle::peerAddress(c.peer));

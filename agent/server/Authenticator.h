@@ -81,7 +81,8 @@ class Authenticator {
   // verifying, else on the worker thread.
   void authenticate(Credentials credentials, Done done);
 
-  // For tests: how many hashes the worker has verified.
+  // For tests: how many hashes the worker has verified (counted before the
+  // check's answer is given).
   uint64_t hashesVerified() const;
 
  private:

@@ -101,6 +101,7 @@ std::shared_ptr<const UserTable> testUsers() {
                            "writer:" + quickHash("writer-pw") + ":write\n" +
                            "limited:" + quickHash("limited-pw") +
                            ":write:/devices/dev1/system,/devices/dev1/interfaces[name=eth0]\n" +
+                           "observer:" + quickHash("observer-pw") + ":read:/devices/dev1/system\n" +
                            "alice:!:read\n";
   auto table = std::make_shared<UserTable>();
   std::string error;
@@ -428,7 +429,8 @@ TEST(AgentAuth, EveryRpcNeedsCredentials) {
 TEST(AgentAuth, RolesAndPrefixesForEveryRpc) {
   SecureAgent server(withUsers());
   auto stub = gnmi::gNMI::NewStub(plaintext(server.address()));
-  const Login reader{"reader", "reader-pw"}, writer{"writer", "writer-pw"}, limited{"limited", "limited-pw"};
+  const Login reader{"reader", "reader-pw"}, writer{"writer", "writer-pw"}, limited{"limited", "limited-pw"},
+      observer{"observer", "observer-pw"};
   using Code = grpc::StatusCode;
   struct Row {
     Login login;
@@ -447,6 +449,8 @@ TEST(AgentAuth, RolesAndPrefixesForEveryRpc) {
       // Authorization comes before lookup: a path outside that names nothing
       // is refused, not reported missing.
       {limited, ABSENT, Code::PERMISSION_DENIED, Code::PERMISSION_DENIED, Code::PERMISSION_DENIED},
+      {observer, INSIDE, Code::OK, Code::PERMISSION_DENIED, Code::OK},
+      {observer, OUTSIDE, Code::PERMISSION_DENIED, Code::PERMISSION_DENIED, Code::PERMISSION_DENIED},
   };
   for (const Row& row : rows) {
     const std::string what = row.login.user + " " + row.path;
@@ -471,6 +475,25 @@ TEST(AgentAuth, RolesAndPrefixesForEveryRpc) {
   gnmi::SubscribeResponse response;
   EXPECT_FALSE(stream->Read(&response)) << "nothing before the status";
   expectStatus(stream->Finish(), Code::PERMISSION_DENIED, "a wildcard STREAM");
+}
+
+TEST(AgentAuth, AnUnknownUserCostsAHashLikeAWrongPassword) {
+  SecureAgent server(withUsers());
+  auto stub = gnmi::gNMI::NewStub(plaintext(server.address()));
+  Authenticator& auth = *server.server().authenticator();
+  EXPECT_TRUE(get(*stub, {"writer", "writer-pw"}, INSIDE).ok());
+  const uint64_t before = auth.hashesVerified();
+  EXPECT_EQ(before, 1u);
+  EXPECT_TRUE(get(*stub, {"writer", "writer-pw"}, INSIDE).ok());
+  EXPECT_EQ(auth.hashesVerified(), before) << "a verified password is remembered";
+  EXPECT_FALSE(get(*stub, {"writer", "wrong"}, INSIDE).ok());
+  EXPECT_EQ(auth.hashesVerified(), before + 1);
+  EXPECT_FALSE(get(*stub, {"nobody", "wrong"}, INSIDE).ok());
+  EXPECT_EQ(auth.hashesVerified(), before + 2) << "verified against the dummy hash";
+  EXPECT_FALSE(get(*stub, {"alice", "wrong"}, INSIDE).ok());
+  EXPECT_EQ(auth.hashesVerified(), before + 3) << "a certificate-only user too";
+  EXPECT_FALSE(get(*stub, {}, INSIDE).ok());
+  EXPECT_EQ(auth.hashesVerified(), before + 3) << "no name: nothing to hide";
 }
 
 TEST(AgentAuth, AClientCertificateNamesTheUser) {
