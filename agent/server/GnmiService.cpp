@@ -76,9 +76,20 @@ class UnaryRpc final : public grpc::ServerUnaryReactor {
     if (!status.ok()) return refuse(status);
     GetCall* raw = call.get();
     // Called on the event loop: the response is serialised on one of gRPC's
-    // threads instead, so that a large Get does not hold the loop.
+    // threads instead, so that a large Get does not hold the loop. The
+    // response is handed over under mutex_ (the alarm orders the two threads
+    // too, but inside gRPC, where ThreadSanitizer does not see it).
     call->finish = [this, raw](const grpc::Status& result) {
-      runAfter(alarm_, std::chrono::milliseconds(0), [this, raw, result] {
+      {
+        std::lock_guard lock(mutex_);
+        getResult_ = result;
+      }
+      runAfter(alarm_, std::chrono::milliseconds(0), [this, raw] {
+        grpc::Status result;
+        {
+          std::lock_guard lock(mutex_);
+          result = getResult_;
+        }
         if (result.ok()) return answer(raw->response);
         Finish(result);
       });
@@ -151,6 +162,7 @@ class UnaryRpc final : public grpc::ServerUnaryReactor {
   grpc::Alarm alarm_;
   std::mutex mutex_;
   std::shared_ptr<GetCall> get_;  // guarded by mutex_
+  grpc::Status getResult_;        // guarded by mutex_
 };
 
 // One Subscribe stream: authenticated and admitted before the agent opens
@@ -388,6 +400,9 @@ void AgentServer::stop(std::chrono::milliseconds grace) {
     server_->Shutdown(std::chrono::system_clock::now() + grace);
     server_->Wait();
   }
+  // No call is left: the authenticator's worker, which answered some of
+  // them, ends before the server is destroyed.
+  authenticator_.reset();
 }
 
 }  // namespace VekGnmi::Server

@@ -104,13 +104,14 @@ class AgentServer {
   bool reload(std::string& report);
   // Ends open streams with a status, stops accepting calls, waits for the
   // calls to finish (cancelling what remains after `grace`), stops the
-  // agent. Idempotent.
+  // agent and the authenticator. Idempotent.
   void stop(std::chrono::milliseconds grace = std::chrono::milliseconds(2000));
 
   // The port it listens on (after start).
   int port() const { return port_; }
   Agent& agent() { return agent_; }
   StreamLimits& streamLimits() { return streams_; }
+  // The authenticator (between start and stop).
   Authenticator* authenticator() { return authenticator_.get(); }
 
  private:
