@@ -85,13 +85,13 @@ class UnaryRpc final : public grpc::ServerUnaryReactor {
         getResult_ = result;
       }
       runAfter(alarm_, std::chrono::milliseconds(0), [this, raw] {
-        grpc::Status result;
+        grpc::Status outcome;
         {
           std::lock_guard lock(mutex_);
-          result = getResult_;
+          outcome = getResult_;
         }
-        if (result.ok()) return answer(raw->response);
-        Finish(result);
+        if (outcome.ok()) return answer(raw->response);
+        Finish(outcome);
       });
     };
     {
