@@ -52,6 +52,7 @@
 #include <gnmi/gnmi.grpc.pb.h>
 
 #include "Agent.h"
+#include "AgentChangeLatency.h"
 #include "DemoModel.h"
 #include "GnmiService.h"
 #include "GnmiPathText.h"
@@ -135,7 +136,7 @@ class WireWriter final : public StreamWriter {
   void channelIs(StreamChannel* channel) { channel_ = channel; }
   void startWrite(const gnmi::SubscribeResponse& response) override { wire_.write(channel_, &response); }
   void finish(const grpc::Status&) override {}
-  void tryCancel() override {}
+  void cancel(const grpc::Status&) override {}
 
  private:
   Wire& wire_;
@@ -474,68 +475,24 @@ BENCHMARK(GrpcPrebuilt)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterati
 
 void ChangeLatency(benchmark::State& state) {
   Bench& b = bench();
-  constexpr int PER_MS = 10;
-  constexpr int MILLISECONDS = 3000;
-  constexpr uint64_t BASE = 1ull << 40;  // inPkts values the churn never reaches
   for (auto _ : state) {
-    std::vector<Clock::time_point> posted(PER_MS * MILLISECONDS);
-    std::vector<double> latency;
-    latency.reserve(posted.size());
-    std::mutex mutex;
+    VekGnmiBench::ChangeLatency changes(b.agent, INTERFACES);
     std::atomic<bool> synced{false};
     b.wire.inspectIs([&](const gnmi::SubscribeResponse& r) {
       if (r.sync_response()) synced = true;
-      if (!r.has_update()) return;
-      const auto now = Clock::now();
-      std::lock_guard lock(mutex);
-      for (const gnmi::Update& u : r.update().update()) {
-        const uint64_t v = u.val().uint_val();
-        if (v < BASE || v - BASE >= posted.size()) continue;
-        latency.push_back(std::chrono::duration<double, std::micro>(now - posted[v - BASE]).count());
-      }
+      if (r.has_update()) changes.seen(r.update(), Clock::now());
     });
     Stream s = openStream(b.wire, StreamQueue::DEFAULT_SYNC_LIMIT);
     b.agent.streamOpened(s.channel);
     b.agent.streamRequest(s.channel, streamRequest({"/devices/dev1/interfaces[name=*]/counters/inPkts"},
                                                    gnmi::ON_CHANGE, true));
     Bench::await(synced);
-    const Vek::VekAttr counters = demoTypes().interface->attr("counters");
-    auto next = Clock::now();
-    size_t change = 0;
-    for (int ms = 0; ms < MILLISECONDS; ++ms) {
-      next += std::chrono::milliseconds(1);
-      std::this_thread::sleep_until(next);
-      for (int k = 0; k < PER_MS; ++k, ++change) {
-        {
-          std::lock_guard lock(mutex);
-          posted[change] = Clock::now();
-        }
-        b.agent.loop().post([&b, &counters, change] {
-          const DeviceWrite write;
-          Vek::Ptr<Vek::Entity> intf = b.agent.model().device->entity(
-              "interfaces", Vek::genericIfOf(interfaceName(change % INTERFACES).c_str()));
-          Vek::Ptr<Vek::GenericIf> value =
-              demoTypes().counters.genericIf(counters.genericIfGet(intf)->voidPtr(), /*copy=*/true);
-          value->valueIs<unsigned long long>("inPkts", BASE + change);
-          counters.genericIfSet(intf, nullptr, value);
-        });
-      }
-    }
+    changes.run();
     // Every change has reached the wire.
-    while (true) {
-      {
-        std::lock_guard lock(mutex);
-        if (latency.size() >= posted.size()) break;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    while (!changes.allSeen()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     b.wire.inspectIs(nullptr);
     b.close(s);
-    std::sort(latency.begin(), latency.end());
-    state.counters["p50_us"] = latency[latency.size() / 2];
-    state.counters["p99_us"] = latency[latency.size() * 99 / 100];
-    state.counters["max_us"] = latency.back();
-    state.counters["changes"] = static_cast<double>(latency.size());
+    changes.report(state);
   }
 }
 BENCHMARK(ChangeLatency)->Unit(benchmark::kMillisecond)->Iterations(1);

@@ -1,9 +1,13 @@
 #!/usr/bin/env bash
 # The agent demo: installs what is missing, builds vekgnmid and vekgnmi
-# (release), starts vekgnmid on 127.0.0.1 with a demo device that keeps
-# changing, and talks to it with vekgnmi: capabilities, get, set, get again,
-# a one-off subscription and a few seconds of streaming. The server is
-# stopped by its pid when the script ends, however it ends.
+# (release), makes a throwaway CA, a server certificate and a users file
+# (openssl CLI; removed at the end), starts vekgnmid on 127.0.0.1 with TLS,
+# the users file and a demo device that keeps changing, and talks to it with
+# vekgnmi: a refused anonymous call, capabilities, an authenticated get, a
+# set refused to a read-only user and accepted for a writer, get again, a
+# one-off subscription and a few seconds of streaming, and the audit log of
+# the Sets. The server is stopped by its pid when the script ends, however
+# it ends.
 #
 #   bash scripts/demo.sh                      # a free port, 8 interfaces
 #   DEMO_PORT=57400 DEMO_SECONDS=10 DEMO_INTERFACES=1000 bash scripts/demo.sh
@@ -42,17 +46,38 @@ cmake --build build -j"$(nproc)" --target vekgnmid vekgnmi | tail -n 1
 
 server_pid=""
 log=$(mktemp -t vekgnmid.XXXXXX.log)
+pki=$(mktemp -d -t vekgnmid-demo.XXXXXX)
 stop_server() {
   if [ -n "$server_pid" ] && kill -0 "$server_pid" 2>/dev/null; then
     kill -INT "$server_pid" 2>/dev/null || true
     wait "$server_pid" 2>/dev/null || true
   fi
   rm -f "$log"
+  rm -rf "$pki"
 }
 trap stop_server EXIT
 
-say "Starting vekgnmid: a demo device of $interfaces interfaces changing $churn times a second"
-server=(./build/agent/vekgnmid --address "127.0.0.1:$port" --interfaces "$interfaces" --churn "$churn")
+say "A throwaway CA and server certificate, and a users file (in $pki, removed at the end)"
+ec=(-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes)
+run openssl req -x509 "${ec[@]}" -days 1 -subj "/CN=vekgnmid demo CA" \
+  -keyout "$pki/ca.key" -out "$pki/ca.pem" 2>/dev/null
+run openssl req "${ec[@]}" -subj "/CN=localhost" -keyout "$pki/server.key" -out "$pki/server.csr" 2>/dev/null
+printf 'subjectAltName=DNS:localhost,IP:127.0.0.1\nextendedKeyUsage=serverAuth\n' >"$pki/server.ext"
+run openssl x509 -req -in "$pki/server.csr" -CA "$pki/ca.pem" -CAkey "$pki/ca.key" -CAcreateserial \
+  -days 1 -extfile "$pki/server.ext" -out "$pki/server.pem" 2>/dev/null
+# Each line NAME:HASH:ROLE[:PREFIX,...]; the hashes are salted SHA-512-crypt.
+{
+  echo "# made by scripts/demo.sh"
+  echo "noc:$(openssl passwd -6 noc-secret):read"
+  echo "ops:$(openssl passwd -6 ops-secret):write:/devices/dev1/interfaces,/devices/dev1/system"
+} >"$pki/users"
+printf '%s$ cat %s%s\n' "$dim" "$pki/users" "$reset"
+cat "$pki/users"
+
+say "Starting vekgnmid: TLS, the users file, a demo device of $interfaces interfaces changing $churn times a second"
+server=(./build/agent/vekgnmid --address "127.0.0.1:$port" --interfaces "$interfaces" --churn "$churn"
+        --tls-cert "$pki/server.pem" --tls-key "$pki/server.key" --users "$pki/users"
+        --audit-log "$pki/audit.log")
 show "${server[@]}"
 printf ' &%s\n' "$reset"
 "${server[@]}" >"$log" 2>&1 &
@@ -73,18 +98,35 @@ if ! grep -q 'serving gNMI' "$log"; then
 fi
 cat "$log"
 port=$(sed -n 's/.*(port \([0-9]*\)).*/\1/p' "$log" | head -n 1)
-cli=(./build/agent/vekgnmi --address "127.0.0.1:$port" --timeout 5s)
+cli=(./build/agent/vekgnmi --address "127.0.0.1:$port" --tls-ca "$pki/ca.pem" --timeout 5s)
+# vekgnmi takes the credentials from the environment (kept out of the
+# process list); `as USER PASSWORD` sets them for the commands that follow.
+as() {
+  export VEKGNMI_USERNAME=$1 VEKGNMI_PASSWORD=$2
+  printf '%s(as %s)%s\n' "$dim" "$1" "$reset"
+}
 
 eth1=/devices/dev1/interfaces[name=eth1]
 
+say "Without credentials the agent answers nothing but UNAUTHENTICATED"
+run "${cli[@]}" capabilities || true
+
 say "Capabilities: the gNMI version, the model and the encodings"
+as noc noc-secret
 run "${cli[@]}" capabilities
 
-say "Get one interface's configuration"
+say "Get one interface's configuration (noc may read everything)"
 run "${cli[@]}" get --type config --path "$eth1"
 
-say "Set its MTU and description in one request (applied all or nothing)"
+say "noc may not Set: its role is read"
+run "${cli[@]}" set --update "$eth1/mtu=9000" || true
+
+say "ops may: its MTU and description in one request (applied all or nothing)"
+as ops ops-secret
 run "${cli[@]}" set --update "$eth1/mtu=9000" --update "$eth1/description=\"uplink to core\""
+
+say "but only under its prefixes (/devices/dev1/interfaces and /devices/dev1/system)"
+run "${cli[@]}" set --update "/devices/dev1/routes[routesKey=10.0.0.0/31]/metric=5" || true
 
 say "Get them again"
 run "${cli[@]}" get --path "$eth1/mtu" --path "$eth1/description"
@@ -100,6 +142,9 @@ say "Subscribe (stream, on change) to every interface's counters and status for 
 run "${cli[@]}" subscribe --updates-only --stream-mode on-change \
   --path "/devices/dev1/interfaces[name=*]/counters/inPkts" \
   --path "/devices/dev1/interfaces[name=*]/operStatus" --duration "${seconds}s"
+
+say "The audit log: one line per Set, whoever sent it and however it ended"
+run cat "$pki/audit.log"
 
 say "Stopping vekgnmid (pid $server_pid)"
 kill -INT "$server_pid"

@@ -12,6 +12,7 @@ PACKAGES=(
   libfmt-dev libboost-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libyang2-dev libyang2-tools libyuma-base
+  libssl-dev libcrypt-dev openssl
 )
 
 missing=()

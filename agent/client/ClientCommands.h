@@ -1,6 +1,6 @@
-// vekgnmi, the command-line gNMI client: argument parsing and the four
-// commands (capabilities, get, set, subscribe). `runClient` is the whole
-// program minus process set-up, so tests run it in-process.
+// vekgnmi, the command-line gNMI client: the four commands (capabilities,
+// get, set, subscribe) over the options of ClientOptions.h. `runClient` is
+// the whole program minus process set-up, so tests run it in-process.
 #pragma once
 
 #include <atomic>
@@ -9,9 +9,6 @@
 #include <vector>
 
 namespace VekGnmi::Client {
-
-// The text that --help prints.
-std::string helpText();
 
 // Runs the client on `args` (without the program name), printing results to
 // `out` and diagnostics to `err`. Returns the exit code: 0 on success, 1 when

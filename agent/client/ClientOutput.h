@@ -23,8 +23,6 @@ nlohmann::json notificationJson(const gnmi::Notification& notification);
 nlohmann::json capabilitiesJson(const gnmi::CapabilityResponse& response);
 nlohmann::json setResponseJson(const gnmi::SetResponse& response);
 
-// The name of a status code: "NOT_FOUND".
-std::string statusCodeName(grpc::StatusCode code);
 // How a failed RPC is reported: "error: NOT_FOUND (5): <message>".
 std::string statusLine(const grpc::Status& status);
 

@@ -204,21 +204,7 @@ bool parseValue(std::string_view text, gnmi::Encoding encoding, gnmi::TypedValue
 
 bool parseUpdateArgument(std::string_view argument, gnmi::Encoding encoding, gnmi::Update& out,
                          std::string& error) {
-  size_t split = std::string_view::npos;
-  bool inKey = false;
-  for (size_t i = 0; i < argument.size(); ++i) {
-    const char c = argument[i];
-    if (c == '\\') {
-      ++i;
-    } else if (c == '[') {
-      inKey = true;
-    } else if (c == ']') {
-      inKey = false;
-    } else if (c == '=' && !inKey) {
-      split = i;
-      break;
-    }
-  }
+  const size_t split = findOutsidePath(argument, '=');
   if (split == std::string_view::npos) {
     error = fmt::format("'{}' is not PATH=VALUE", argument);
     return false;

@@ -147,4 +147,21 @@ void upgradeLegacyElements(gnmi::Path& path) {
 }
 #pragma GCC diagnostic pop
 
+size_t findOutsidePath(std::string_view text, char wanted, size_t from) {
+  bool inKey = false;
+  for (size_t i = from; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '\\') {
+      ++i;
+    } else if (c == '[') {
+      inKey = true;
+    } else if (c == ']') {
+      inKey = false;
+    } else if (!inKey && c == wanted) {
+      return i;
+    }
+  }
+  return std::string_view::npos;
+}
+
 }  // namespace VekGnmi

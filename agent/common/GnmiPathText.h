@@ -40,6 +40,12 @@ std::string pathString(const gnmi::Path& path);
 // `prefix` followed by `path` printed as one path (the elements of both).
 std::string joinedPathString(const gnmi::Path& prefix, const gnmi::Path& path);
 
+// The position in `text` of the first `wanted` character at or after `from`
+// that lies outside a key's brackets and is not escaped by a backslash
+// (path text followed by something else: "PATH=VALUE", a list of paths);
+// npos when there is none.
+size_t findOutsidePath(std::string_view text, char wanted, size_t from = 0);
+
 // The elements of a path given in the deprecated `element` field (plain
 // names), moved into `elem`, so that old clients' paths resolve like new ones.
 // Does nothing when `elem` is set already or `element` is empty.

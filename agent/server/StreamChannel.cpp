@@ -57,23 +57,28 @@ void StreamChannel::finishWhenDrained(grpc::Status status) {
 bool StreamChannel::abort(grpc::Status status) {
   queue_.close();
   std::unique_lock lock(mutex_);
-  if (finishIssued_ || detached_) return false;
+  if (finishIssued_ || cancelIssued_ || detached_) return false;
   finishWanted_ = std::move(status);
   if (!writing_) {
     next(lock);
     return true;
   }
-  // A write is outstanding and may never complete: finish now; the status
-  // follows the pending message on the wire.
-  finishIssued_ = true;
+  // A write is outstanding and may never complete: a Finish would wait
+  // behind it, so cancel with the status; the write then fails and
+  // `writeDone` issues the Finish.
+  cancelIssued_ = true;
   const grpc::Status finalStatus = *finishWanted_;
   lock.unlock();
-  withWriter([&](StreamWriter& writer) { writer.finish(finalStatus); });
+  withWriter([&](StreamWriter& writer) { writer.cancel(finalStatus); });
   return true;
 }
 
 void StreamChannel::cancelIfStillOpen() {
-  withWriter([](StreamWriter& writer) { writer.tryCancel(); });
+  std::unique_lock lock(mutex_);
+  const grpc::Status status =
+      finishWanted_ ? *finishWanted_ : grpc::Status(grpc::StatusCode::CANCELLED, "stream cancelled");
+  lock.unlock();
+  withWriter([&](StreamWriter& writer) { writer.cancel(status); });
 }
 
 StreamChannel::Clock::duration StreamChannel::writeBlockedFor() const {
@@ -83,7 +88,7 @@ StreamChannel::Clock::duration StreamChannel::writeBlockedFor() const {
 
 bool StreamChannel::ended() const {
   std::lock_guard lock(mutex_);
-  return finishIssued_ || detached_;
+  return finishIssued_ || cancelIssued_ || detached_;
 }
 
 void StreamChannel::writeDone(bool ok) {

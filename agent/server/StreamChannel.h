@@ -5,10 +5,15 @@
 // after Finish. The channel keeps that rule under its mutex: whoever turns
 // `writing_` from false to true (the event loop after queueing, or the
 // previous write's completion on a gRPC thread) starts the next write;
-// Finish is issued once, when no write is outstanding, except by `abort`,
-// which ends a stream whose write stays blocked (a subscriber that does not
-// read): it finishes with its status at once and, should the RPC still not
-// end, cancels it after a grace period.
+// Finish is issued once, when no write is outstanding.
+//
+// `abort` ends a stream at once. With no write outstanding it finishes with
+// its status. With a write outstanding (a subscriber that does not read: the
+// write waits for the client's flow-control window) a Finish would queue its
+// status behind the blocked data, where the client never sees it; so the
+// RPC is cancelled with the status instead, which gRPC sends in trailers
+// that overtake the blocked data, and the Finish that the callback API still
+// requires follows when the write completes (failed).
 //
 // The gRPC side is reached through `StreamWriter` (the reactor); it detaches
 // itself when the RPC is done, after which every call is a no-op. Calls into
@@ -33,9 +38,14 @@ namespace VekGnmi::Server {
 class StreamWriter {
  public:
   virtual ~StreamWriter();
+  // Sends `response` (serialised before the call returns); the completion
+  // comes back through `StreamChannel::writeDone`.
   virtual void startWrite(const gnmi::SubscribeResponse& response) = 0;
+  // Ends the RPC with `status` after the outstanding write, if any.
   virtual void finish(const grpc::Status& status) = 0;
-  virtual void tryCancel() = 0;
+  // Ends the RPC now, with `status` delivered to the client even past data
+  // its flow control holds back; an outstanding write then fails.
+  virtual void cancel(const grpc::Status& status) = 0;
 };
 
 class StreamChannel : public std::enable_shared_from_this<StreamChannel> {
@@ -54,11 +64,12 @@ class StreamChannel : public std::enable_shared_from_this<StreamChannel> {
   void kick();
   // Ends the stream with `status` once everything queued has been written.
   void finishWhenDrained(grpc::Status status);
-  // Ends the stream now: drops what is queued and finishes with `status`
-  // even while a write is outstanding. Returns false when it had ended.
+  // Ends the stream now: drops what is queued and ends the RPC with
+  // `status`, even while a write is outstanding (see above). Returns false
+  // when it had ended.
   bool abort(grpc::Status status);
-  // For a stream aborted while a write stayed blocked: cancels the RPC if it
-  // has not ended yet.
+  // For a stream aborted while a write stayed blocked: cancels the RPC (with
+  // the abort's status) if it has not ended yet.
   void cancelIfStillOpen();
 
   // How long the outstanding write has been waiting (zero when none).
@@ -91,6 +102,7 @@ class StreamChannel : public std::enable_shared_from_this<StreamChannel> {
   OutMessage inFlight_;
   std::optional<grpc::Status> finishWanted_;
   bool finishIssued_ = false;
+  bool cancelIssued_ = false;  // aborted while a write was outstanding
   std::function<void()> onRoomFreed_;
 };
 

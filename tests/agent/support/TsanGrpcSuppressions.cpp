@@ -1,6 +1,6 @@
 // ThreadSanitizer suppressions for the agent's tests that run gRPC.
 //
-// Debian's gRPC, abseil and protobuf libraries are not built with
+// Debian's gRPC, abseil, protobuf and OpenSSL libraries are not built with
 // ThreadSanitizer, so the synchronisation inside them (their mutexes,
 // atomics and completion queues) is invisible to it: every object handed
 // from one thread to another through gRPC (requests deserialised on one
@@ -25,6 +25,11 @@ extern "C" const char* __tsan_default_suppressions() {
          "race:libprotobuf.so\n"
          "race:libupb.so\n"
          "race:libcares.so\n"
+         // gRPC's TLS hands OpenSSL's record buffers between its threads.
+         "called_from_lib:libcrypto.so\n"
+         "called_from_lib:libssl.so\n"
+         "race:libcrypto.so\n"
+         "race:libssl.so\n"
          // The client's status text is written by gRPC's poller thread (in
          // uninstrumented code whose stack ends in libstdc++) and read by
          // the caller after the completion queue hands the call back.
