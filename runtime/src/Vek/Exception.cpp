@@ -2,7 +2,7 @@
 #include <fmt/format.h>
 
 #include "Vek/Exception.h"
-#include "Vek/GenericIf.h"
+#include "Vek/TypeDescriptor.h"
 
 namespace Vek {
 
