@@ -8,7 +8,7 @@ PACKAGES=(
   cmake ninja-build g++ clang-14 libclang-rt-14-dev pkg-config
   libprotobuf-dev protobuf-compiler
   libgrpc++-dev protobuf-compiler-grpc
-  libfmt-dev libboost-dev nlohmann-json3-dev
+  libfmt-dev libboost-dev libabsl-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
 

@@ -6,6 +6,8 @@
 #include <limits>
 #include <new>
 
+#include <absl/strings/escaping.h>
+
 #include "ThreadState.h"
 #include "ValueOps.h"
 #include "Vek/Entity.h"
@@ -140,29 +142,6 @@ bool parseBuiltin(std::string_view text, T& v) {
     const char* end = text.data() + text.size();
     auto [ptr, ec] = std::from_chars(text.data(), end, v);
     return ec == std::errc() && ptr == end && !text.empty();
-  }
-}
-
-const char BASE64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-void appendBase64(std::string_view bytes, std::string& out) {
-  size_t i = 0;
-  const auto at = [&](size_t k) { return static_cast<uint8_t>(bytes[k]); };
-  for (; i + 3 <= bytes.size(); i += 3) {
-    const uint32_t n = (at(i) << 16) | (at(i + 1) << 8) | at(i + 2);
-    for (int s = 18; s >= 0; s -= 6) out += BASE64[(n >> s) & 63];
-  }
-  if (i + 1 == bytes.size()) {
-    const uint32_t n = at(i) << 16;
-    out += BASE64[(n >> 18) & 63];
-    out += BASE64[(n >> 12) & 63];
-    out += "==";
-  } else if (i + 2 == bytes.size()) {
-    const uint32_t n = (at(i) << 16) | (at(i + 1) << 8);
-    out += BASE64[(n >> 18) & 63];
-    out += BASE64[(n >> 12) & 63];
-    out += BASE64[(n >> 6) & 63];
-    out += '=';
   }
 }
 
@@ -384,7 +363,7 @@ void appendJson(const VekTypeBase& t, const void* raw, std::string& out) {
       appendJsonString(v.stdString(), out);
     } else if constexpr (std::is_same_v<T, Bytes>) {
       out += '"';
-      appendBase64(v.view(), out);
+      out += absl::Base64Escape(absl::string_view(v.view().data(), v.view().size()));
       out += '"';
     } else if constexpr (std::is_same_v<T, char>) {
       appendJsonString(std::string_view(&v, 1), out);
