@@ -16,6 +16,14 @@ namespace {
 struct Registry {
   Zolt::Locking::Lock lock;
   std::vector<std::unique_ptr<Module>> modules;
+
+  // The module named `name`, or null; under `lock`.
+  Module* find(std::string_view name) const {
+    for (const auto& m : modules) {
+      if (m->name() == name) return m.get();
+    }
+    return nullptr;
+  }
 };
 // Never destroyed: descriptors must stay valid while static objects that
 // hold runtime values are destroyed at exit.
@@ -74,9 +82,7 @@ Module& Module::moduleNew(std::string name) {
   builtins();
   auto& reg = registry();
   std::lock_guard guard(reg.lock);
-  for (const auto& m : reg.modules) {
-    if (m->name() == name) ZOLT_FMASSERT(debug(), "Module", "module {} exists already", name);
-  }
+  if (reg.find(name)) ZOLT_FMASSERT(debug(), "Module", "module {} exists already", name);
   const auto index = static_cast<uint32_t>(reg.modules.size());
   reg.modules.push_back(std::unique_ptr<Module>(new Module(std::move(name), index)));
   return *reg.modules.back();
@@ -86,16 +92,11 @@ Module* Module::module(std::string_view name) {
   builtins();
   auto& reg = registry();
   std::lock_guard guard(reg.lock);
-  for (const auto& m : reg.modules) {
-    if (m->name() == name) return m.get();
-  }
-  return nullptr;
+  return reg.find(name);
 }
 
 VekTypeBase* Module::typeNew(std::string name, TypeKind kind) {
-  for (const auto& t : types_) {
-    if (t->name() == name) ZOLT_FMASSERT(debug(), "Module", "type {} exists already in {}", name, name_);
-  }
+  if (type(name)) ZOLT_FMASSERT(debug(), "Module", "type {} exists already in {}", name, name_);
   const auto index = static_cast<uint32_t>(types_.size());
   types_.push_back(std::unique_ptr<VekTypeBase>(new VekTypeBase(this, index, std::move(name), kind)));
   return types_.back().get();
