@@ -64,11 +64,7 @@ Entity::Entity(const VekTypeBase* type, String name)
     char* at = block + a.offset();
     switch (a.storage()) {
       case AttrStorage::Value:
-        if (a.defaultValue()) {
-          detail::copyConstruct(*a.type(), at, a.defaultValue()->voidPtr());
-        } else {
-          detail::construct(*a.type(), at);
-        }
+        detail::constructAttr(a, at);
         break;
       case AttrStorage::Ref:
         new (at) Ptr<GenericIf>();

@@ -155,16 +155,19 @@ void construct(const VekTypeBase& t, void* dst) {
       return;
     }
     forEachField(type, [&](const VekAttrBase& a) {
-      void* at = static_cast<char*>(dst) + a.offset();
-      if (a.defaultValue()) {
-        copyConstruct(*a.type(), at, a.defaultValue()->voidPtr());
-      } else {
-        construct(*a.type(), at);
-      }
+      constructAttr(a, static_cast<char*>(dst) + a.offset());
     });
     return;
   }
   visitBuiltin(type.storageCode(), [&]<typename T>(std::type_identity<T>) { new (dst) T(); });
+}
+
+void constructAttr(const VekAttrBase& attr, void* dst) {
+  if (attr.defaultValue()) {
+    copyConstruct(*attr.type(), dst, attr.defaultValue()->voidPtr());
+  } else {
+    construct(*attr.type(), dst);
+  }
 }
 
 void copyConstruct(const VekTypeBase& t, void* dst, const void* src) {
