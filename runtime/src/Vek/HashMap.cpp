@@ -4,17 +4,17 @@
 #include <new>
 #include <utility>
 
+#include "Align.h"
 #include "Vek/HashMap.h"
 
 namespace Vek {
 
 HashMap2018Generic::HashMap2018Generic(const HashMapOps& ops, float maxLoadFactor)
     : ops_(&ops), maxLoadFactor_(maxLoadFactor > 0.0f ? maxLoadFactor : 1.0f) {
-  const auto roundUp = [](size_t n, size_t a) { return (n + a - 1) / a * a; };
   nodeAlign_ = std::max({alignof(Node), ops.keyAlign, ops.valueAlign});
-  keyOffset_ = roundUp(sizeof(Node), ops.keyAlign);
-  valueOffset_ = roundUp(keyOffset_ + ops.keySize, ops.valueAlign);
-  nodeSize_ = roundUp(valueOffset_ + ops.valueSize, nodeAlign_);
+  keyOffset_ = detail::alignUp(sizeof(Node), ops.keyAlign);
+  valueOffset_ = detail::alignUp(keyOffset_ + ops.keySize, ops.valueAlign);
+  nodeSize_ = detail::alignUp(valueOffset_ + ops.valueSize, nodeAlign_);
 }
 
 HashMap2018Generic::HashMap2018Generic(HashMap2018Generic&& other) noexcept
@@ -52,7 +52,7 @@ constexpr size_t MAX_CHUNK_NODES = 1024;
 
 void HashMap2018Generic::addChunk(size_t nodes) {
   // The link to the previous chunk sits in a header as aligned as a node.
-  const size_t header = (sizeof(void*) + nodeAlign_ - 1) / nodeAlign_ * nodeAlign_;
+  const size_t header = detail::alignUp(sizeof(void*), nodeAlign_);
   auto* chunk = static_cast<char*>(::operator new(header + nodes * nodeSize_, std::align_val_t(nodeAlign_)));
   *reinterpret_cast<void**>(chunk) = chunks_;
   chunks_ = chunk;

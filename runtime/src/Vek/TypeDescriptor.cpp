@@ -1,5 +1,6 @@
 // Type and attribute descriptors: lookups of attributes and enumerators, and
 // the layout of a finished type.
+#include "Align.h"
 #include "ValueOps.h"
 #include "Vek/Collection.h"
 #include "Vek/Module.h"
@@ -114,12 +115,12 @@ void VekTypeBase::layOut() {
       ZOLT_FMASSERT(debug(), "TypeDef", "{}.{}: value types hold only scalars", qualifiedName(),
                     a->name());
     }
-    offset = (offset + alignment - 1) / alignment * alignment;
+    offset = detail::alignUp(offset, alignment);
     a->offset_ = offset;
     offset += size;
     align = std::max(align, alignment);
   }
-  offset = (offset + align - 1) / align * align;
+  offset = detail::alignUp(offset, align);
   if (isEntity()) {
     blockSize_ = offset;
   } else if (isValue()) {
