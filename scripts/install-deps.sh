@@ -9,7 +9,7 @@ PACKAGES=(
   libprotobuf-dev protobuf-compiler
   libgrpc++-dev protobuf-compiler-grpc
   libcli11-dev
-  libfmt-dev libboost-dev nlohmann-json3-dev
+  libfmt-dev libboost-dev libabsl-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libyang2-dev libyang2-tools libyuma-base
   libssl-dev libcrypt-dev openssl

@@ -55,40 +55,14 @@ OSTREL_EXPORT gnmi::Path pathToGnmiPath(const std::string& text);
 // not go through the tracing facility's fatal handler.
 OSTREL_EXPORT std::string extractGifPath(const std::string& gifPtrStrep);
 
-// Low-level parsers shared by `strToPath`. Each reads `text` from `cursor` and
-// leaves `cursor` on the character at which it stopped (the delimiter); the
-// caller steps over it.
-//
-// Backslash rule: with `unescape` true a backslash makes the next character
-// literal (never a delimiter); with `unescape` false the backslash is copied
-// and the next character is examined normally, so it protects nothing.
-
-// Reads one element into `elem` (name and keys). `buffer` is scratch space,
-// left empty on return. Stops on '/' or at the end of `text`.
-OSTREL_EXPORT void parseElem(const std::string& text, std::string& buffer, unsigned& cursor,
-                             gnmi::PathElem* elem, bool unescape);
-
-// Appends to `out` up to the first unescaped `delimiter`; fatal if the text
-// ends first.
-OSTREL_EXPORT void parseUntil(const std::string& text, std::string& out, unsigned& cursor,
-                              char delimiter, bool unescape);
-
-// Appends a key value to `out` up to its closing ']', keeping balanced
-// bracket pairs inside the value; fatal if the text ends first.
-OSTREL_EXPORT void parseValForKey(const std::string& text, std::string& out, unsigned& cursor,
-                                  bool unescape);
-
 // ---------------------------------------------------------------------------
 // Formatting
 
-// Prints the elements from index `start` on, each preceded by `sep` (except the
-// first when `leadingSep` is false). Keys print as "[k=v]"; several keys are
-// sorted by their formatted text. Returns "" when `start` >= the element count,
-// also with `leadingSep`: the empty path prints as "", not "/".
-OSTREL_EXPORT std::string pathToStrImpl(const gnmi::Path& path, int start, bool leadingSep,
-                                        const char* sep);
-
-// `pathToStrImpl` with separator "/": {a[x=1][y=2], b} prints "/a[x=1][y=2]/b".
+// Prints the elements from index `start` on, each preceded by '/' (except the
+// first when `leadingSep` is false): {a[x=1][y=2], b} prints "/a[x=1][y=2]/b".
+// Keys print as "[k=v]"; several keys are sorted by their formatted text.
+// Returns "" when `start` >= the element count, also with `leadingSep`: the
+// empty path prints as "", not "/".
 OSTREL_EXPORT std::string pathToStr(const gnmi::Path& path, int start = 0,
                                     bool leadingSep = true);
 

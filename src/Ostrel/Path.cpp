@@ -8,6 +8,7 @@
 
 #include <Zolt/Zolt.h>
 
+#include "internal/PathText.h"
 #include "internal/PlainAssert.h"
 
 namespace Ostrel {

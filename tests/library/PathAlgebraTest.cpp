@@ -8,6 +8,7 @@
 #include <Ostrel/Path.h>
 
 #include "FatalCatcher.h"
+#include "internal/PathText.h"
 
 namespace {
 

@@ -12,6 +12,7 @@
 #include <Ostrel/Path.h>
 
 #include "FatalCatcher.h"
+#include "internal/PathText.h"
 
 namespace {
 

@@ -169,6 +169,20 @@ TEST(VekEntity, JsonOfOtherAttributesIsRendered) {
   EXPECT_EQ(intf.attr("status").genericIfGnmiJsonStrep(tree.eth0), R"("up")");
 }
 
+TEST(VekEntity, JsonOfBytesIsPaddedStandardBase64) {
+  auto tree = buildTree();
+  const VekAttr blob = types().scalars->attr("blob");
+  EXPECT_EQ(blob.genericIfGnmiJsonStrep(tree.scalars), R"("AQL/")");
+  tree.scalars->valueIs("blob", Bytes(std::string_view("\xfb", 1)));
+  EXPECT_EQ(blob.genericIfGnmiJsonStrep(tree.scalars), R"("+w==")");
+  tree.scalars->valueIs("blob", Bytes(std::string_view("\xfb\xff", 2)));
+  EXPECT_EQ(blob.genericIfGnmiJsonStrep(tree.scalars), R"("+/8=")");
+  tree.scalars->valueIs("blob", Bytes(std::string_view("\x00\x01\xfe\xff", 4)));
+  EXPECT_EQ(blob.genericIfGnmiJsonStrep(tree.scalars), R"("AAH+/w==")");
+  tree.scalars->valueIs("blob", Bytes());
+  EXPECT_EQ(blob.genericIfGnmiJsonStrep(tree.scalars), R"("")");
+}
+
 TEST(VekEntity, TreeIsFreedWithItsRoot) {
   const int64_t before = Entity::allocTrackInfo().liveObjects();
   const int64_t valuesBefore = types().counters->allocTrack().liveObjects();

@@ -73,11 +73,11 @@ class VEK_EXPORT Collection : public PtrInterface {
   void ownerGone();
 
  private:
-  // Takes or drops what the collection holds of one key or member.
-  void holdKey(const GenericIf* key);
-  void dropKey(const GenericIf* key);
-  void holdMember(GenericIf* member);
-  void dropMember(GenericIf* member);
+  // Takes or drops what the collection holds of one key or member: a plain
+  // reference, recorded with the entity it names (entity keys, pointer
+  // members), or a counted one.
+  void hold(const GenericIf* object, bool plainReference);
+  void drop(const GenericIf* object, bool plainReference);
 
   Entity* owner_;
   const VekAttrBase* attr_;

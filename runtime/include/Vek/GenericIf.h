@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "Vek/Type.h"
+#include "Vek/TypeDescriptor.h"
 
 namespace Vek {
 

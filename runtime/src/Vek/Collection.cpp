@@ -35,35 +35,19 @@ Collection::~Collection() {
   collectionTrack.trackDeallocation(sizeof(Collection));
 }
 
-void Collection::holdKey(const GenericIf* key) {
-  if (entityKeyed_) {
-    Entity::referenceAdded(const_cast<GenericIf*>(key), *owner_, *attr_);
+void Collection::hold(const GenericIf* object, bool plainReference) {
+  if (plainReference) {
+    Entity::referenceAdded(const_cast<GenericIf*>(object), *owner_, *attr_);
   } else {
-    key->newRef();
+    object->newRef();
   }
 }
 
-void Collection::dropKey(const GenericIf* key) {
-  if (entityKeyed_) {
-    if (owner_) Entity::referenceRemoved(const_cast<GenericIf*>(key), *owner_, *attr_);
+void Collection::drop(const GenericIf* object, bool plainReference) {
+  if (plainReference) {
+    if (owner_) Entity::referenceRemoved(const_cast<GenericIf*>(object), *owner_, *attr_);
   } else {
-    key->deleteRef();
-  }
-}
-
-void Collection::holdMember(GenericIf* member) {
-  if (pointerMembers_) {
-    Entity::referenceAdded(member, *owner_, *attr_);
-  } else {
-    member->newRef();
-  }
-}
-
-void Collection::dropMember(GenericIf* member) {
-  if (pointerMembers_) {
-    if (owner_) Entity::referenceRemoved(member, *owner_, *attr_);
-  } else {
-    member->deleteRef();
+    object->deleteRef();
   }
 }
 
@@ -82,9 +66,9 @@ std::pair<const GenericIf*, Ptr<GenericIf>> Collection::put(const GenericIf* key
   auto it = members_.find(key);
   if (it != members_.end()) {
     Ptr<GenericIf> previous(it->second);
-    holdMember(member);
+    hold(member, pointerMembers_);
     it->second = member;
-    dropMember(previous);
+    drop(previous, pointerMembers_);
     return {it->first, std::move(previous)};
   }
   // Value keys are stored as private immutable copies, so a caller's later
@@ -94,9 +78,9 @@ std::pair<const GenericIf*, Ptr<GenericIf>> Collection::put(const GenericIf* key
   if (!entityKeyed_) {
     stored = detail::valueNew(*key->type(), key->voidPtr()).release();
   } else {
-    holdKey(stored);
+    hold(stored, entityKeyed_);
   }
-  holdMember(member);
+  hold(member, pointerMembers_);
   members_.emplace(stored, member);
   return {stored, nullptr};
 }
@@ -109,8 +93,8 @@ std::pair<Ptr<GenericIf const>, Ptr<GenericIf>> Collection::erase(const GenericI
   const GenericIf* stored = it->first;
   GenericIf* member = it->second;
   members_.erase(it);
-  dropMember(member);
-  dropKey(stored);
+  drop(member, pointerMembers_);
+  drop(stored, entityKeyed_);
   return result;
 }
 
@@ -119,8 +103,8 @@ void Collection::clear() {
   Map gone;
   gone.swap(members_);
   for (auto& [key, member] : gone) {
-    dropMember(member);
-    dropKey(key);
+    drop(member, pointerMembers_);
+    drop(key, entityKeyed_);
   }
 }
 

@@ -1,5 +1,5 @@
 // Entities, their ownership tree, plain references between them and change
-// reporting; directories.
+// reporting. Directories are in Dir.cpp.
 #include <unordered_map>
 
 #include <boost/container/small_vector.hpp>
@@ -64,11 +64,7 @@ Entity::Entity(const VekTypeBase* type, String name)
     char* at = block + a.offset();
     switch (a.storage()) {
       case AttrStorage::Value:
-        if (a.defaultValue()) {
-          detail::copyConstruct(*a.type(), at, a.defaultValue()->voidPtr());
-        } else {
-          detail::construct(*a.type(), at);
-        }
+        detail::constructAttr(a, at);
         break;
       case AttrStorage::Ref:
         new (at) Ptr<GenericIf>();
@@ -474,31 +470,5 @@ void Entity::handleZeroRef() {
   if (references() != 0) return;  // a notifiee kept the entity
   delete this;
 }
-
-// ---------------------------------------------------------------- directories
-
-VekAttr Dir::entityPtrAttr() { return dirType()->attr("entityPtr"); }
-
-Ptr<Dir> Dir::rootNew(String name) { return static_cast<Dir*>(make(dirType().base(), std::move(name))); }
-
-Ptr<Dir> Dir::dirNew(String name) {
-  return static_cast<Dir*>(childNew(dirType(), std::move(name)).ptr());
-}
-
-Ptr<Entity> Dir::childNew(VekType type, String name) {
-  return entityNew(entityPtrAttr(), genericIfOf(name), type);
-}
-
-Ptr<Entity> Dir::child(const String& name) const { return entity(entityPtrAttr(), genericIfOf(name)); }
-
-Ptr<Dir::Entry> Dir::entryNew(String name, Entity* target) {
-  Ptr<Entity> e = childNew(Entry::entryType(), std::move(name));
-  e->pointerIs("entity", target);
-  return static_cast<Entry*>(e.ptr());
-}
-
-bool Dir::childDel(const String& name) { return entityDel(entityPtrAttr(), genericIfOf(name)); }
-
-Ptr<Entity> Dir::Entry::target() const { return entity("entity"); }
 
 }  // namespace Vek

@@ -30,7 +30,7 @@ struct AllocTrackThreadState {
 };
 
 // Access to the private counters of `AllocTrackTypeInfo` for the per-thread
-// tables, which are defined in Support.cpp.
+// tables, which are defined in AllocTrack.cpp.
 struct AllocTrackThreadAccess {
   static constexpr size_t CHUNK = 256;
   static constexpr size_t CHUNKS = 256;

@@ -6,6 +6,8 @@
 #include <limits>
 #include <new>
 
+#include <absl/strings/escaping.h>
+
 #include "ThreadState.h"
 #include "ValueOps.h"
 #include "Vek/Entity.h"
@@ -143,29 +145,6 @@ bool parseBuiltin(std::string_view text, T& v) {
   }
 }
 
-const char BASE64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-void appendBase64(std::string_view bytes, std::string& out) {
-  size_t i = 0;
-  const auto at = [&](size_t k) { return static_cast<uint8_t>(bytes[k]); };
-  for (; i + 3 <= bytes.size(); i += 3) {
-    const uint32_t n = (at(i) << 16) | (at(i + 1) << 8) | at(i + 2);
-    for (int s = 18; s >= 0; s -= 6) out += BASE64[(n >> s) & 63];
-  }
-  if (i + 1 == bytes.size()) {
-    const uint32_t n = at(i) << 16;
-    out += BASE64[(n >> 18) & 63];
-    out += BASE64[(n >> 12) & 63];
-    out += "==";
-  } else if (i + 2 == bytes.size()) {
-    const uint32_t n = (at(i) << 16) | (at(i + 1) << 8);
-    out += BASE64[(n >> 18) & 63];
-    out += BASE64[(n >> 12) & 63];
-    out += BASE64[(n >> 6) & 63];
-    out += '=';
-  }
-}
-
 }  // namespace
 
 void construct(const VekTypeBase& t, void* dst) {
@@ -176,16 +155,19 @@ void construct(const VekTypeBase& t, void* dst) {
       return;
     }
     forEachField(type, [&](const VekAttrBase& a) {
-      void* at = static_cast<char*>(dst) + a.offset();
-      if (a.defaultValue()) {
-        copyConstruct(*a.type(), at, a.defaultValue()->voidPtr());
-      } else {
-        construct(*a.type(), at);
-      }
+      constructAttr(a, static_cast<char*>(dst) + a.offset());
     });
     return;
   }
   visitBuiltin(type.storageCode(), [&]<typename T>(std::type_identity<T>) { new (dst) T(); });
+}
+
+void constructAttr(const VekAttrBase& attr, void* dst) {
+  if (attr.defaultValue()) {
+    copyConstruct(*attr.type(), dst, attr.defaultValue()->voidPtr());
+  } else {
+    construct(*attr.type(), dst);
+  }
 }
 
 void copyConstruct(const VekTypeBase& t, void* dst, const void* src) {
@@ -384,7 +366,7 @@ void appendJson(const VekTypeBase& t, const void* raw, std::string& out) {
       appendJsonString(v.stdString(), out);
     } else if constexpr (std::is_same_v<T, Bytes>) {
       out += '"';
-      appendBase64(v.view(), out);
+      out += absl::Base64Escape(absl::string_view(v.view().data(), v.view().size()));
       out += '"';
     } else if constexpr (std::is_same_v<T, char>) {
       appendJsonString(std::string_view(&v, 1), out);

@@ -34,6 +34,9 @@ const char* builtinName(BuiltinCode code);
 // arguments of construct/copyConstruct are raw memory of the type's size and
 // alignment; everything else takes live representations.
 void construct(const VekTypeBase& type, void* dst);
+// Constructs the scalar attribute `attr` in `dst`: a copy of its default
+// value, or its type's default when it declares none.
+void constructAttr(const VekAttrBase& attr, void* dst);
 void copyConstruct(const VekTypeBase& type, void* dst, const void* src);
 void assign(const VekTypeBase& type, void* dst, const void* src);
 void destroy(const VekTypeBase& type, void* dst);

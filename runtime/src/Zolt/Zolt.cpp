@@ -88,6 +88,18 @@ void defaultSink(const TraceRecord& record) {
   std::fflush(stderr);
 }
 
+// Hands `record` to the installed sink, or to the default one, under the
+// sink's lock.
+void deliver(const TraceRecord& record) {
+  Output& out = output();
+  std::lock_guard<std::mutex> guard(out.mutex);
+  if (out.sink) {
+    out.sink(record);
+  } else {
+    defaultSink(record);
+  }
+}
+
 [[noreturn]] void defaultFatalHandler(const FatalError&) { std::abort(); }
 
 // Reads ZOLT_TRACE when the runtime library loads.
@@ -184,30 +196,14 @@ namespace detail {
 
 void emit(const Debuggable& handle, unsigned level, const char* file, const char* function,
           unsigned line, const char* component, std::string_view message) {
-  TraceRecord record{std::chrono::system_clock::now(), &handle, level, file, function,
-                     line, component, message, false};
-  Output& out = output();
-  std::lock_guard<std::mutex> guard(out.mutex);
-  if (out.sink) {
-    out.sink(record);
-  } else {
-    defaultSink(record);
-  }
+  deliver(TraceRecord{std::chrono::system_clock::now(), &handle, level, file, function, line,
+                      component, message, false});
 }
 
 void fatal(const Debuggable& handle, const char* file, const char* function, unsigned line,
            const char* component, std::string message) {
-  {
-    TraceRecord record{std::chrono::system_clock::now(), &handle, 0, file, function,
-                       line, component, message, true};
-    Output& out = output();
-    std::lock_guard<std::mutex> guard(out.mutex);
-    if (out.sink) {
-      out.sink(record);
-    } else {
-      defaultSink(record);
-    }
-  }
+  deliver(TraceRecord{std::chrono::system_clock::now(), &handle, 0, file, function, line,
+                      component, message, true});
   FatalHandler handler = fatalHandler.load();
   FatalError error{handle.name(), file, function, line, component, std::move(message)};
   if (handler != nullptr) {

@@ -1,26 +1,15 @@
-// Type and attribute descriptors (`VekTypeBase`, `VekAttrBase`), their handles
-// (`VekType`, `VekAttr`), modules, and the definition API (`TypeDef`,
-// `AttrDef`) with which a model is declared in C++ or built by a loader.
-//
-// A model in a few lines:
-//
-//   Vek::Module& m = Vek::Module::moduleNew("Net");
-//   Vek::VekType status = m.enumType("Status", Vek::builtinType<int>())
-//                             .enumerator("up", 1).enumerator("down", 2).done();
-//   Vek::VekType counters = m.valueType("Counters")
-//                               .scalar("inPkts", Vek::builtinType<unsigned long long>())
-//                               .scalar("outPkts", Vek::builtinType<unsigned long long>())
-//                               .done();
-//   Vek::TypeDef intf = m.entityType("Interface");
-//   intf.scalar("mtu", Vek::builtinType<unsigned>(), "1500")
-//       .scalar("status", status).scalar("counters", counters)
-//       .pointer("peer", intf.type());
-//   intf.done();
-//
-// Descriptors live until the process exits; handles are plain pointers.
+// Type and attribute descriptors: `VekTypeBase` and `VekAttrBase`, the
+// read-only description of every type of a model (its kind, flags, attributes
+// in declaration order, text form and layout) and of every attribute (its
+// member and key types, flags, default, check and place in its owner).
+// Descriptors are made by the type builder (Vek/TypeDef.h) of a module
+// (Vek/Module.h), are immutable once the type is finished, and live until the
+// process exits; code holds them through the handles of Vek/TypeHandle.h.
 #pragma once
 
 #include <concepts>
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -28,27 +17,16 @@
 #include <unordered_map>
 #include <vector>
 
-#include <boost/container/small_vector.hpp>
-
 #include "Vek/AllocTrack.h"
 #include "Vek/Basics.h"
 #include "Vek/Exception.h"
 #include "Vek/Ptr.h"
+#include "Vek/TypeHandle.h"
 
 namespace Vek {
 
-class GenericIf;
-class CollectionIterator;
 class Module;
 class TypeDef;
-class VekAttrBase;
-class VekTypeBase;
-
-// Constructor arguments of a value type, in constructor-parameter order.
-using GenericIfArgs = boost::container::small_vector<Ptr<GenericIf const>, 8>;
-
-// Comparison operations of `VekType::genericIfBooleanOp`.
-enum class AttrOp : uint8_t { Equal, NotEqual, Less, LessEqual, Greater, GreaterEqual };
 
 // Refuses a write with a message (returned non-empty) or accepts it (empty).
 // `owner` is the object written to, `key` the collection key (null for other
@@ -59,104 +37,6 @@ using AttrCheck =
 using TextFormatter = std::function<std::string(const GenericIf& value)>;
 // Parses text into `value` (a default value of the type); false refuses it.
 using TextParser = std::function<bool(std::string_view text, GenericIf& value)>;
-
-// A handle on an attribute descriptor (null or an attribute of some type).
-class VEK_EXPORT VekAttr {
- public:
-  VekAttr() = default;
-  VekAttr(const VekAttrBase* base) : base_(base) {}  // NOLINT
-  const VekAttrBase* operator->() const { return base_; }
-  const VekAttrBase& operator*() const { return *base_; }
-  const VekAttrBase* base() const { return base_; }
-  explicit operator bool() const { return base_ != nullptr; }
-  friend bool operator==(VekAttr a, VekAttr b) { return a.base_ == b.base_; }
-
-  // The value of this attribute of `gif`; for a collection the member at
-  // `key`. Null when there is none (an unset pointer or child, a missing
-  // member). A scalar is returned as a copy of its current value.
-  Ptr<GenericIf const> genericIfGet(const GenericIf* gif, const GenericIf* key = nullptr) const;
-  // Whether `genericIfGet` would return a value.
-  bool genericIfExist(const GenericIf* gif, const GenericIf* key = nullptr) const;
-  // Stores `value` (copied for scalars; the entity itself for pointers) into
-  // this attribute of `gif`, at `key` for a collection (inserting or
-  // replacing the member). A null value clears a pointer; a pointer to an
-  // entity that has left the model (`Entity::isOrphan`) is refused. Throws a
-  // `Vek::Exception` when the attribute's check, its read-only flag or the
-  // value's type refuses the write; `gif` is then unchanged.
-  void genericIfSet(GenericIf* gif, const GenericIf* key, const GenericIf* value) const;
-  // Removes the member at `key` of a collection; returns whether there was
-  // one. Owned entities removed this way become orphans.
-  bool genericIfErase(GenericIf* gif, const GenericIf* key) const;
-  // An iterator over the members of a collection or array of `gif`, in
-  // ascending key order (see `CollectionIterator` for mutation).
-  CollectionIterator genericIfIteratorConst(const GenericIf* gif) const;
-  // The value of this attribute of `gif` as JSON text: an attribute flagged
-  // as JSON text (`hasGnmiJsonStrep`) holds its JSON text already and is
-  // returned as is; any other value is rendered (strings quoted and escaped,
-  // objects for values and collections, arrays for arrays, path text for
-  // entities).
-  std::string genericIfGnmiJsonStrep(const GenericIf* gif) const;
-
- private:
-  const VekAttrBase* base_ = nullptr;
-};
-
-// A handle on a type descriptor. Two handles are equal when they name the
-// same type (same module and index).
-class VEK_EXPORT VekType {
- public:
-  VekType() = default;
-  VekType(const VekTypeBase* base) : base_(base) {}  // NOLINT
-  const VekTypeBase* operator->() const { return base_; }
-  const VekTypeBase& operator*() const { return *base_; }
-  const VekTypeBase* base() const { return base_; }
-  explicit operator bool() const { return base_ != nullptr; }
-  friend bool operator==(VekType a, VekType b) { return a.base_ == b.base_; }
-
-  // The handle of a runtime object (an entity is its own handle); null for
-  // null or for objects without one.
-  static Ptr<GenericIf const> genericIf(const PtrInterface* obj);
-  // A mutable handle of `obj`. With `checkType`, an object of another type
-  // throws `TypeMismatchException`.
-  Ptr<GenericIf> genericIf(PtrInterface* obj, bool checkType) const;
-  // A new value of this type parsed from `text` (the type's own text form
-  // when it has one). Text that does not parse throws `ParseException` when
-  // `throwOnError`, else gives null.
-  Ptr<GenericIf> genericIf(const String& text, bool throwOnError) const;
-  Ptr<GenericIf> genericIf(const char* text, bool throwOnError) const {
-    return genericIf(String(text), throwOnError);
-  }
-  // A handle of the value of this type at `raw`: a new independent copy when
-  // `copy`, else a view that the caller keeps alive longer than the handle.
-  // For entity types `raw` is the entity (as `PtrInterface*`).
-  Ptr<GenericIf> genericIf(const void* raw, bool copy) const;
-  // A new value built from constructor arguments: `args[i]` initialises the
-  // i-th constructor parameter, every other attribute takes its default.
-  // Arguments of the wrong type throw `TypeMismatchException`.
-  Ptr<GenericIf> genericIf(const GenericIfArgs& args) const;
-  // A new default value of this type.
-  Ptr<GenericIf> genericIfDefault() const;
-
-  // Compares two values of the same type; values of different types are
-  // only NotEqual.
-  static bool genericIfBooleanOp(const GenericIf* a, AttrOp op, const GenericIf* b);
-
- private:
-  const VekTypeBase* base_ = nullptr;
-};
-
-// The builtin type of a code (null for unknown codes), and by C++ type.
-VEK_EXPORT VekType builtinType(BuiltinCode code);
-template <typename T>
-VekType builtinType() {
-  static_assert(builtinCodeOf<T>() != BuiltinCode::None, "not a builtin type");
-  return builtinType(builtinCodeOf<T>());
-}
-// `Vek::Entity`: the member or target type that admits every entity type.
-VEK_EXPORT VekType entityBaseType();
-// The collection-control type: attributes of it belong to the runtime's
-// bookkeeping of a collection and are not data.
-VEK_EXPORT VekType collectionControlType();
 
 // How an attribute is stored in its owner. Derived from the flags and type:
 // a scalar value in place (Value), an owned child entity or the value handle
@@ -385,112 +265,6 @@ class VEK_EXPORT VekTypeBase::AttributeQIterator {
  private:
   const VekTypeBase* type_ = nullptr;
   size_t position_ = 0;
-};
-
-// Everything that defines one attribute; a loader fills it from a schema.
-struct AttrDef {
-  std::string name;
-  VekType type;                // member, target or element type
-  uint32_t flags = 0;          // AttrFlag bits
-  VekType indexType;           // key type of a collection
-  std::string keyAttrName;     // the members' key attribute, if declared
-  std::string defaultText;     // default of a scalar, in the type's text form
-  int64_t enumValue = 0;       // value of an enumerator
-  AttrCheck check;             // refuses writes; empty accepts all
-};
-
-// Builds one type. Obtained from `Module`; the type exists from the start
-// (`type()`, for self-references) and is laid out by `done()`. Modifiers
-// without an attribute name apply to the last attribute added.
-class VEK_EXPORT TypeDef {
- public:
-  VekType type() const { return type_; }
-
-  // Adds an attribute. Every property is in `def`.
-  TypeDef& attr(AttrDef def);
-  // A builtin, enumeration or value attribute, with an optional default.
-  TypeDef& scalar(std::string name, VekType type, std::string defaultText = {});
-  // A pointer to an entity of `target` (or any entity: `entityBaseType()`).
-  TypeDef& pointer(std::string name, VekType target);
-  // An instantiating singleton: an owned child entity of `entityType`.
-  TypeDef& child(std::string name, VekType entityType);
-  // A keyed collection. `memberFlags` selects the member kind: 0 for values,
-  // AttrFlag::POINTER for pointers, AttrFlag::INSTANTIATING for owned
-  // entities; AttrFlag::STACK may be added.
-  TypeDef& collection(std::string name, VekType key, VekType member, uint32_t memberFlags = 0);
-  // An array of scalars, indexed from 0 (published as a leaf list).
-  TypeDef& array(std::string name, VekType element);
-  // An attribute of the collection-control type.
-  TypeDef& collectionControl(std::string name);
-  // An enumerator of an enumeration.
-  TypeDef& enumerator(std::string name, int64_t value);
-
-  // On the last attribute:
-  TypeDef& check(AttrCheck check);
-  TypeDef& keyAttr(std::string name);
-  TypeDef& jsonText();
-  TypeDef& readOnly();
-  TypeDef& attrFlagsIs(uint32_t flags);  // replaces the flags
-
-  // On the type:
-  TypeDef& flagsIs(uint32_t flags);
-  // Marks the type a wrapper of its attribute `attrName` (its value attribute).
-  TypeDef& wrapperOf(std::string_view attrName);
-  TypeDef& valAttr(std::string_view attrName);
-  TypeDef& constructorParams(const std::vector<std::string>& names);
-  TypeDef& gnmiText(TextFormatter formatter, TextParser parser);
-
-  // Lays the type out and returns it. Later calls on this builder are fatal.
-  VekType done();
-
- private:
-  friend class Module;
-  explicit TypeDef(VekTypeBase* type) : type_(type) {}
-  VekAttrBase& last();
-  VekAttr named(std::string_view attrName) const;
-  VekTypeBase* type_;
-};
-
-// A named group of types. The module of the builtin types is "Vek" (index
-// 0); modules are created once and live until the process exits.
-class VEK_EXPORT Module {
- public:
-  Module(const Module&) = delete;
-  Module& operator=(const Module&) = delete;
-
-  // Creates the module `name`; a second module of one name is fatal.
-  static Module& moduleNew(std::string name);
-  // The module named `name`, or null.
-  static Module* module(std::string_view name);
-  static Module& builtins();
-
-  const std::string& name() const { return name_; }
-  uint32_t index() const { return index_; }
-
-  TypeDef entityType(std::string name);
-  // An entity type with the type flags `flags` from the start (before its
-  // name attribute is made: see `TypeFlag::NAME_NOT_DATA`).
-  TypeDef entityType(std::string name, uint32_t flags);
-  TypeDef valueType(std::string name);
-  // An enumeration over one of the six integer builtins up to int (codes 1
-  // to 6); any other underlying type is fatal.
-  TypeDef enumType(std::string name, VekType underlying);
-  // A type that aliases `target`, with its own flags.
-  VekType aliasType(std::string name, VekType target, uint32_t flags = 0);
-
-  // Types in creation order; by name (null when unknown).
-  size_t typeCount() const;
-  VekType type(uint32_t index) const;
-  VekType type(std::string_view name) const;
-
- private:
-  friend class VekTypeBase;
-  Module(std::string name, uint32_t index) : name_(std::move(name)), index_(index) {}
-  VekTypeBase* typeNew(std::string name, TypeKind kind);
-
-  std::string name_;
-  uint32_t index_;
-  std::vector<std::unique_ptr<VekTypeBase>> types_;
 };
 
 }  // namespace Vek
