@@ -20,6 +20,10 @@
 // constructor parameters first; Update: on a private copy of the current
 // value). `EntityNode::commit` writes the first level into the entity. No
 // entity is touched before the commit.
+//
+// Sources, one job each: ElemResolution.cpp (`getDataElem`, `getElemInDir`),
+// ValueConversion.cpp (`gnmiToVekValue`), AttrTree.cpp (the nodes),
+// AttrQueue.cpp (a composite's children), NodePool.cpp (the nodes' memory).
 #pragma once
 
 #include <cstdint>
