@@ -71,6 +71,14 @@ OSTREL_EXPORT std::optional<Timestamp> lookupCollectionKeyTs(const GifGnmiNotifi
                                                              const char* attrName,
                                                              const Vek::Ptr<Vek::GenericIf const>& key);
 
+// The same two lookups for an attribute given by its descriptor, which must
+// be an attribute of the notifiee's entity's type: a walker holds the
+// attribute already and spares the lookup by name for every member.
+OSTREL_EXPORT std::optional<Timestamp> lookupAttrTs(const GifGnmiNotifiee* notifiee,
+                                                    const Vek::VekAttr& attr);
+OSTREL_EXPORT std::optional<Timestamp> lookupCollectionKeyTs(const GifGnmiNotifiee* notifiee,
+                                                             const Vek::VekAttr& attr,
+                                                             const Vek::Ptr<Vek::GenericIf const>& key);
 // The same, for callers that require a time: a missing one is fatal
 // ("unable to retrieve timestamp for attr <name>" / "... for attr <name>, key
 // <key text>").

@@ -74,6 +74,9 @@ namespace Ostrel {
 
 class FullVekTypeWalker;
 class GifGnmiNotifiee;
+namespace WalkPlan {
+struct Step;
+}
 
 // The (sync id, walk id) pair the agent passes in and gets back; prints as
 // "sync:walk".
@@ -146,7 +149,10 @@ class OSTREL_EXPORT FullVekTypeWalker {
   WalkResult walk(VekKey* key = nullptr);
 
   // Syncs an owned entity as a walk of its own at `path`, within this sync.
-  virtual WalkResult handleInstantiating(const Vek::Ptr<Vek::GenericIf const>& gif, gnmi::Path path,
+  // `path` is lent to the entity's walker and given back when it returns,
+  // unless that walker paused and took it to the walk queue (`path` is then
+  // left empty): the walk of a collection keys one path for every member.
+  virtual WalkResult handleInstantiating(const Vek::Ptr<Vek::GenericIf const>& gif, gnmi::Path& path,
                                          Timestamp timestamp, VekKey* key);
   // Hands `msg` to the router and applies the time slice: Done, RouterFull
   // (refused) or QuantaExceeded (the slice is spent, tested after the push).
@@ -259,13 +265,26 @@ class OSTREL_EXPORT FullVekTypeWalker {
   WalkerFlags flags() const { return flags_; }
 
  private:
-  // One collection or array attribute, from the saved member on.
+  // What the walk of one collection reuses from member to member.
+  struct MemberWalk;
+
+  // `syncObjectInternal` with `prefix` lent, as to `handleInstantiating`;
+  // `leaf`, when given, is an empty path whose memory the entity's walker
+  // uses for its leaf path and gives back.
+  static WalkResult syncEntity(const Vek::PtrInterface* obj, gnmi::Path& prefix, BaseRouter& router,
+                               SyncWalkId ids, WalkerFlags flags, Timestamp timeStampToUse, VekKey* key,
+                               gnmi::Path* leaf = nullptr);
+  // One collection attribute, from the saved member on.
   WalkResult walkCollection(const Vek::VekAttr& attr, const GifGnmiNotifiee* notifiee);
-  // One member of a collection.
-  WalkResult walkMember(const Vek::VekAttr& attr, const Vek::Ptr<Vek::GenericIf const>& keyGif,
+  // One member of the collection of `members`.
+  WalkResult walkMember(MemberWalk& members, const Vek::Ptr<Vek::GenericIf const>& keyGif,
                         const Vek::Ptr<Vek::GenericIf const>& member, const GifGnmiNotifiee* notifiee);
-  // One attribute that is not a collection.
-  WalkResult walkSingle(const Vek::VekAttr& attr, const GifGnmiNotifiee* notifiee);
+  // One attribute that is not a collection, as its plan step says.
+  WalkResult walkSingle(const WalkPlan::Step& step, const GifGnmiNotifiee* notifiee);
+  // The notification of `createResponse`, without a new handle on the
+  // message; `fresh` (when given) is set when the notification is new.
+  gnmi::Notification* notificationIn(ArenaRespMsgPtr& msg, Timestamp timestamp,
+                                     bool* fresh = nullptr) const;
   // Moves this walker's state to the heap and queues it.
   void pause();
   // `setUpWalk`, returning the notifiee it found or made.
@@ -294,6 +313,9 @@ class OSTREL_EXPORT FullVekTypeWalker {
   // The notifiee of an entity walker's prefix, when the sync that built the
   // walker found it; looked up again after a pause (it may have changed).
   GifGnmiNotifiee* notifiee_ = nullptr;
+  // The leaf path lent to the walkers of this walker's owned entities, one
+  // after another, so that they do not each build one of their own.
+  gnmi::Path childLeaf_;
 };
 
 // Publishes one change of one attribute of a published entity, at once:

@@ -10,6 +10,7 @@
 #include <Zolt/Zolt.h>
 #include <gnmi/gnmi.pb.h>
 
+#include "Ostrel/Export.h"
 #include "Ostrel/Types.h"
 #include "Ostrel/VekKey.h"
 
@@ -49,14 +50,12 @@ inline bool isDirectoryCollection(const Vek::VekAttr& attr) { return attr == Vek
 // whether any of its children paused.
 extern uint64_t queuedWalkers;
 
-// Whether `attr` is a builtin or enumeration stored in its owner, which a
-// walk reads in place (`extractStoredScalar`) instead of through a value
-// handle: most leaves of a model are such attributes.
-bool isStoredScalar(const Vek::VekAttr& attr);
-// Emits the stored scalar `attr` of `owner` as an update at `path`, as
-// extractScalar would emit the value that reading it yields.
-void extractStoredScalar(gnmi::Notification* notification, const Vek::GenericIf& owner,
-                         const Vek::VekAttr& attr, const gnmi::Path& path);
+// Emits the stored scalar `attr` of `owner` (see `WalkPlan::isStoredScalar`)
+// as an update at `path` plus the attribute's name, as extractScalar would
+// emit the value that reading it yields at that path.
+// Exported only for the library's own tests.
+OSTREL_EXPORT void extractStoredScalar(gnmi::Notification* notification, const Vek::GenericIf& owner,
+                                       const Vek::VekAttr& attr, const gnmi::Path& path);
 
 // Appends an element named `name` to `path` for the life of the scope.
 class ScopedElem {
