@@ -93,6 +93,8 @@ OSTREL_EXPORT void recordTs(const GifGnmiNotifiee* notifiee, const TSKey& key, T
 // Records `time` unless the key has a time already (a value keeps the time
 // at which it was first seen).
 OSTREL_EXPORT void seedTs(const GifGnmiNotifiee* notifiee, const TSKey& key, Timestamp time);
+// The same into a table found beforehand (one walk seeds many members).
+OSTREL_EXPORT void seedTs(TimestampTable& table, const TSKey& key, Timestamp time);
 // Removes the entry of `key`; whether there was one.
 OSTREL_EXPORT bool eraseTs(const GifGnmiNotifiee* notifiee, const TSKey& key);
 

@@ -314,8 +314,9 @@ class OSTREL_EXPORT FullVekTypeWalker {
   // walker found it; looked up again after a pause (it may have changed).
   GifGnmiNotifiee* notifiee_ = nullptr;
   // The leaf path lent to the walkers of this walker's owned entities, one
-  // after another, so that they do not each build one of their own.
-  gnmi::Path childLeaf_;
+  // after another, so that they do not each build one of their own; made
+  // when the first is synced.
+  std::unique_ptr<gnmi::Path> childLeaf_;
 };
 
 // Publishes one change of one attribute of a published entity, at once:

@@ -169,8 +169,11 @@ void recordTs(const GifGnmiNotifiee* notifiee, const TSKey& key, Timestamp time)
 }
 
 void seedTs(const GifGnmiNotifiee* notifiee, const TSKey& key, Timestamp time) {
-  TimestampTable* table = tableOf(notifiee);
-  if (table && !table->contains(key)) table->insert(key, time);
+  if (TimestampTable* table = tableOf(notifiee)) seedTs(*table, key, time);
+}
+
+void seedTs(TimestampTable& table, const TSKey& key, Timestamp time) {
+  if (!table.contains(key)) table.insert(key, time);
 }
 
 bool eraseTs(const GifGnmiNotifiee* notifiee, const TSKey& key) {

@@ -13,6 +13,7 @@
 #include <Vek/Format.h>
 
 #include "Ostrel/PtrResolution.h"
+#include "internal/CollectionKeys.h"
 #include "internal/UpdatePaths.h"
 #include "internal/WalkerSupport.h"
 
@@ -22,21 +23,6 @@ using namespace WalkerSupport;
 
 namespace {
 Zolt::Debuggable& dbg = WalkerSupport::debug();
-
-// The one-element path naming the key of the collection `attr` when no key
-// element is generated: the members' declared key attribute if they have it,
-// else the collection. Made once per attribute (the same for every member);
-// single-threaded, like every walk.
-const gnmi::Path& keyPartName(const Vek::VekAttr& attr) {
-  static std::unordered_map<const Vek::VekAttrBase*, gnmi::Path> names;
-  auto [it, inserted] = names.try_emplace(attr.base());
-  if (inserted) {
-    const std::string& keyAttr = attr->keyAttrName();
-    const bool declared = !keyAttr.empty() && attr->type() && attr->type()->attr(keyAttr);
-    it->second.add_elem()->set_name(declared ? keyAttr : attr->name());
-  }
-  return it->second;
-}
 
 // "__" escaped as "\__" when the text holds it at all.
 std::string escapedText(const std::string& text) {
@@ -307,7 +293,7 @@ void FullVekTypeWalker::extractKeyInfo(const Vek::Ptr<Vek::GenericIf const>& key
       if (generated.elem_size() > 0) {
         extractScalar(nullptr, value, valueType, generated, key);
       } else {
-        extractScalar(nullptr, value, valueType, keyPartName(attr), key);
+        extractScalar(nullptr, value, valueType, CollectionKeys::of(attr).partName, key);
       }
     } else {
       // A composite key: one part per attribute, named after it.

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "Ostrel/Path.h"
+#include "internal/CollectionKeys.h"
 #include "internal/PlainAssert.h"
 #include "internal/UpdatePaths.h"
 
@@ -77,19 +78,16 @@ gnmi::Path VekKey::genKey(Vek::VekAttr attr, Vek::VekType keyType) {
   }
 
   gnmi::Path generated;
-  const std::string& keyAttrName = attr->keyAttrName();
-  if (!keyAttrName.empty() && attr->type() && attr->type()->attr(keyAttrName)) {
+  const CollectionKeys::Naming& naming = CollectionKeys::of(attr);
+  if (naming.declared) {
     // The member carries its key in a declared attribute; the key is
     // published under that attribute's name only when the index attribute
     // asks for it.
-    const Vek::VekAttr index = attr->indexAttr();
-    if (index && (index->flags() & Vek::AttrFlag::KEY_NAME) != 0) {
-      generated.add_elem()->set_name(index->name());
-    }
+    if (!naming.indexName.empty()) generated.add_elem()->set_name(naming.indexName);
     return generated;
   }
   if (keyKind_ == KIND_GENERATED) {
-    generated.add_elem()->set_name(attr->name() + KEY_SUFFIX);
+    generated.add_elem()->set_name(naming.generatedName);
   }
   return generated;
 }
@@ -149,6 +147,12 @@ void VekKey::keyInto(gnmi::PathElem& elem) const {
     OSTREL_PLAIN_ASSERT(keyMap().size() == 1 && "Expected map size of 1");
   }
   KeyMap& keys = *elem.mutable_key();
+  // The element of a simple key keyed for the previous member: only the text
+  // changes.
+  if (keys.size() == 1 && keyMap_.size() == 1 && keys.begin()->first == keyMap_.begin()->first) {
+    keys.begin()->second = keyMap_.begin()->second;
+    return;
+  }
   bool sameNames = keys.size() == keyMap_.size();
   for (auto it = keys.begin(); sameNames && it != keys.end(); ++it) sameNames = keyMap_.count(it->first) != 0;
   if (!sameNames) keys.clear();
@@ -175,8 +179,8 @@ void VekKey::clear() {
   keyKind_ = KIND_UNSET;
   keyMap_.clear();
   scalarCount_ = 0;
+  if ((flags_ & PREFIX_STORED) != 0) prefix_.Clear();
   flags_ = ESCAPE_TEXT;
-  prefix_.Clear();
 }
 
 }  // namespace Ostrel

@@ -139,14 +139,16 @@ GifGnmiNotifiee* FullVekTypeWalker::setUpWalkFor(const Vek::Ptr<Vek::GenericIf c
     it = gNmiNotifieeMap.find(prefix);
   }
   GifGnmiNotifiee* notifiee = it->second.ptr();
-  if (!objTsMap().contains(notifiee)) ZOLT_FMASSERT(dbg, COMPONENT, "timestamp not found for {}", prefix);
+  const auto tableIt = objTsMap().find(notifiee);
+  if (tableIt == objTsMap().end()) ZOLT_FMASSERT(dbg, COMPONENT, "timestamp not found for {}", prefix);
+  TimestampTable& table = tableIt->second;
   if (timeStampToUse == 0) timeStampToUse = nowUtc();
   for (const Vek::VekAttr& attr : WalkPlan::of(type).timestamped) {
     if (attr->isArray()) {
-      TimeStampUtils::seedTs(notifiee, TSKey(attr->id(), nullptr), timeStampToUse);
+      TimeStampUtils::seedTs(table, TSKey(attr->id(), nullptr), timeStampToUse);
     } else if (attr->isCollection()) {
       for (Vek::CollectionIterator member = attr.genericIfIteratorConst(gif); member; ++member) {
-        TimeStampUtils::seedTs(notifiee, TSKey(attr->id(), member.key()), timeStampToUse);
+        TimeStampUtils::seedTs(table, TSKey(attr->id(), member.key()), timeStampToUse);
       }
     }
   }
@@ -196,7 +198,8 @@ WalkResult FullVekTypeWalker::routerPush(const ArenaRespMsgPtr& msg) const {
 WalkResult FullVekTypeWalker::handleInstantiating(const Vek::Ptr<Vek::GenericIf const>& gif,
                                                   gnmi::Path& path, Timestamp timestamp, VekKey* key) {
   const auto* obj = static_cast<const Vek::PtrInterface*>(gif->voidPtr());
-  return syncEntity(obj, path, router_, {syncId_, walkId_}, flags_, timestamp, key, &childLeaf_);
+  if (!childLeaf_) childLeaf_ = std::make_unique<gnmi::Path>();
+  return syncEntity(obj, path, router_, {syncId_, walkId_}, flags_, timestamp, key, childLeaf_.get());
 }
 
 WalkResult FullVekTypeWalker::nextWalker(const Vek::Ptr<Vek::GenericIf const>& attrGif,

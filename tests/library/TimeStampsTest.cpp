@@ -377,6 +377,15 @@ TEST_F(TimeStamps, SeedingKeepsTheFirstTime) {
   EXPECT_EQ(Ts::lookupAttrTs(n.ptr(), "vlans"), std::optional<Timestamp>(300));
 }
 
+TEST_F(TimeStamps, SeedingATableFoundBeforehandKeepsTheFirstTimeToo) {
+  const Sample::Tree tree = Sample::buildTree();
+  const Vek::Ptr<GifGnmiNotifiee> n = notifieeOf(tree.device, "/dev");
+  Ostrel::TimestampTable& table = objTsMap().at(n.ptr());
+  Ts::seedTs(table, TSKey(deviceAttr("vlanNames"), u16(10)), 100);
+  Ts::seedTs(table, TSKey(deviceAttr("vlanNames"), u16(10)), 200);
+  EXPECT_EQ(Ts::lookupCollectionKeyTs(n.ptr(), "vlanNames", u16(10)), std::optional<Timestamp>(100));
+}
+
 TEST_F(TimeStamps, EraseTsRemovesTheEntryOnce) {
   const Sample::Tree tree = Sample::buildTree();
   const Vek::Ptr<GifGnmiNotifiee> n = notifieeOf(tree.device, "/dev");

@@ -9,6 +9,7 @@
 #include <Vek/Vek.h>
 
 #include "SampleModel.h"
+#include "internal/CollectionKeys.h"
 
 namespace {
 
@@ -494,6 +495,29 @@ TEST(VekKey, MapInsertReturnsTheQueuedValueToFill) {
   EXPECT_EQ(key.scalars()[0].first, "a");
   EXPECT_EQ(key.scalars()[0].second.uint_val(), 1u);
   EXPECT_EQ(key.keyMap().at("a"), "1");
+}
+
+TEST(CollectionKeys, AKeyTheMembersDoNotDeclareIsNamedAfterTheCollection) {
+  const Ostrel::CollectionKeys::Naming& naming = Ostrel::CollectionKeys::of(KeyModel::get().byName);
+  EXPECT_FALSE(naming.declared);
+  EXPECT_EQ(naming.indexName, "");
+  EXPECT_EQ(naming.generatedName, "byNameKey");
+  EXPECT_EQ(Ostrel::pathToStr(naming.partName), "/byName");
+}
+
+TEST(CollectionKeys, ADeclaredKeyIsNamedAfterItsAttributeAndPublishedWhenItAsks) {
+  const Ostrel::CollectionKeys::Naming& published = Ostrel::CollectionKeys::of(KeyModel::get().ports);
+  EXPECT_TRUE(published.declared);
+  EXPECT_EQ(published.indexName, "id");
+  EXPECT_EQ(Ostrel::pathToStr(published.partName), "/id");
+  const Ostrel::CollectionKeys::Naming& hidden = Ostrel::CollectionKeys::of(KeyModel::get().hidden);
+  EXPECT_TRUE(hidden.declared);
+  EXPECT_EQ(hidden.indexName, "");
+  EXPECT_EQ(Ostrel::pathToStr(hidden.partName), "/id");
+}
+
+TEST(CollectionKeys, AreWorkedOutOncePerAttribute) {
+  EXPECT_EQ(&Ostrel::CollectionKeys::of(KeyModel::get().ports), &Ostrel::CollectionKeys::of(KeyModel::get().ports));
 }
 
 TEST(VekKey, CopiesAreIndependent) {

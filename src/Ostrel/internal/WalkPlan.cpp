@@ -2,6 +2,8 @@
 
 #include <unordered_map>
 
+#include "Memo.h"
+
 namespace Ostrel::WalkPlan {
 
 namespace {
@@ -45,9 +47,7 @@ TypePlan planOf(const Vek::VekType& type) {
 
 const TypePlan& of(const Vek::VekType& type) {
   static std::unordered_map<const Vek::VekTypeBase*, TypePlan> plans;
-  const auto it = plans.find(type.base());
-  if (it != plans.end()) return it->second;
-  return plans.emplace(type.base(), planOf(type)).first->second;
+  return Memo::of(plans, type.base(), [](const Vek::VekTypeBase* base) { return planOf(base); });
 }
 
 bool isStoredScalar(const Vek::VekAttr& attr) {
