@@ -22,10 +22,12 @@
 //                       refusing every 100th message, resumed until done
 //   SetUpSeeding        setUpWalk seeding the largest device's member times
 //   Change              one MTU write that a notifiee streams as one message
-//   HandBuiltChange     the same write, and the same message built by hand
+//   HandBuiltChange     the same write (on an unpublished interface), and the
+//                       same message built by hand
 //
 // Before timing, the program checks at every size that the walker and the
-// builder produce byte-identical serialised messages. A counting operator
+// builder produce byte-identical serialised messages, and that a streamed
+// change and its hand-built message are the same bytes but for the time. A counting operator
 // new reports heap allocations per interface of a sync (counter
 // `allocs_per_interface`) and per change (`allocs_per_change`).
 #include <algorithm>
@@ -355,52 +357,87 @@ void SetUpSeeding(benchmark::State& state) {
 }
 BENCHMARK(SetUpSeeding)->Unit(benchmark::kMillisecond);
 
+// Keeps the last message it is given (dropping the one before).
+class LastMessageRouter : public BaseRouter {
+ public:
+  bool push(SyncId, const ArenaRespMsgPtr& msg) override {
+    last = msg;
+    return true;
+  }
+  ArenaRespMsgPtr last;
+};
+
+// The router of the published interface's changes.
+LastMessageRouter& changeRouter() {
+  static LastMessageRouter router;
+  return router;
+}
+
 // One interface, published, whose MTU is written again and again.
 Vek::Entity& changed() {
   static Vek::Ptr<Vek::Entity> e = [] {
     Vek::Ptr<Vek::Entity> dev = Vek::Entity::rootNew(model().device, "cdev");
     Vek::Ptr<Vek::Entity> intf = dev->entityNew("interfaces", Vek::genericIfOf("eth0"));
     static Vek::Ptr<Vek::Entity> keep = dev;
+    FullVekTypeWalker::syncObject(intf.ptr(), strToPath("/cdev/interfaces[name=eth0]"), changeRouter(),
+                                  {SyncId(), WalkId(3)}, WalkerFlags::None);
     return intf;
   }();
   return *e;
 }
 
+// The same interface type, unpublished: nobody listens to its changes.
+Vek::Entity& quiet() {
+  static Vek::Ptr<Vek::Entity> e = Vek::Entity::rootNew(model().interface, "quiet");
+  return *e;
+}
+
+// One MTU write that the published interface's notifiee streams.
+void streamChange(unsigned value) {
+  static const Vek::VekAttr mtu = model().interface->attr("mtu");
+  changed().valueIs<unsigned>(mtu, value);
+}
+
+// The same write on the quiet interface, and the message the change walker
+// makes, made by hand.
+void handBuiltChange(unsigned value, BaseRouter& router) {
+  static const Vek::VekAttr mtu = model().interface->attr("mtu");
+  static const gnmi::Path prefix = strToPath("/cdev/interfaces[name=eth0]");
+  static const gnmi::Path leaf = strToPath("mtu");
+  quiet().valueIs<unsigned>(mtu, value);
+  const auto now = static_cast<Timestamp>(Vek::System::currentTimeUtc().value() * 1e9);
+  auto [msg, n] = ArenaRespMsg::createResponse(prefix, now);
+  VekGnmiUtils::pushUpdate(leaf, n, uint64_t{quiet().value<unsigned>(mtu)}, &gnmi::TypedValue::set_uint_val);
+  router.push(SyncId(), msg);
+}
+
+// `count` changes of each kind, each in a function of its own for callgrind
+// (--toggle-collect='*streamChanges*' and '*handBuiltChanges*'); `main`
+// runs them once.
+constexpr unsigned CHANGES = 10000;
+[[gnu::noipa]] void streamChanges(unsigned first, unsigned count) {
+  for (unsigned i = 0; i < count; ++i) streamChange(first + i);
+}
+[[gnu::noipa]] void handBuiltChanges(unsigned first, unsigned count, BaseRouter& router) {
+  for (unsigned i = 0; i < count; ++i) handBuiltChange(first + i, router);
+}
+
 void Change(benchmark::State& state) {
-  static DroppingRouter router;
-  static bool published = [] {
-    FullVekTypeWalker::syncObject(&changed(), strToPath("/cdev/interfaces[name=eth0]"), router,
-                                  {SyncId(), WalkId(3)}, WalkerFlags::None);
-    return true;
-  }();
-  (void)published;
-  const Vek::VekAttr mtu = model().interface->attr("mtu");
   unsigned value = 1000;
+  streamChange(value);  // publishes the interface
   const uint64_t before = OstrelTest::heapAllocationCount();
-  for (auto _ : state) changed().valueIs<unsigned>(mtu, ++value);
+  for (auto _ : state) streamChange(++value);
   state.counters["allocs_per_change"] = static_cast<double>(OstrelTest::heapAllocationCount() - before) /
                                         static_cast<double>(state.iterations());
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(Change);
 
-// The same write on an entity nobody listens to, and the message the change
-// walker makes, made by hand.
 void HandBuiltChange(benchmark::State& state) {
-  static Vek::Ptr<Vek::Entity> quiet = Vek::Entity::rootNew(model().interface, "quiet");
-  DroppingRouter router;
-  const Vek::VekAttr mtu = model().interface->attr("mtu");
-  const gnmi::Path prefix = strToPath("/cdev/interfaces[name=eth0]");
-  const gnmi::Path leaf = strToPath("mtu");
+  LastMessageRouter router;
   unsigned value = 1000;
   const uint64_t before = OstrelTest::heapAllocationCount();
-  for (auto _ : state) {
-    quiet->valueIs<unsigned>(mtu, ++value);
-    const auto now = static_cast<Timestamp>(Vek::System::currentTimeUtc().value() * 1e9);
-    auto [msg, n] = ArenaRespMsg::createResponse(prefix, now);
-    VekGnmiUtils::pushUpdate(leaf, n, uint64_t{quiet->value<unsigned>(mtu)}, &gnmi::TypedValue::set_uint_val);
-    router.push(SyncId(), msg);
-  }
+  for (auto _ : state) handBuiltChange(++value, router);
   state.counters["allocs_per_change"] = static_cast<double>(OstrelTest::heapAllocationCount() - before) /
                                         static_cast<double>(state.iterations());
   state.SetItemsProcessed(state.iterations());
@@ -458,9 +495,40 @@ std::vector<unsigned> sizesToCheck(int& argc, char** argv) {
   return sizes;
 }
 
+// The bytes of `msg` with its timestamp left out (a change is stamped with
+// the time it is made).
+std::string withoutTime(const ArenaRespMsgPtr& msg) {
+  gnmi::SubscribeResponse copy = *msg->response;
+  copy.mutable_update()->clear_timestamp();
+  return copy.SerializeAsString();
+}
+
+// Checks that a streamed change and its hand-built message are the same bytes
+// (but for the time) and prints the heap allocations of one of each. False
+// when they differ.
+bool checkAndCountChanges() {
+  LastMessageRouter router;
+  streamChange(1);  // publishes the interface
+  streamChange(2);
+  handBuiltChange(2, router);
+  const bool same = changeRouter().last && withoutTime(changeRouter().last) == withoutTime(router.last);
+  fmt::print("one change: streamed and hand-built message {}\n", same ? "byte-identical but for the time" : "DIFFERENT");
+  if (!same) return false;
+  uint64_t before = OstrelTest::heapAllocationCount();
+  streamChanges(2, CHANGES);
+  const uint64_t streamed = OstrelTest::heapAllocationCount() - before;
+  before = OstrelTest::heapAllocationCount();
+  handBuiltChanges(2, CHANGES, router);
+  const uint64_t handBuilt = OstrelTest::heapAllocationCount() - before;
+  fmt::print("one change: heap allocations: streamed {:.2f}, hand-built {:.2f}\n",
+             static_cast<double>(streamed) / CHANGES, static_cast<double>(handBuilt) / CHANGES);
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (!checkAndCountChanges()) return 1;
   for (const unsigned size : sizesToCheck(argc, argv)) {
     const bool same = size == SIZES[0]   ? checkAndCount<SIZES[0]>()
                       : size == SIZES[1] ? checkAndCount<SIZES[1]>()

@@ -331,6 +331,14 @@ class OSTREL_EXPORT VekTypeNotifWalker {
                      gnmi::Path prefixPath, GifGnmiNotifiee* notifiee, const void* key,
                      gnmi::Path leafPath, Vek::VekType type, Vek::AttributeId attrId,
                      BaseRouter& router, WalkerFlags flags);
+  // The walker of a change that `notifiee` heard: at the notifiee's prefix,
+  // which it reads in place (the notifiee must outlive the walker), with an
+  // empty leaf path.
+  VekTypeNotifWalker(Zolt::Debuggable& debug, Vek::Ptr<Vek::GenericIf const> gif,
+                     GifGnmiNotifiee& notifiee, const void* key, Vek::VekType type,
+                     Vek::AttributeId attrId, BaseRouter& router, WalkerFlags flags);
+  VekTypeNotifWalker(const VekTypeNotifWalker&) = delete;
+  VekTypeNotifWalker& operator=(const VekTypeNotifWalker&) = delete;
 
   void walk();
   // Pushes `msg` with sync id 0, unless pushes are suppressed (flag 1).
@@ -347,7 +355,10 @@ class OSTREL_EXPORT VekTypeNotifWalker {
 
   Zolt::Debuggable& debug_;
   Vek::Ptr<Vek::GenericIf const> gif_;
-  gnmi::Path prefixPath_;
+  // The prefix given to the first constructor; the prefix read is
+  // `prefixPath_`, which is this or the notifiee's.
+  gnmi::Path ownPrefix_;
+  const gnmi::Path& prefixPath_;
   GifGnmiNotifiee* notifiee_;
   const void* key_;
   gnmi::Path leafPath_;
