@@ -19,12 +19,21 @@ CompositeNode::AttrQueue::Slot& CompositeNode::AttrQueue::slotFor(const gnmi::Pa
 }
 
 ValueNode* CompositeNode::AttrQueue::get(const gnmi::PathElem& elem) const {
-  const Slot& slot = slotFor(elem, hashPathElem(elem));
+  return get(elem, hashPathElem(elem));
+}
+
+ValueNode* CompositeNode::AttrQueue::get(const gnmi::PathElem& elem, uint32_t hash) const {
+  const Slot& slot = slotFor(elem, hash);
   return slot.position == 0 ? nullptr : nodes_[slot.position - 1].get();
 }
 
 std::pair<bool, ValueNode*> CompositeNode::AttrQueue::insert(std::unique_ptr<ValueNode> node) {
   const uint32_t hash = hashPathElem(node->elem());
+  return insert(std::move(node), hash);
+}
+
+std::pair<bool, ValueNode*> CompositeNode::AttrQueue::insert(std::unique_ptr<ValueNode> node,
+                                                             uint32_t hash) {
   Slot& slot = slotFor(node->elem(), hash);
   if (slot.position != 0) return {false, nodes_[slot.position - 1].get()};
   nodes_.push_back(std::move(node));

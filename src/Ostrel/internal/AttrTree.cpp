@@ -104,9 +104,11 @@ Result<bool, Error> CompositeNode::insertBelow(ElemIterator first, ElemIterator 
                                                const gnmi::TypedValue& value) {
   if (first == last) return Failure{Error{NOT_FOUND, {}, "Path must map to a leaf value"}};
   const gnmi::PathElem& elem = *first;
-  ValueNode* child = attrs_.get(elem);
+  const uint32_t hash = hashPathElem(elem);
+  ValueNode* child = attrs_.get(elem, hash);
   if (!child) {
-    Result<DataElem, std::string> resolved = getDataElem(data_.value, elem);
+    // A plain value's current value is not read: a leaf replaces it.
+    Result<DataElem, std::string> resolved = getDataElem(data_.value, elem, PlainValue::CheckOnly);
     if (!resolved) return Failure{errorAt(NOT_FOUND, elem, std::move(resolved).error())};
     DataElem& data = resolved.value();
     const Vek::VekType type = data.attr->type();
@@ -126,7 +128,7 @@ Result<bool, Error> CompositeNode::insertBelow(ElemIterator first, ElemIterator 
       ZOLT_TRACE(dbg, 7, COMPOSITE_NODE, "PathElem: {}, inserting new CompositeNode for sub-element {}",
                  elem_, elem);
       const auto [inserted, node] =
-          attrs_.insert(std::make_unique<CompositeNode>(elem, std::move(data)));
+          attrs_.insert(std::make_unique<CompositeNode>(elem, std::move(data)), hash);
       if (!inserted) {
         ZOLT_FMASSERT(dbg, COMPOSITE_NODE,
                       "Expecting successful insertion of new CompositeNode for {}", elem);
@@ -143,7 +145,7 @@ Result<bool, Error> CompositeNode::insertBelow(ElemIterator first, ElemIterator 
                  elem_, elem);
       auto leaf = std::make_unique<LeafNode>(elem, std::move(data));
       LeafNode* newLeaf = leaf.get();
-      if (!attrs_.insert(std::move(leaf)).first) {
+      if (!attrs_.insert(std::move(leaf), hash).first) {
         ZOLT_FMASSERT(dbg, COMPOSITE_NODE, "Expecting successful insertion of new LeafNode for {}",
                       elem);
       }

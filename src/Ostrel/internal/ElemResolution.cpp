@@ -20,7 +20,7 @@ constexpr const char* RESOLVER = "AttrTree";
 }  // namespace
 
 Result<DataElem, std::string> getDataElem(const Vek::Ptr<Vek::GenericIf>& parent,
-                                          const gnmi::PathElem& elem) {
+                                          const gnmi::PathElem& elem, PlainValue plain) {
   ZOLT_TRACE(dbg, 8, RESOLVER, "Accessing path element {} with {} keys", elem.name(),
              elem.key_size());
   const Vek::VekType type = parent ? parent->type() : Vek::VekType();
@@ -54,6 +54,11 @@ Result<DataElem, std::string> getDataElem(const Vek::Ptr<Vek::GenericIf>& parent
     } else if (elem.key_size() != 0) {
       return Failure{fmt::format("Path element {} cannot have a key: {} is not a collection",
                                  elem, attr->name())};
+    }
+    const bool plainValue = !isComposite(attr->type()) && !attr->type()->isEntity();
+    if (plain == PlainValue::CheckOnly && plainValue) {
+      if (!attr.genericIfExist(parent, keyObj)) return Failure{fmt::format("Path element {} is not set", elem)};
+      return DataElem{nullptr, std::move(keyObj), attr};
     }
     Vek::Ptr<Vek::GenericIf const> current = attr.genericIfGet(parent, keyObj);
     if (!current) return Failure{fmt::format("Path element {} is not set", elem)};
