@@ -1,6 +1,9 @@
 // Private helpers shared by the walker's files: value extraction
 // (ValueExtraction.cpp), the full type walker (VekTypeWalker.cpp), the walk
-// registry (WalkRegistry.cpp) and the change walker (VekTypeNotifWalker.cpp).
+// set-up (WalkSetUp.cpp), the walk registry (WalkRegistry.cpp) and the change
+// walker (VekTypeNotifWalker.cpp). What they share beyond this: the plan of
+// each type's attributes (WalkPlan.h), the naming of collection keys
+// (CollectionKeys.h) and update paths written into messages (UpdatePaths.h).
 #pragma once
 
 #include <cstdint>
