@@ -268,12 +268,19 @@ class OSTREL_EXPORT FullVekTypeWalker {
   // What the walk of one collection reuses from member to member.
   struct MemberWalk;
 
-  // `syncObjectInternal` with `prefix` lent, as to `handleInstantiating`;
-  // `leaf`, when given, is an empty path whose memory the entity's walker
-  // uses for its leaf path and gives back.
-  static WalkResult syncEntity(const Vek::PtrInterface* obj, gnmi::Path& prefix, BaseRouter& router,
-                               SyncWalkId ids, WalkerFlags flags, Timestamp timeStampToUse, VekKey* key,
-                               gnmi::Path* leaf = nullptr);
+  // `syncObjectInternal` with `prefix` lent, as to `handleInstantiating`,
+  // walked by `walker`: a new walker or an owner's spare, aimed at the
+  // entity here, whose router, ids and flags are the sync's.
+  static WalkResult syncEntity(const Vek::PtrInterface* obj, gnmi::Path& prefix, FullVekTypeWalker& walker,
+                               Timestamp timeStampToUse, VekKey* key);
+  // Points this walker at `gif` (of `type`) to walk it from its first
+  // attribute, as a new walker would; its paths, router, ids and flags stay.
+  void aimAt(Vek::Ptr<Vek::GenericIf const> gif, Vek::VekType type, ArenaRespMsgPtr updateMsg,
+             VekKey& keyName, Timestamp timestamp);
+  // Drops what the walk just done held: its object and its message.
+  void letGo();
+  // A walker aimed at nothing, with this walker's router, ids and flags.
+  std::unique_ptr<FullVekTypeWalker> spare() const;
   // One collection attribute, from the saved member on.
   WalkResult walkCollection(const Vek::VekAttr& attr, const GifGnmiNotifiee* notifiee);
   // One member of the collection of `members`.
@@ -301,7 +308,7 @@ class OSTREL_EXPORT FullVekTypeWalker {
   SyncId syncId_;
   WalkId walkId_;
   WalkerFlags flags_;
-  VekKey& keyName_;
+  VekKey* keyName_;
   Timestamp timeStamp_;
   // Resume state: the attribute to continue with, and inside a collection
   // the member last done; the message this walker fills and has not pushed.
@@ -313,10 +320,12 @@ class OSTREL_EXPORT FullVekTypeWalker {
   // The notifiee of an entity walker's prefix, when the sync that built the
   // walker found it; looked up again after a pause (it may have changed).
   GifGnmiNotifiee* notifiee_ = nullptr;
-  // The leaf path lent to the walkers of this walker's owned entities, one
-  // after another, so that they do not each build one of their own; made
-  // when the first is synced.
-  std::unique_ptr<gnmi::Path> childLeaf_;
+  // Spare walkers, aimed anew at each walk, so that a sync of a million
+  // members does not build and tear down two million walkers: the walker of
+  // this walker's owned entities (their leaf path goes with it) and the
+  // child walker of its nested values. Made when first needed.
+  std::unique_ptr<FullVekTypeWalker> ownedWalker_;
+  std::unique_ptr<FullVekTypeWalker> valueWalker_;
 };
 
 // Publishes one change of one attribute of a published entity, at once:

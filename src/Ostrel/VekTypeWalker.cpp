@@ -29,16 +29,14 @@ FullVekTypeWalker::FullVekTypeWalker(gnmi::Path prefixPath, ArenaRespMsgPtr upda
                                      Vek::VekType objType, BaseRouter& router, SyncWalkId ids,
                                      WalkerFlags flags, VekKey& keyName, Timestamp timestamp)
     : prefixPath_(std::move(prefixPath)),
-      updateMsg_(std::move(updateMsg)),
       leafPath_(std::move(leafPath)),
-      objType_(objType),
-      gif_(std::move(gif)),
       router_(router),
       syncId_(ids.first),
       walkId_(ids.second),
       flags_(flags),
-      keyName_(keyName),
-      timeStamp_(timestamp) {}
+      keyName_(&keyName) {
+  aimAt(std::move(gif), objType, std::move(updateMsg), keyName, timestamp);
+}
 
 FullVekTypeWalker::FullVekTypeWalker(FullVekTypeWalker&& other) noexcept
     : prefixPath_(std::move(other.prefixPath_)),
@@ -57,7 +55,33 @@ FullVekTypeWalker::FullVekTypeWalker(FullVekTypeWalker&& other) noexcept
       resuming_(other.resuming_),
       inCollection_(other.inCollection_),
       ownMsg_(std::move(other.ownMsg_)),
-      childLeaf_(std::move(other.childLeaf_)) {}
+      ownedWalker_(std::move(other.ownedWalker_)),
+      valueWalker_(std::move(other.valueWalker_)) {}
+
+void FullVekTypeWalker::aimAt(Vek::Ptr<Vek::GenericIf const> gif, Vek::VekType type,
+                              ArenaRespMsgPtr updateMsg, VekKey& keyName, Timestamp timestamp) {
+  updateMsg_ = std::move(updateMsg);
+  objType_ = type;
+  gif_ = std::move(gif);
+  keyName_ = &keyName;
+  timeStamp_ = timestamp;
+  savedAttr_ = Vek::VekTypeBase::AttributeQIterator();
+  savedMember_ = Vek::CollectionIterator();
+  resuming_ = false;
+  inCollection_ = false;
+  ownMsg_.reset();
+  notifiee_ = nullptr;
+}
+
+void FullVekTypeWalker::letGo() {
+  gif_ = nullptr;
+  updateMsg_.reset();
+}
+
+std::unique_ptr<FullVekTypeWalker> FullVekTypeWalker::spare() const {
+  return std::make_unique<FullVekTypeWalker>(gnmi::Path(), nullptr, nullptr, gnmi::Path(), Vek::VekType(),
+                                             router_, SyncWalkId{syncId_, walkId_}, flags_, noKey(), 0);
+}
 
 FullVekTypeWalker::~FullVekTypeWalker() = default;
 
@@ -81,32 +105,34 @@ WalkResult FullVekTypeWalker::syncObjectInternal(const Vek::PtrInterface* obj, g
                                                  BaseRouter& router, SyncWalkId ids,
                                                  WalkerFlags flags, Timestamp timeStampToUse,
                                                  VekKey* key) {
-  return syncEntity(obj, prefix, router, ids, flags, timeStampToUse, key);
+  FullVekTypeWalker walker(gnmi::Path(), nullptr, nullptr, gnmi::Path(), Vek::VekType(), router, ids, flags,
+                           noKey(), 0);
+  return syncEntity(obj, prefix, walker, timeStampToUse, key);
 }
 
 WalkResult FullVekTypeWalker::syncEntity(const Vek::PtrInterface* obj, gnmi::Path& prefix,
-                                         BaseRouter& router, SyncWalkId ids, WalkerFlags flags,
-                                         Timestamp timeStampToUse, VekKey* key, gnmi::Path* leaf) {
+                                         FullVekTypeWalker& walker, Timestamp timeStampToUse, VekKey* key) {
   if (!obj) ZOLT_FMASSERT(dbg, COMPONENT, "cannot sync a nullptr");
   const Vek::Ptr<Vek::GenericIf const> gif = Vek::VekType::genericIf(obj);
   const Vek::VekType type = gif->type();
   ZOLT_TRACE(dbg, 5, COMPONENT, "prefixPath:{} syncWalkId:{} flags:{} timeStampToUse:{} type:{}",
-             prefix, ids, flags, timeStampToUse, type);
+             prefix, SyncWalkId(walker.syncId_, walker.walkId_), walker.flags_, timeStampToUse, type);
   if (type->baseType() == Vek::Dir::Entry::entryType()) {
     ZOLT_TRACE(dbg, 5, COMPONENT, "skipping walk of Vek::Dir::Entry");
     return WalkResult::Done;
   }
   // Nothing is published from an entity that has left the model.
   if (const auto* entity = asEntity(gif.ptr()); entity && entity->hasLeft()) return WalkResult::Done;
-  GifGnmiNotifiee* notifiee = setUpWalkFor(gif, type, obj, prefix, router, flags, timeStampToUse);
+  GifGnmiNotifiee* notifiee =
+      setUpWalkFor(gif, type, obj, prefix, walker.router_, walker.flags_, timeStampToUse);
   ZOLT_TRACE(dbg, 9, COMPONENT, "construct FullVekTypeWalker with prefixPath:{}", prefix);
-  FullVekTypeWalker walker(std::move(prefix), nullptr, gif, leaf ? std::move(*leaf) : gnmi::Path(), type,
-                           router, ids, flags, noKey(), 0);
+  walker.prefixPath_ = std::move(prefix);
+  walker.aimAt(gif, type, nullptr, noKey(), 0);
   walker.notifiee_ = notifiee;
   const WalkResult result = walker.walk(key);
-  // Given back, unless the walker paused and took them to the walk queue.
+  // Given back, unless the walker paused and took it to the walk queue.
   prefix = std::move(walker.prefixPath_);
-  if (leaf) *leaf = std::move(walker.leafPath_);
+  walker.letGo();
   return result;
 }
 
@@ -153,8 +179,8 @@ WalkResult FullVekTypeWalker::routerPush(const ArenaRespMsgPtr& msg) const {
 WalkResult FullVekTypeWalker::handleInstantiating(const Vek::Ptr<Vek::GenericIf const>& gif,
                                                   gnmi::Path& path, Timestamp timestamp, VekKey* key) {
   const auto* obj = static_cast<const Vek::PtrInterface*>(gif->voidPtr());
-  if (!childLeaf_) childLeaf_ = std::make_unique<gnmi::Path>();
-  return syncEntity(obj, path, router_, {syncId_, walkId_}, flags_, timestamp, key, childLeaf_.get());
+  if (!ownedWalker_) ownedWalker_ = spare();
+  return syncEntity(obj, path, *ownedWalker_, timestamp, key);
 }
 
 WalkResult FullVekTypeWalker::nextWalker(const Vek::Ptr<Vek::GenericIf const>& attrGif,
@@ -166,15 +192,20 @@ WalkResult FullVekTypeWalker::nextWalker(const Vek::Ptr<Vek::GenericIf const>& a
              "FullVekTypeWalker with prefixPath_:{}",
              *this, attrGif, msg, leafPath, valueType, key, prefixPath_);
   if (timestamp == 0) timestamp = timeStamp_;
-  // The child borrows this walker's prefix and the leaf path, and gives them
-  // back: it walks a value, whose attributes are scalars and nested values
-  // only, so it pushes nothing and never pauses (a pause would move it, and
-  // the paths with it, into the walk queue).
-  FullVekTypeWalker child(std::move(prefixPath_), msg, attrGif, std::move(leafPath), valueType, router_,
-                          {syncId_, walkId_}, flags_, key, timestamp);
+  // The child (this walker's spare for nested values) borrows this walker's
+  // prefix and the leaf path, and gives them back: it walks a value, whose
+  // attributes are scalars and nested values only, so it pushes nothing and
+  // never pauses (a pause would move it, and the paths with it, into the
+  // walk queue).
+  if (!valueWalker_) valueWalker_ = spare();
+  FullVekTypeWalker& child = *valueWalker_;
+  child.prefixPath_ = std::move(prefixPath_);
+  child.leafPath_ = std::move(leafPath);
+  child.aimAt(attrGif, valueType, msg, key, timestamp);
   const WalkResult result = child.walk(childKey);
   prefixPath_ = std::move(child.prefixPath_);
   leafPath = std::move(child.leafPath_);
+  child.letGo();
   return result;
 }
 
@@ -198,7 +229,7 @@ WalkResult FullVekTypeWalker::walk(VekKey* key) {
   ZOLT_TRACE(dbg, 9, COMPONENT,
              "Start prefixPath_:{} leafPath_:{} objType_:{} updateMsg_:{} keyName_:{} syncId_:{} "
              "walkId_:{} flags_:{}",
-             prefixPath_, leafPath_, objType_, updateMsg_, keyName_, syncId_, walkId_, flags_);
+             prefixPath_, leafPath_, objType_, updateMsg_, *keyName_, syncId_, walkId_, flags_);
   if (!gif_) {
     ZOLT_FMASSERT(dbg, COMPONENT,
                   "walk with a gif_ == nullptr! prefixPath_:{} leafPath_:{} objType_:{} flags_:{}",
@@ -476,7 +507,7 @@ WalkResult FullVekTypeWalker::walkSingle(const WalkPlan::Step& step, const GifGn
     extractScalar(notification, value, value->type(), leafPath_, plainKey());
     return WalkResult::Done;
   }
-  return nextWalker(value, held, leafPath_, value->type(), keyName_, timeStamp_, nullptr);
+  return nextWalker(value, held, leafPath_, value->type(), *keyName_, timeStamp_, nullptr);
 }
 
 }  // namespace Ostrel

@@ -129,9 +129,11 @@ TEST_F(FullWalker, ValueMembersAreWalkedBelowTheirKeyedElement) {
 }
 
 // The members of a collection are walked with one key and one path, keyed
-// anew for each member (an owned member's walk borrows that path as its
-// prefix). Each member must publish what a key and path made for it alone
-// publish: the change walker's, when the member is reported changed.
+// anew for each member, and by walkers aimed anew at each (an owned member's
+// walk borrows that path as its prefix and its owner's spare walker; a value
+// member's nested values are walked by its spare child walker). Each member
+// must publish what a fresh key, path and walker publish: the change
+// walker's, when the member is reported changed.
 TEST_F(FullWalker, EveryMemberPublishesWhatAChangeOfItAlonePublishes) {
   auto tree = buildTree();
   sync(tree.device, ids(0, 1));
