@@ -71,6 +71,14 @@ OSTREL_EXPORT std::optional<Timestamp> lookupCollectionKeyTs(const GifGnmiNotifi
                                                              const char* attrName,
                                                              const Vek::Ptr<Vek::GenericIf const>& key);
 
+// The same two lookups for an attribute given by its descriptor, which must
+// be an attribute of the notifiee's entity's type: a walker holds the
+// attribute already and spares the lookup by name for every member.
+OSTREL_EXPORT std::optional<Timestamp> lookupAttrTs(const GifGnmiNotifiee* notifiee,
+                                                    const Vek::VekAttr& attr);
+OSTREL_EXPORT std::optional<Timestamp> lookupCollectionKeyTs(const GifGnmiNotifiee* notifiee,
+                                                             const Vek::VekAttr& attr,
+                                                             const Vek::Ptr<Vek::GenericIf const>& key);
 // The same, for callers that require a time: a missing one is fatal
 // ("unable to retrieve timestamp for attr <name>" / "... for attr <name>, key
 // <key text>").
@@ -85,6 +93,8 @@ OSTREL_EXPORT void recordTs(const GifGnmiNotifiee* notifiee, const TSKey& key, T
 // Records `time` unless the key has a time already (a value keeps the time
 // at which it was first seen).
 OSTREL_EXPORT void seedTs(const GifGnmiNotifiee* notifiee, const TSKey& key, Timestamp time);
+// The same into a table found beforehand (one walk seeds many members).
+OSTREL_EXPORT void seedTs(TimestampTable& table, const TSKey& key, Timestamp time);
 // Removes the entry of `key`; whether there was one.
 OSTREL_EXPORT bool eraseTs(const GifGnmiNotifiee* notifiee, const TSKey& key);
 

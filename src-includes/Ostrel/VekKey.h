@@ -17,10 +17,11 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 #include <iosfwd>
+#include <span>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 #include <google/protobuf/map.h>
@@ -74,7 +75,8 @@ class OSTREL_EXPORT VekKey {
 
   int32_t keyKind() const { return keyKind_; }
   const KeyMap& keyMap() const { return keyMap_; }
-  const std::vector<Scalar>& scalars() const { return scalars_; }
+  // The scalar parts, in insertion order.
+  std::span<const Scalar> scalars() const { return {scalars_.data(), scalarCount_}; }
   uint32_t flags() const { return flags_; }
   const gnmi::Path& prefix() const { return prefix_; }
 
@@ -87,6 +89,9 @@ class OSTREL_EXPORT VekKey {
   // unless `name` is there already (the first text wins); (`name`, `value`)
   // is queued for `copyScalars` in any case.
   void mapInsert(const std::string& name, const std::string& text, gnmi::TypedValue value);
+  // The same, returning the queued typed value for the caller to fill (it may
+  // hold a value of an earlier key: set its value case, as a setter does).
+  gnmi::TypedValue& mapInsert(const std::string& name, const std::string& text);
 
   // The key string: "" for an empty key map, else "[name=text]" per entry in
   // ascending byte order of the names, whatever the insertion order.
@@ -144,12 +149,31 @@ class OSTREL_EXPORT VekKey {
   // which ends the process.
   void updateAndStorePrefix(gnmi::Path& path, bool scalarMember, Vek::VekAttr attr);
 
+  // The two halves of that fold, for a walker that keeps one path for all the
+  // members of a collection and sets each member's key on it in turn:
+  //   - the element of `path` that takes the key of a member of the
+  //     collection `attr`: the last element when it is a keyless one named
+  //     after `attr`, else a new element of that name appended to `path`;
+  static gnmi::PathElem* collectionElem(gnmi::Path& path, Vek::VekAttr attr);
+  //   - makes `elem`'s key map this key's map. Entries of names `elem` has
+  //     already are overwritten in place, so that setting the next member's
+  //     key on the same element allocates nothing.
+  void keyInto(gnmi::PathElem& elem) const;
+
   // Appends one update per queued scalar, in insertion order: path = the
   // stored prefix plus one element named after the scalar, value = a copy.
   void copyScalars(gnmi::Notification& notification) const;
   // The same, leaving out the parts that a member of `memberType` publishes
   // itself (it has an attribute of that name), so no leaf goes out twice.
   void copyScalars(gnmi::Notification& notification, Vek::VekType memberType) const;
+  // The same under `prefix` instead of the stored prefix.
+  void copyScalars(gnmi::Notification& notification, const gnmi::Path& prefix,
+                   Vek::VekType memberType) const;
+
+  // Back to the state of a new key (kind unset, no entries, flags
+  // ESCAPE_TEXT, empty prefix), keeping the scalar parts' memory for the
+  // next member's key.
+  void clear();
 
  private:
   void flagIs(uint32_t bit, bool on) { flags_ = on ? (flags_ | bit) : (flags_ & ~bit); }
@@ -158,7 +182,10 @@ class OSTREL_EXPORT VekKey {
 
   int32_t keyKind_ = KIND_UNSET;
   KeyMap keyMap_;
+  // The first scalarCount_ entries are the scalar parts; those after them
+  // are kept from before a `clear` for reuse.
   std::vector<Scalar> scalars_;
+  size_t scalarCount_ = 0;
   uint32_t flags_ = ESCAPE_TEXT;
   gnmi::Path prefix_;
 };

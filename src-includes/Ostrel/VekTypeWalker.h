@@ -74,6 +74,9 @@ namespace Ostrel {
 
 class FullVekTypeWalker;
 class GifGnmiNotifiee;
+namespace WalkPlan {
+struct Step;
+}
 
 // The (sync id, walk id) pair the agent passes in and gets back; prints as
 // "sync:walk".
@@ -146,7 +149,10 @@ class OSTREL_EXPORT FullVekTypeWalker {
   WalkResult walk(VekKey* key = nullptr);
 
   // Syncs an owned entity as a walk of its own at `path`, within this sync.
-  virtual WalkResult handleInstantiating(const Vek::Ptr<Vek::GenericIf const>& gif, gnmi::Path path,
+  // `path` is lent to the entity's walker and given back when it returns,
+  // unless that walker paused and took it to the walk queue (`path` is then
+  // left empty): the walk of a collection keys one path for every member.
+  virtual WalkResult handleInstantiating(const Vek::Ptr<Vek::GenericIf const>& gif, gnmi::Path& path,
                                          Timestamp timestamp, VekKey* key);
   // Hands `msg` to the router and applies the time slice: Done, RouterFull
   // (refused) or QuantaExceeded (the slice is spent, tested after the push).
@@ -259,13 +265,33 @@ class OSTREL_EXPORT FullVekTypeWalker {
   WalkerFlags flags() const { return flags_; }
 
  private:
-  // One collection or array attribute, from the saved member on.
+  // What the walk of one collection reuses from member to member.
+  struct MemberWalk;
+
+  // `syncObjectInternal` with `prefix` lent, as to `handleInstantiating`,
+  // walked by `walker`: a new walker or an owner's spare, aimed at the
+  // entity here, whose router, ids and flags are the sync's.
+  static WalkResult syncEntity(const Vek::PtrInterface* obj, gnmi::Path& prefix, FullVekTypeWalker& walker,
+                               Timestamp timeStampToUse, VekKey* key);
+  // Points this walker at `gif` (of `type`) to walk it from its first
+  // attribute, as a new walker would; its paths, router, ids and flags stay.
+  void aimAt(Vek::Ptr<Vek::GenericIf const> gif, Vek::VekType type, ArenaRespMsgPtr updateMsg,
+             VekKey& keyName, Timestamp timestamp);
+  // Drops what the walk just done held: its object and its message.
+  void letGo();
+  // A walker aimed at nothing, with this walker's router, ids and flags.
+  std::unique_ptr<FullVekTypeWalker> spare() const;
+  // One collection attribute, from the saved member on.
   WalkResult walkCollection(const Vek::VekAttr& attr, const GifGnmiNotifiee* notifiee);
-  // One member of a collection.
-  WalkResult walkMember(const Vek::VekAttr& attr, const Vek::Ptr<Vek::GenericIf const>& keyGif,
+  // One member of the collection of `members`.
+  WalkResult walkMember(MemberWalk& members, const Vek::Ptr<Vek::GenericIf const>& keyGif,
                         const Vek::Ptr<Vek::GenericIf const>& member, const GifGnmiNotifiee* notifiee);
-  // One attribute that is not a collection.
-  WalkResult walkSingle(const Vek::VekAttr& attr, const GifGnmiNotifiee* notifiee);
+  // One attribute that is not a collection, as its plan step says.
+  WalkResult walkSingle(const WalkPlan::Step& step, const GifGnmiNotifiee* notifiee);
+  // The notification of `createResponse`, without a new handle on the
+  // message; `fresh` (when given) is set when the notification is new.
+  gnmi::Notification* notificationIn(ArenaRespMsgPtr& msg, Timestamp timestamp,
+                                     bool* fresh = nullptr) const;
   // Moves this walker's state to the heap and queues it.
   void pause();
   // `setUpWalk`, returning the notifiee it found or made.
@@ -282,7 +308,7 @@ class OSTREL_EXPORT FullVekTypeWalker {
   SyncId syncId_;
   WalkId walkId_;
   WalkerFlags flags_;
-  VekKey& keyName_;
+  VekKey* keyName_;
   Timestamp timeStamp_;
   // Resume state: the attribute to continue with, and inside a collection
   // the member last done; the message this walker fills and has not pushed.
@@ -294,6 +320,12 @@ class OSTREL_EXPORT FullVekTypeWalker {
   // The notifiee of an entity walker's prefix, when the sync that built the
   // walker found it; looked up again after a pause (it may have changed).
   GifGnmiNotifiee* notifiee_ = nullptr;
+  // Spare walkers, aimed anew at each walk, so that a sync of a million
+  // members does not build and tear down two million walkers: the walker of
+  // this walker's owned entities (their leaf path goes with it) and the
+  // child walker of its nested values. Made when first needed.
+  std::unique_ptr<FullVekTypeWalker> ownedWalker_;
+  std::unique_ptr<FullVekTypeWalker> valueWalker_;
 };
 
 // Publishes one change of one attribute of a published entity, at once:
@@ -308,6 +340,14 @@ class OSTREL_EXPORT VekTypeNotifWalker {
                      gnmi::Path prefixPath, GifGnmiNotifiee* notifiee, const void* key,
                      gnmi::Path leafPath, Vek::VekType type, Vek::AttributeId attrId,
                      BaseRouter& router, WalkerFlags flags);
+  // The walker of a change that `notifiee` heard: at the notifiee's prefix,
+  // which it reads in place (the notifiee must outlive the walker), with an
+  // empty leaf path.
+  VekTypeNotifWalker(Zolt::Debuggable& debug, Vek::Ptr<Vek::GenericIf const> gif,
+                     GifGnmiNotifiee& notifiee, const void* key, Vek::VekType type,
+                     Vek::AttributeId attrId, BaseRouter& router, WalkerFlags flags);
+  VekTypeNotifWalker(const VekTypeNotifWalker&) = delete;
+  VekTypeNotifWalker& operator=(const VekTypeNotifWalker&) = delete;
 
   void walk();
   // Pushes `msg` with sync id 0, unless pushes are suppressed (flag 1).
@@ -324,7 +364,10 @@ class OSTREL_EXPORT VekTypeNotifWalker {
 
   Zolt::Debuggable& debug_;
   Vek::Ptr<Vek::GenericIf const> gif_;
-  gnmi::Path prefixPath_;
+  // The prefix given to the first constructor; the prefix read is
+  // `prefixPath_`, which is this or the notifiee's.
+  gnmi::Path ownPrefix_;
+  const gnmi::Path& prefixPath_;
   GifGnmiNotifiee* notifiee_;
   const void* key_;
   gnmi::Path leafPath_;

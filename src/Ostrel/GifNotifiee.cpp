@@ -72,8 +72,7 @@ void GifGnmiNotifiee::onAttribute(Vek::AttributeId attrId, const void* key) {
   if (gif->isEntity() && static_cast<const Vek::Entity*>(gif.ptr())->hasLeft()) return;
   const Vek::VekType type = gif->type();
   if (!type->attr(attrId.abs())) return;
-  VekTypeNotifWalker walker(notifWalkerDbg, gif, prefixPath_, this, key, gnmi::Path(), type, attrId,
-                            router_, walkerFlags());
+  VekTypeNotifWalker walker(notifWalkerDbg, gif, *this, key, type, attrId, router_, walkerFlags());
   walker.walk();
 }
 

@@ -55,6 +55,25 @@ Vek::VekAttr attrOf(const GifGnmiNotifiee* notifiee, const TimestampTable* table
   return type ? type->attr(attrName) : Vek::VekAttr();
 }
 
+// `attr` when the notifiee with `table` watches a live entity (whose type
+// holds `attr`), else null; traced as every lookup.
+Vek::VekAttr liveAttr(const GifGnmiNotifiee* notifiee, const TimestampTable* table,
+                      const Vek::VekAttr& attr) {
+  const Vek::GenericIf* entity = entityOf(notifiee, table);
+  ZOLT_TRACE(dbg, 5, COMPONENT, "Looking up attr: {} in type: {}",
+             attr ? std::string_view(attr->name()) : std::string_view(),
+             entity ? entity->type() : Vek::VekType());
+  return entity ? attr : Vek::VekAttr();
+}
+
+// The time of (`attr`, `key`) in `table`; none for a null attribute.
+std::optional<Timestamp> timeIn(const TimestampTable& table, const Vek::VekAttr& attr,
+                                const Vek::Ptr<Vek::GenericIf const>& key) {
+  if (!attr) return std::nullopt;
+  const int64_t* time = table.find(TSKey(attr->id(), key));
+  return time ? std::optional<Timestamp>(*time) : std::nullopt;
+}
+
 }  // namespace
 
 TSKey::TSKey(Vek::AttributeId id, Vek::Ptr<Vek::GenericIf const> k)
@@ -104,20 +123,29 @@ TimestampTable* tableOf(const GifGnmiNotifiee* notifiee) {
 std::optional<Timestamp> lookupAttrTs(const GifGnmiNotifiee* notifiee, const char* attrName) {
   const TimestampTable* table = tableOf(notifiee);
   const Vek::VekAttr attr = attrOf(notifiee, table, attrName);
-  const TSKey key(attr ? attr->id() : Vek::AttributeId(), nullptr);
   if (!table) ZOLT_FMASSERT(dbg, COMPONENT, "unable to find GifGnmiNotifiee in objTsMap");
-  if (!attr) return std::nullopt;
-  const int64_t* time = table->find(key);
-  return time ? std::optional<Timestamp>(*time) : std::nullopt;
+  return timeIn(*table, attr, nullptr);
+}
+
+std::optional<Timestamp> lookupAttrTs(const GifGnmiNotifiee* notifiee, const Vek::VekAttr& attr) {
+  const TimestampTable* table = tableOf(notifiee);
+  const Vek::VekAttr live = liveAttr(notifiee, table, attr);
+  if (!table) ZOLT_FMASSERT(dbg, COMPONENT, "unable to find GifGnmiNotifiee in objTsMap");
+  return timeIn(*table, live, nullptr);
 }
 
 std::optional<Timestamp> lookupCollectionKeyTs(const GifGnmiNotifiee* notifiee, const char* attrName,
                                                const Vek::Ptr<Vek::GenericIf const>& key) {
   const TimestampTable* table = tableOf(notifiee);
   const Vek::VekAttr attr = attrOf(notifiee, table, attrName);
-  if (!attr || !table) return std::nullopt;
-  const int64_t* time = table->find(TSKey(attr->id(), key));
-  return time ? std::optional<Timestamp>(*time) : std::nullopt;
+  return table ? timeIn(*table, attr, key) : std::nullopt;
+}
+
+std::optional<Timestamp> lookupCollectionKeyTs(const GifGnmiNotifiee* notifiee, const Vek::VekAttr& attr,
+                                               const Vek::Ptr<Vek::GenericIf const>& key) {
+  const TimestampTable* table = tableOf(notifiee);
+  const Vek::VekAttr live = liveAttr(notifiee, table, attr);
+  return table ? timeIn(*table, live, key) : std::nullopt;
 }
 
 Timestamp getAttrTs(const Vek::Ptr<GifGnmiNotifiee>& notifiee, const char* attrName) {
@@ -141,8 +169,11 @@ void recordTs(const GifGnmiNotifiee* notifiee, const TSKey& key, Timestamp time)
 }
 
 void seedTs(const GifGnmiNotifiee* notifiee, const TSKey& key, Timestamp time) {
-  TimestampTable* table = tableOf(notifiee);
-  if (table && !table->contains(key)) table->insert(key, time);
+  if (TimestampTable* table = tableOf(notifiee)) seedTs(*table, key, time);
+}
+
+void seedTs(TimestampTable& table, const TSKey& key, Timestamp time) {
+  if (!table.contains(key)) table.insert(key, time);
 }
 
 bool eraseTs(const GifGnmiNotifiee* notifiee, const TSKey& key) {

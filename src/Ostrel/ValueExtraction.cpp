@@ -13,6 +13,8 @@
 #include <Vek/Format.h>
 
 #include "Ostrel/PtrResolution.h"
+#include "internal/CollectionKeys.h"
+#include "internal/UpdatePaths.h"
 #include "internal/WalkerSupport.h"
 
 namespace Ostrel {
@@ -21,21 +23,6 @@ using namespace WalkerSupport;
 
 namespace {
 Zolt::Debuggable& dbg = WalkerSupport::debug();
-
-// The one-element path naming the key of the collection `attr` when no key
-// element is generated: the members' declared key attribute if they have it,
-// else the collection. Made once per attribute (the same for every member);
-// single-threaded, like every walk.
-const gnmi::Path& keyPartName(const Vek::VekAttr& attr) {
-  static std::unordered_map<const Vek::VekAttrBase*, gnmi::Path> names;
-  auto [it, inserted] = names.try_emplace(attr.base());
-  if (inserted) {
-    const std::string& keyAttr = attr->keyAttrName();
-    const bool declared = !keyAttr.empty() && attr->type() && attr->type()->attr(keyAttr);
-    it->second.add_elem()->set_name(declared ? keyAttr : attr->name());
-  }
-  return it->second;
-}
 
 // "__" escaped as "\__" when the text holds it at all.
 std::string escapedText(const std::string& text) {
@@ -75,16 +62,10 @@ template <typename Setter>
 void emit(gnmi::Notification* notification, const gnmi::Path& path, VekKey& key,
           gnmi::TypedValue* target, const std::string& text, Setter&& set) {
   if (key.collecting()) {
-    gnmi::TypedValue value;
-    set(value);
-    key.mapInsert(pathToKeyStr(path), text, std::move(value));
+    set(key.mapInsert(pathToKeyStr(path), text));
     return;
   }
-  if (!target) {
-    gnmi::Update* update = notification->add_update();
-    update->mutable_path()->CopyFrom(path);
-    target = update->mutable_val();
-  }
+  if (!target) target = UpdatePaths::addUpdate(*notification, path);
   set(*target);
 }
 
@@ -233,31 +214,24 @@ void FullVekTypeWalker::extractEnum(gnmi::Notification* notification,
   emit(notification, path, key, target, name, [&](gnmi::TypedValue& t) { t.set_string_val(name); });
 }
 
-bool WalkerSupport::isStoredScalar(const Vek::VekAttr& attr) {
-  const Vek::VekType& type = attr->type();
-  return attr->storage() == Vek::AttrStorage::Value && !attr->isArray() && !type->hasGnmiStrRep() &&
-         (type->isBuiltin() || type->isEnum());
-}
-
 void WalkerSupport::extractStoredScalar(gnmi::Notification* notification, const Vek::GenericIf& owner,
-                         const Vek::VekAttr& attr, const gnmi::Path& path) {
+                                       const Vek::VekAttr& attr, const gnmi::Path& path) {
   const Vek::VekType& type = attr->type();
   const void* raw = owner.rawAttr(attr, Vek::BuiltinCode::None);
-  VekKey& key = plainKey();
+  gnmi::TypedValue* target = UpdatePaths::addUpdate(*notification, path, &attr->name());
   if (type->isBuiltin()) {
     const Vek::BuiltinCode code = type->builtinCode();
     if (code == Vek::BuiltinCode::None) {
       ZOLT_FMASSERT(dbg, COMPONENT, "Unknown builtin type: {}", type);
     }
     Vek::visitBuiltin(code, [&]<typename T>(std::type_identity<T>) {
-      emitBuiltin(notification, *static_cast<const T*>(raw), path, key, nullptr, [] { return std::string(); });
+      emitBuiltin(nullptr, *static_cast<const T*>(raw), path, plainKey(), target, [] { return std::string(); });
     });
     return;
   }
-  const std::string name = enumText(type, enumCode(type), [&]<typename T>(std::type_identity<T>) {
+  target->set_string_val(enumText(type, enumCode(type), [&]<typename T>(std::type_identity<T>) {
     return *static_cast<const T*>(raw);
-  });
-  emit(notification, path, key, nullptr, name, [&](gnmi::TypedValue& t) { t.set_string_val(name); });
+  }));
 }
 
 void FullVekTypeWalker::extractValAttr(gnmi::Notification* notification,
@@ -281,10 +255,8 @@ void FullVekTypeWalker::extractScalarArray(gnmi::Notification* notification,
   if (!isScalarType(type)) {
     ZOLT_FMASSERT(dbg, COMPONENT, "Only builtins, enums, and split inheritance types are supported");
   }
-  gnmi::Update* update = notification->add_update();
-  update->mutable_path()->CopyFrom(path);
   // Made on the arena of the update, like everything in the notification.
-  gnmi::ScalarArray* array = update->mutable_val()->mutable_leaflist_val();
+  gnmi::ScalarArray* array = UpdatePaths::addUpdate(*notification, path)->mutable_leaflist_val();
   const auto* entity = asEntity(gif.ptr());
   if (entity) array->mutable_element()->Reserve(static_cast<int>(entity->memberCount(attr)));
   for (Vek::CollectionIterator it = attr.genericIfIteratorConst(gif); it; ++it) {
@@ -321,7 +293,7 @@ void FullVekTypeWalker::extractKeyInfo(const Vek::Ptr<Vek::GenericIf const>& key
       if (generated.elem_size() > 0) {
         extractScalar(nullptr, value, valueType, generated, key);
       } else {
-        extractScalar(nullptr, value, valueType, keyPartName(attr), key);
+        extractScalar(nullptr, value, valueType, CollectionKeys::of(attr).partName, key);
       }
     } else {
       // A composite key: one part per attribute, named after it.

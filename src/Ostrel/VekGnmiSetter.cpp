@@ -199,7 +199,12 @@ Result<bool, grpc::Status> Set::processDelete() {
 }
 
 void Set::populateResponse() {
-  response_.mutable_prefix()->Swap(request_.mutable_prefix());
+  // An absent prefix is answered with an empty one.
+  if (request_.has_prefix()) {
+    response_.set_allocated_prefix(request_.release_prefix());
+  } else {
+    response_.mutable_prefix();
+  }
   response_.mutable_response()->Reserve(request_.delete__size() + request_.replace_size() +
                                         request_.update_size());
   // The prefix and the paths move from the request into the response rather

@@ -7,7 +7,9 @@
 #include <fmt/format.h>
 
 #include "Ostrel/Path.h"
+#include "internal/CollectionKeys.h"
 #include "internal/PlainAssert.h"
+#include "internal/UpdatePaths.h"
 
 namespace Ostrel {
 
@@ -35,8 +37,15 @@ VekKey& VekKey::operator=(VekKey&&) noexcept = default;
 VekKey::~VekKey() = default;
 
 void VekKey::mapInsert(const std::string& name, const std::string& text, gnmi::TypedValue value) {
+  mapInsert(name, text) = std::move(value);
+}
+
+gnmi::TypedValue& VekKey::mapInsert(const std::string& name, const std::string& text) {
   keyMap_.insert({name, text});
-  scalars_.emplace_back(name, std::move(value));
+  if (scalarCount_ == scalars_.size()) scalars_.emplace_back();
+  Scalar& scalar = scalars_[scalarCount_++];
+  scalar.first = name;
+  return scalar.second;
 }
 
 VekKey::operator std::string() const {
@@ -53,7 +62,7 @@ void VekKey::dumpKey() const { dumpKey(std::cerr); }
 
 void VekKey::dumpKey(std::ostream& out) const {
   out << "{KeyStr" << static_cast<std::string>(*this) << "Values[ ";
-  for (const auto& [name, value] : scalars_) {
+  for (const auto& [name, value] : scalars()) {
     out << name << "=" << value.ShortDebugString() << " ";
   }
   out << "]}" << std::endl;
@@ -69,19 +78,16 @@ gnmi::Path VekKey::genKey(Vek::VekAttr attr, Vek::VekType keyType) {
   }
 
   gnmi::Path generated;
-  const std::string& keyAttrName = attr->keyAttrName();
-  if (!keyAttrName.empty() && attr->type() && attr->type()->attr(keyAttrName)) {
+  const CollectionKeys::Naming& naming = CollectionKeys::of(attr);
+  if (naming.declared) {
     // The member carries its key in a declared attribute; the key is
     // published under that attribute's name only when the index attribute
     // asks for it.
-    const Vek::VekAttr index = attr->indexAttr();
-    if (index && (index->flags() & Vek::AttrFlag::KEY_NAME) != 0) {
-      generated.add_elem()->set_name(index->name());
-    }
+    if (!naming.indexName.empty()) generated.add_elem()->set_name(naming.indexName);
     return generated;
   }
   if (keyKind_ == KIND_GENERATED) {
-    generated.add_elem()->set_name(attr->name() + KEY_SUFFIX);
+    generated.add_elem()->set_name(naming.generatedName);
   }
   return generated;
 }
@@ -118,39 +124,63 @@ gnmi::Path VekKey::gnmiKeyName(const gnmi::Path& path) const {
 }
 
 void VekKey::updateAndStorePrefix(gnmi::Path& path, bool scalarMember, Vek::VekAttr attr) {
-  if (keyKind_ == KIND_SIMPLE) {
-    OSTREL_PLAIN_ASSERT(keyMap().size() == 1 && "Expected map size of 1");
+  keyInto(*collectionElem(path, attr));
+  prefix_ = path;
+  if (scalarMember) {
+    path.add_elem()->set_name(attr->name() + VALUE_SUFFIX);
   }
+  flags_ |= PREFIX_STORED;
+}
+
+gnmi::PathElem* VekKey::collectionElem(gnmi::Path& path, Vek::VekAttr attr) {
   const std::string& attrName = attr->name();
   const int count = path.elem_size();
   if (count == 0 || path.elem(count - 1).name() != attrName ||
       !path.elem(count - 1).key().empty()) {
     path.add_elem()->set_name(attrName);
   }
-  gnmi::PathElem* keyed = path.mutable_elem(path.elem_size() - 1);
-  for (const auto& [name, text] : keyMap_) {
-    (*keyed->mutable_key())[name] = text;
+  return path.mutable_elem(path.elem_size() - 1);
+}
+
+void VekKey::keyInto(gnmi::PathElem& elem) const {
+  if (keyKind_ == KIND_SIMPLE) {
+    OSTREL_PLAIN_ASSERT(keyMap().size() == 1 && "Expected map size of 1");
   }
-  prefix_ = path;
-  if (scalarMember) {
-    path.add_elem()->set_name(attrName + VALUE_SUFFIX);
+  KeyMap& keys = *elem.mutable_key();
+  // The element of a simple key keyed for the previous member: only the text
+  // changes.
+  if (keys.size() == 1 && keyMap_.size() == 1 && keys.begin()->first == keyMap_.begin()->first) {
+    keys.begin()->second = keyMap_.begin()->second;
+    return;
   }
-  flags_ |= PREFIX_STORED;
+  bool sameNames = keys.size() == keyMap_.size();
+  for (auto it = keys.begin(); sameNames && it != keys.end(); ++it) sameNames = keyMap_.count(it->first) != 0;
+  if (!sameNames) keys.clear();
+  for (const auto& [name, text] : keyMap_) keys[name] = text;
 }
 
 void VekKey::copyScalars(gnmi::Notification& notification) const {
-  copyScalars(notification, Vek::VekType());
+  copyScalars(notification, prefix_, Vek::VekType());
 }
 
 void VekKey::copyScalars(gnmi::Notification& notification, Vek::VekType memberType) const {
-  for (const auto& [name, value] : scalars_) {
+  copyScalars(notification, prefix_, memberType);
+}
+
+void VekKey::copyScalars(gnmi::Notification& notification, const gnmi::Path& prefix,
+                         Vek::VekType memberType) const {
+  for (const auto& [name, value] : scalars()) {
     if (memberType && memberType->attr(name)) continue;
-    gnmi::Update* update = notification.add_update();
-    gnmi::Path* path = update->mutable_path();
-    *path = prefix_;
-    path->add_elem()->set_name(name);
-    *update->mutable_val() = value;
+    *UpdatePaths::addUpdate(notification, prefix, &name) = value;
   }
+}
+
+void VekKey::clear() {
+  keyKind_ = KIND_UNSET;
+  keyMap_.clear();
+  scalarCount_ = 0;
+  if ((flags_ & PREFIX_STORED) != 0) prefix_.Clear();
+  flags_ = ESCAPE_TEXT;
 }
 
 }  // namespace Ostrel

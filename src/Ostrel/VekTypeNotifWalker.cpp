@@ -4,9 +4,11 @@
 
 #include <Vek/Format.h>
 
+#include "Ostrel/GifNotifiee.h"
 #include "Ostrel/PtrResolution.h"
 #include "Ostrel/TimeStamps.h"
 #include "Ostrel/VekGnmiUtils.h"
+#include "internal/WalkPlan.h"
 #include "internal/WalkerSupport.h"
 
 namespace Ostrel {
@@ -20,10 +22,24 @@ VekTypeNotifWalker::VekTypeNotifWalker(Zolt::Debuggable& debug, Vek::Ptr<Vek::Ge
                                        WalkerFlags flags)
     : debug_(debug),
       gif_(std::move(gif)),
-      prefixPath_(std::move(prefixPath)),
+      ownPrefix_(std::move(prefixPath)),
+      prefixPath_(ownPrefix_),
       notifiee_(notifiee),
       key_(key),
       leafPath_(std::move(leafPath)),
+      type_(type),
+      attrId_(attrId),
+      router_(router),
+      flags_(flags) {}
+
+VekTypeNotifWalker::VekTypeNotifWalker(Zolt::Debuggable& debug, Vek::Ptr<Vek::GenericIf const> gif,
+                                       GifGnmiNotifiee& notifiee, const void* key, Vek::VekType type,
+                                       Vek::AttributeId attrId, BaseRouter& router, WalkerFlags flags)
+    : debug_(debug),
+      gif_(std::move(gif)),
+      prefixPath_(notifiee.prefixPath()),
+      notifiee_(&notifiee),
+      key_(key),
       type_(type),
       attrId_(attrId),
       router_(router),
@@ -39,11 +55,15 @@ void VekTypeNotifWalker::walk() {
   const Timestamp now = nowUtc();
   const Vek::VekAttr attr = type_->attr(attrId_.abs());
   if (!attr) return;
-  gnmi::Path leaf = leafPath_;
-  if (attr->hasGnmiJsonStrep()) {
+  // The path of a singleton attribute: the leaf path plus its name.
+  const auto singletonPath = [&] {
+    gnmi::Path leaf = leafPath_;
     leaf.add_elem()->set_name(attr->name());
+    return leaf;
+  };
+  if (attr->hasGnmiJsonStrep()) {
     auto [msg, notification] = ArenaRespMsg::createResponse(prefixPath_, now);
-    FullVekTypeWalker::extractGnmiJsonStrepAttr(notification, gif_, attr, leaf, plainKey());
+    FullVekTypeWalker::extractGnmiJsonStrepAttr(notification, gif_, attr, singletonPath(), plainKey());
     routerPush(msg);
     return;
   }
@@ -54,24 +74,28 @@ void VekTypeNotifWalker::walk() {
   if (attr->isOptional() && !attr.genericIfExist(gif_)) {
     // An optional leaf was unset, or an optional leaf list emptied: its path
     // is deleted.
-    leaf.add_elem()->set_name(attr->name());
-    publishDelete(leaf, now);
+    publishDelete(singletonPath(), now);
     return;
   }
   if (attr->isArray()) {
     // An element changed: the whole leaf list is published again, and the
     // array's time is the time of this change.
     TimeStampUtils::recordTs(notifiee_, TSKey(attr->id(), nullptr), now);
-    leaf.add_elem()->set_name(attr->name());
     auto [msg, notification] = ArenaRespMsg::createResponse(prefixPath_, now);
-    FullVekTypeWalker::extractScalarArray(notification, gif_, attr, attr->type(), leaf);
+    FullVekTypeWalker::extractScalarArray(notification, gif_, attr, attr->type(), singletonPath());
+    routerPush(msg);
+    return;
+  }
+  if (WalkPlan::isStoredScalar(attr)) {
+    // Read in place, and written at the leaf path plus its name.
+    auto [msg, notification] = ArenaRespMsg::createResponse(prefixPath_, now);
+    extractStoredScalar(notification, *gif_, attr, leafPath_);
     routerPush(msg);
     return;
   }
   if (!attr->isCollection()) {
-    leaf.add_elem()->set_name(attr->name());
     VekKey noMemberKey;
-    publishValue(attr, attr.genericIfGet(gif_), leaf, noMemberKey, now);
+    publishValue(attr, attr.genericIfGet(gif_), singletonPath(), noMemberKey, now);
     return;
   }
   publishMember(attr, now);

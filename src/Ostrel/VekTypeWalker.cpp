@@ -9,6 +9,7 @@
 #include "Ostrel/TimeStamps.h"
 #include "Ostrel/VekGnmiUtils.h"
 #include "internal/PlainAssert.h"
+#include "internal/WalkPlan.h"
 #include "internal/WalkerSupport.h"
 
 namespace Ostrel {
@@ -28,16 +29,14 @@ FullVekTypeWalker::FullVekTypeWalker(gnmi::Path prefixPath, ArenaRespMsgPtr upda
                                      Vek::VekType objType, BaseRouter& router, SyncWalkId ids,
                                      WalkerFlags flags, VekKey& keyName, Timestamp timestamp)
     : prefixPath_(std::move(prefixPath)),
-      updateMsg_(std::move(updateMsg)),
       leafPath_(std::move(leafPath)),
-      objType_(objType),
-      gif_(std::move(gif)),
       router_(router),
       syncId_(ids.first),
       walkId_(ids.second),
       flags_(flags),
-      keyName_(keyName),
-      timeStamp_(timestamp) {}
+      keyName_(&keyName) {
+  aimAt(std::move(gif), objType, std::move(updateMsg), keyName, timestamp);
+}
 
 FullVekTypeWalker::FullVekTypeWalker(FullVekTypeWalker&& other) noexcept
     : prefixPath_(std::move(other.prefixPath_)),
@@ -55,7 +54,34 @@ FullVekTypeWalker::FullVekTypeWalker(FullVekTypeWalker&& other) noexcept
       savedMember_(std::move(other.savedMember_)),
       resuming_(other.resuming_),
       inCollection_(other.inCollection_),
-      ownMsg_(std::move(other.ownMsg_)) {}
+      ownMsg_(std::move(other.ownMsg_)),
+      ownedWalker_(std::move(other.ownedWalker_)),
+      valueWalker_(std::move(other.valueWalker_)) {}
+
+void FullVekTypeWalker::aimAt(Vek::Ptr<Vek::GenericIf const> gif, Vek::VekType type,
+                              ArenaRespMsgPtr updateMsg, VekKey& keyName, Timestamp timestamp) {
+  updateMsg_ = std::move(updateMsg);
+  objType_ = type;
+  gif_ = std::move(gif);
+  keyName_ = &keyName;
+  timeStamp_ = timestamp;
+  savedAttr_ = Vek::VekTypeBase::AttributeQIterator();
+  savedMember_ = Vek::CollectionIterator();
+  resuming_ = false;
+  inCollection_ = false;
+  ownMsg_.reset();
+  notifiee_ = nullptr;
+}
+
+void FullVekTypeWalker::letGo() {
+  gif_ = nullptr;
+  updateMsg_.reset();
+}
+
+std::unique_ptr<FullVekTypeWalker> FullVekTypeWalker::spare() const {
+  return std::make_unique<FullVekTypeWalker>(gnmi::Path(), nullptr, nullptr, gnmi::Path(), Vek::VekType(),
+                                             router_, SyncWalkId{syncId_, walkId_}, flags_, noKey(), 0);
+}
 
 FullVekTypeWalker::~FullVekTypeWalker() = default;
 
@@ -79,88 +105,60 @@ WalkResult FullVekTypeWalker::syncObjectInternal(const Vek::PtrInterface* obj, g
                                                  BaseRouter& router, SyncWalkId ids,
                                                  WalkerFlags flags, Timestamp timeStampToUse,
                                                  VekKey* key) {
+  FullVekTypeWalker walker(gnmi::Path(), nullptr, nullptr, gnmi::Path(), Vek::VekType(), router, ids, flags,
+                           noKey(), 0);
+  return syncEntity(obj, prefix, walker, timeStampToUse, key);
+}
+
+WalkResult FullVekTypeWalker::syncEntity(const Vek::PtrInterface* obj, gnmi::Path& prefix,
+                                         FullVekTypeWalker& walker, Timestamp timeStampToUse, VekKey* key) {
   if (!obj) ZOLT_FMASSERT(dbg, COMPONENT, "cannot sync a nullptr");
   const Vek::Ptr<Vek::GenericIf const> gif = Vek::VekType::genericIf(obj);
   const Vek::VekType type = gif->type();
   ZOLT_TRACE(dbg, 5, COMPONENT, "prefixPath:{} syncWalkId:{} flags:{} timeStampToUse:{} type:{}",
-             prefix, ids, flags, timeStampToUse, type);
+             prefix, SyncWalkId(walker.syncId_, walker.walkId_), walker.flags_, timeStampToUse, type);
   if (type->baseType() == Vek::Dir::Entry::entryType()) {
     ZOLT_TRACE(dbg, 5, COMPONENT, "skipping walk of Vek::Dir::Entry");
     return WalkResult::Done;
   }
   // Nothing is published from an entity that has left the model.
   if (const auto* entity = asEntity(gif.ptr()); entity && entity->hasLeft()) return WalkResult::Done;
-  GifGnmiNotifiee* notifiee = setUpWalkFor(gif, type, obj, prefix, router, flags, timeStampToUse);
+  GifGnmiNotifiee* notifiee =
+      setUpWalkFor(gif, type, obj, prefix, walker.router_, walker.flags_, timeStampToUse);
   ZOLT_TRACE(dbg, 9, COMPONENT, "construct FullVekTypeWalker with prefixPath:{}", prefix);
-  FullVekTypeWalker walker(std::move(prefix), nullptr, gif, gnmi::Path(), type, router, ids, flags, noKey(), 0);
+  walker.prefixPath_ = std::move(prefix);
+  walker.aimAt(gif, type, nullptr, noKey(), 0);
   walker.notifiee_ = notifiee;
-  return walker.walk(key);
-}
-
-void FullVekTypeWalker::setUpWalk(const Vek::Ptr<Vek::GenericIf const>& gif, Vek::VekType type,
-                                  const Vek::PtrInterface* obj, const gnmi::Path& prefix,
-                                  BaseRouter& router, WalkerFlags flags, Timestamp timeStampToUse) {
-  setUpWalkFor(gif, type, obj, prefix, router, flags, timeStampToUse);
-}
-
-GifGnmiNotifiee* FullVekTypeWalker::setUpWalkFor(const Vek::Ptr<Vek::GenericIf const>& gif,
-                                                 Vek::VekType type, const Vek::PtrInterface* obj,
-                                                 const gnmi::Path& prefix, BaseRouter& router,
-                                                 WalkerFlags flags, Timestamp timeStampToUse) {
-  auto it = gNmiNotifieeMap.find(prefix);
-  if (it != gNmiNotifieeMap.end() && it->second && it->second->entity() != obj) {
-    // The path is held by the notifiee of an entity that left the model but
-    // is still held by someone: the path belongs to this entity now. The old
-    // notifiee is retired without hearing more.
-    Vek::Ptr<GifGnmiNotifiee> stale = it->second;
-    stale->isRegisteredNotifieeIs(false);
-    const auto pathIt = notifieePathMap.find(stale->entity());
-    if (pathIt != notifieePathMap.end() && pathIt->second == prefix) notifieePathMap.erase(pathIt);
-    objTsMap().erase(stale.ptr());
-    gNmiNotifieeMap.erase(it);
-    it = gNmiNotifieeMap.end();
-  }
-  if (it == gNmiNotifieeMap.end()) {
-    // Registered by its constructor; the registry owns it.
-    new GifGnmiNotifiee(obj, prefix, router, false, hasAny(flags, WalkerFlags::NotifieeOption));
-    it = gNmiNotifieeMap.find(prefix);
-  }
-  GifGnmiNotifiee* notifiee = it->second.ptr();
-  if (!objTsMap().contains(notifiee)) ZOLT_FMASSERT(dbg, COMPONENT, "timestamp not found for {}", prefix);
-  if (timeStampToUse == 0) timeStampToUse = nowUtc();
-  for (Vek::VekTypeBase::AttributeQIterator attrIt(type); attrIt; ++attrIt) {
-    const Vek::VekAttr attr = *attrIt;
-    if (attr->isArray()) {
-      TimeStampUtils::seedTs(notifiee, TSKey(attr->id(), nullptr), timeStampToUse);
-    } else if (attr->isCollection()) {
-      for (Vek::CollectionIterator member = attr.genericIfIteratorConst(gif); member; ++member) {
-        TimeStampUtils::seedTs(notifiee, TSKey(attr->id(), member.key()), timeStampToUse);
-      }
-    }
-  }
-  return notifiee;
+  const WalkResult result = walker.walk(key);
+  // Given back, unless the walker paused and took it to the walk queue.
+  prefix = std::move(walker.prefixPath_);
+  walker.letGo();
+  return result;
 }
 
 std::pair<gnmi::Notification*, ArenaRespMsgPtr> FullVekTypeWalker::createResponse(
     ArenaRespMsgPtr& msg, VekKey* key, Timestamp timestamp) const {
-  gnmi::Notification* notification;
   bool fresh = false;
+  gnmi::Notification* notification = notificationIn(msg, timestamp, &fresh);
+  if (key && fresh && !key->scalars().empty()) key->copyScalars(*notification);
+  return {notification, msg};
+}
+
+gnmi::Notification* FullVekTypeWalker::notificationIn(ArenaRespMsgPtr& msg, Timestamp timestamp,
+                                                      bool* fresh) const {
   if (!msg) {
     ArenaRespMsg::Created created = ArenaRespMsg::createResponse(prefixPath_, timestamp);
     msg = std::move(created.msg);
-    notification = created.notification;
-    fresh = true;
-  } else if (!msg->response->has_update()) {
-    msg->response->Clear();
-    notification = msg->response->mutable_update();
-    notification->mutable_prefix()->CopyFrom(prefixPath_);
-    VekGnmiUtils::populateTimestamp(*notification, timestamp);
-    fresh = true;
-  } else {
-    notification = msg->response->mutable_update();
+    if (fresh) *fresh = true;
+    return created.notification;
   }
-  if (key && fresh && !key->scalars().empty()) key->copyScalars(*notification);
-  return {notification, msg};
+  if (msg->response->has_update()) return msg->response->mutable_update();
+  msg->response->Clear();
+  gnmi::Notification* notification = msg->response->mutable_update();
+  notification->mutable_prefix()->CopyFrom(prefixPath_);
+  VekGnmiUtils::populateTimestamp(*notification, timestamp);
+  if (fresh) *fresh = true;
+  return notification;
 }
 
 WalkResult FullVekTypeWalker::routerPush(const ArenaRespMsgPtr& msg) const {
@@ -179,9 +177,10 @@ WalkResult FullVekTypeWalker::routerPush(const ArenaRespMsgPtr& msg) const {
 }
 
 WalkResult FullVekTypeWalker::handleInstantiating(const Vek::Ptr<Vek::GenericIf const>& gif,
-                                                  gnmi::Path path, Timestamp timestamp, VekKey* key) {
+                                                  gnmi::Path& path, Timestamp timestamp, VekKey* key) {
   const auto* obj = static_cast<const Vek::PtrInterface*>(gif->voidPtr());
-  return syncObjectInternal(obj, std::move(path), router_, {syncId_, walkId_}, flags_, timestamp, key);
+  if (!ownedWalker_) ownedWalker_ = spare();
+  return syncEntity(obj, path, *ownedWalker_, timestamp, key);
 }
 
 WalkResult FullVekTypeWalker::nextWalker(const Vek::Ptr<Vek::GenericIf const>& attrGif,
@@ -193,15 +192,20 @@ WalkResult FullVekTypeWalker::nextWalker(const Vek::Ptr<Vek::GenericIf const>& a
              "FullVekTypeWalker with prefixPath_:{}",
              *this, attrGif, msg, leafPath, valueType, key, prefixPath_);
   if (timestamp == 0) timestamp = timeStamp_;
-  // The child borrows this walker's prefix and the leaf path, and gives them
-  // back: it walks a value, whose attributes are scalars and nested values
-  // only, so it pushes nothing and never pauses (a pause would move it, and
-  // the paths with it, into the walk queue).
-  FullVekTypeWalker child(std::move(prefixPath_), msg, attrGif, std::move(leafPath), valueType, router_,
-                          {syncId_, walkId_}, flags_, key, timestamp);
+  // The child (this walker's spare for nested values) borrows this walker's
+  // prefix and the leaf path, and gives them back: it walks a value, whose
+  // attributes are scalars and nested values only, so it pushes nothing and
+  // never pauses (a pause would move it, and the paths with it, into the
+  // walk queue).
+  if (!valueWalker_) valueWalker_ = spare();
+  FullVekTypeWalker& child = *valueWalker_;
+  child.prefixPath_ = std::move(prefixPath_);
+  child.leafPath_ = std::move(leafPath);
+  child.aimAt(attrGif, valueType, msg, key, timestamp);
   const WalkResult result = child.walk(childKey);
   prefixPath_ = std::move(child.prefixPath_);
   leafPath = std::move(child.leafPath_);
+  child.letGo();
   return result;
 }
 
@@ -225,7 +229,7 @@ WalkResult FullVekTypeWalker::walk(VekKey* key) {
   ZOLT_TRACE(dbg, 9, COMPONENT,
              "Start prefixPath_:{} leafPath_:{} objType_:{} updateMsg_:{} keyName_:{} syncId_:{} "
              "walkId_:{} flags_:{}",
-             prefixPath_, leafPath_, objType_, updateMsg_, keyName_, syncId_, walkId_, flags_);
+             prefixPath_, leafPath_, objType_, updateMsg_, *keyName_, syncId_, walkId_, flags_);
   if (!gif_) {
     ZOLT_FMASSERT(dbg, COMPONENT,
                   "walk with a gif_ == nullptr! prefixPath_:{} leafPath_:{} objType_:{} flags_:{}",
@@ -247,7 +251,7 @@ WalkResult FullVekTypeWalker::walk(VekKey* key) {
     // A member entity publishes the parts of its key that no attribute of
     // its own carries, beside its attributes.
     if (key && entity && !key->scalars().empty()) {
-      auto [notification, msg] = createResponse(ownMsg_, nullptr, timeStamp_);
+      gnmi::Notification* notification = notificationIn(ownMsg_, timeStamp_);
       for (const auto& [name, value] : key->scalars()) {
         if (objType_->attr(name)) continue;
         gnmi::Update* update = notification->add_update();
@@ -259,15 +263,16 @@ WalkResult FullVekTypeWalker::walk(VekKey* key) {
   resuming_ = false;
   const uint64_t queuedBefore = queuedWalkers;
   WalkResult childResult = WalkResult::Done;
+  const WalkPlan::TypePlan& plan = WalkPlan::of(objType_);
 
   for (; savedAttr_; ++savedAttr_) {
-    const Vek::VekAttr attr = *savedAttr_;
-    if (attr->type()->baseType() == Vek::collectionControlType()) continue;
+    const WalkPlan::Step& step = plan.steps[savedAttr_.position()];
+    if (step.way == WalkPlan::Way::Skip) continue;
+    const Vek::VekAttr& attr = step.attr;
     // Leaves held so far go out before an attribute that pushes messages of
     // its own, so that a walk pushes the same sequence whether it pauses or
     // not, and never holds a value across a pause.
-    if (!updateMsg_ && ownMsg_ &&
-        (attr->isCollection() || attr->isArray() || attr->isPointer() || attr->isInstantiating())) {
+    if (!updateMsg_ && ownMsg_ && step.flushesFirst) {
       ZOLT_TRACE(dbg, 5, COMPONENT, "{} push id:{} message: {}", prefixPath_, syncId_, ownMsg_);
       const ArenaRespMsgPtr held = std::move(ownMsg_);
       const WalkResult result = routerPush(held);
@@ -279,12 +284,11 @@ WalkResult FullVekTypeWalker::walk(VekKey* key) {
       }
     }
     WalkResult result = WalkResult::Done;
-    if (attr->hasGnmiJsonStrep()) {
+    if (step.way == WalkPlan::Way::JsonText) {
       const ScopedElem elem(leafPath_, attr->name());
       ArenaRespMsgPtr& msg = updateMsg_ ? updateMsg_ : ownMsg_;
-      auto [notification, held] = createResponse(msg, nullptr, timeStamp_);
-      extractGnmiJsonStrepAttr(notification, gif_, attr, leafPath_, plainKey());
-    } else if (attr->isCollection()) {
+      extractGnmiJsonStrepAttr(notificationIn(msg, timeStamp_), gif_, attr, leafPath_, plainKey());
+    } else if (step.way == WalkPlan::Way::Collection) {
       result = walkCollection(attr, notifiee.ptr());
       if (result != WalkResult::Done && !hasAny(flags_, WalkerFlags::IgnorePushResult)) {
         // Paused inside the collection: resume at the same attribute, after
@@ -293,7 +297,7 @@ WalkResult FullVekTypeWalker::walk(VekKey* key) {
         return result;
       }
     } else {
-      result = walkSingle(attr, notifiee.ptr());
+      result = walkSingle(step, notifiee.ptr());
     }
     if (result != WalkResult::Done) {
       if (!hasAny(flags_, WalkerFlags::IgnorePushResult)) {
@@ -329,6 +333,38 @@ WalkResult FullVekTypeWalker::walk(VekKey* key) {
   return hasAny(flags_, WalkerFlags::IgnorePushResult) ? WalkResult::Done : result;
 }
 
+// What the walk of one collection keeps from member to member: the key,
+// refilled for each member, and the members' path, on which each member's
+// key is set in place. For owned entities that path is their prefix, lent to
+// each member's walk; for other members it is their leaf path below this
+// walker's prefix.
+struct FullVekTypeWalker::MemberWalk {
+  MemberWalk(const FullVekTypeWalker& walker, const Vek::VekAttr& collection)
+      : owner(walker), attr(collection), valueName(collection->name() + VekKey::VALUE_SUFFIX) {}
+
+  // The members' path keyed by `key`, which holds the current member's key:
+  // made at the first member (and made again should a paused member's walk
+  // have taken it along), then keyed anew for each member.
+  gnmi::Path& keyedPath() {
+    if (keyedElem < 0 || path.elem_size() <= keyedElem) {
+      path = attr->isInstantiating() ? joinPath(owner.prefixPath_, owner.leafPath_) : owner.leafPath_;
+      VekKey::collectionElem(path, attr);
+      keyedElem = path.elem_size() - 1;
+    }
+    while (path.elem_size() > keyedElem + 1) path.mutable_elem()->RemoveLast();
+    key.keyInto(*path.mutable_elem(keyedElem));
+    return path;
+  }
+
+  const FullVekTypeWalker& owner;
+  const Vek::VekAttr attr;
+  // The leaf of a scalar member below its keyed element ("<attr>Value").
+  const std::string valueName;
+  VekKey key;
+  gnmi::Path path;
+  int keyedElem = -1;
+};
+
 WalkResult FullVekTypeWalker::walkCollection(const Vek::VekAttr& attr, const GifGnmiNotifiee* notifiee) {
   if (attr->isStack()) ZOLT_FMASSERT(dbg, COMPONENT, "stack collection type is not supported");
   Vek::CollectionIterator it;
@@ -340,11 +376,12 @@ WalkResult FullVekTypeWalker::walkCollection(const Vek::VekAttr& attr, const Gif
   } else {
     it = attr.genericIfIteratorConst(gif_);
   }
+  MemberWalk members(*this, attr);
   for (; it; ++it) {
     const Vek::Ptr<Vek::GenericIf const> keyGif = it.key();
     const Vek::Ptr<Vek::GenericIf const> member = it.ptr();
     if (!keyGif || !member) continue;
-    const WalkResult result = walkMember(attr, keyGif, member, notifiee);
+    const WalkResult result = walkMember(members, keyGif, member, notifiee);
     if (result != WalkResult::Done && !hasAny(flags_, WalkerFlags::IgnorePushResult)) {
       ZOLT_TRACE(dbg, 4, COMPONENT, "Pause walk type:{} at collection:{} after syncing keyGif:{}",
                  objType_, attr, keyGif->strRep());
@@ -356,15 +393,13 @@ WalkResult FullVekTypeWalker::walkCollection(const Vek::VekAttr& attr, const Gif
   return WalkResult::Done;
 }
 
-WalkResult FullVekTypeWalker::walkMember(const Vek::VekAttr& attr,
+WalkResult FullVekTypeWalker::walkMember(MemberWalk& members,
                                          const Vek::Ptr<Vek::GenericIf const>& keyGif,
                                          const Vek::Ptr<Vek::GenericIf const>& member,
                                          const GifGnmiNotifiee* notifiee) {
+  const Vek::VekAttr& attr = members.attr;
   Timestamp timestamp = timeStamp_;
-  if (notifiee) {
-    timestamp = VekGnmiUtils::getTimestamp(attr->name().c_str(), const_cast<GifGnmiNotifiee*>(notifiee),
-                                           &keyGif);
-  }
+  if (notifiee) timestamp = TimeStampUtils::lookupCollectionKeyTs(notifiee, attr, keyGif).value_or(0);
   if (isDirectoryCollection(attr)) {
     gnmi::Path path = joinPath(prefixPath_, leafPath_);
     path.add_elem()->set_name(keyGif->strRep());
@@ -379,35 +414,37 @@ WalkResult FullVekTypeWalker::walkMember(const Vek::VekAttr& attr,
     ZOLT_TRACE(dbg, 5, COMPONENT, "{} skipping member of {} keyed by an unpublished entity", prefixPath_, attr);
     return WalkResult::Done;
   }
-  VekKey key;
+  VekKey& key = members.key;
+  key.clear();
   ZOLT_TRACE(dbg, 9, COMPONENT, "{} extract the key", prefixPath_);
   extractKeyInfo(keyGif, attr, key, router_);
   ZOLT_TRACE(dbg, 9, COMPONENT, "{} call nextWalker for the value, then stringify vekKey:{}",
              prefixPath_, key);
+  // The member's keyed path; the key's scalar parts are published below it.
+  gnmi::Path& path = members.keyedPath();
   if (attr->isInstantiating()) {
-    // The member's prefix is made once, whole; its key's scalar parts are
-    // published by the member's own walk, below that prefix.
-    gnmi::Path memberPrefix = joinPath(prefixPath_, leafPath_);
-    key.updateAndStorePrefix(memberPrefix, false, attr);
+    // The path is the member's prefix; its key's scalar parts are published
+    // by the member's own walk.
     ZOLT_TRACE(dbg, 5, COMPONENT, "{} instantiating attr, call syncObject for the value", prefixPath_);
-    return handleInstantiating(member, std::move(memberPrefix), timestamp, &key);
+    return handleInstantiating(member, path, timestamp, &key);
   }
   const Vek::VekType memberType = member->type();
-  const bool scalarMember = attr->isPointer() || isScalarType(memberType);
-  gnmi::Path path = leafPath_;
-  key.updateAndStorePrefix(path, scalarMember, attr);
-
-  ArenaRespMsgPtr msg;
   if (attr->isPointer()) {
-    msg = objPtrToPath(member, prefixPath_, path, timestamp, router_);
-    key.copyScalars(*msg->response->mutable_update(), memberType);
+    ArenaRespMsgPtr msg;
+    {
+      const ScopedElem value(path, members.valueName);
+      msg = objPtrToPath(member, prefixPath_, path, timestamp, router_);
+    }
+    key.copyScalars(*msg->response->mutable_update(), path, memberType);
     ZOLT_TRACE(dbg, 5, COMPONENT, "{} push ptr collection message: {}", prefixPath_, msg);
     return routerPush(msg);
   }
-  auto [notification, held] = createResponse(msg, nullptr, timestamp);
-  key.copyScalars(*notification, memberType);
+  ArenaRespMsgPtr msg;
+  gnmi::Notification* notification = notificationIn(msg, timestamp);
+  key.copyScalars(*notification, path, memberType);
   WalkResult result = WalkResult::Done;
-  if (scalarMember) {
+  if (isScalarType(memberType)) {
+    const ScopedElem value(path, members.valueName);
     extractScalar(notification, member, memberType, path, plainKey());
   } else {
     ZOLT_TRACE(dbg, 9, COMPONENT, "{} non-instantiating attr, call nextWalker for the value",
@@ -419,57 +456,61 @@ WalkResult FullVekTypeWalker::walkMember(const Vek::VekAttr& attr,
   return result != WalkResult::Done ? result : pushed;
 }
 
-WalkResult FullVekTypeWalker::walkSingle(const Vek::VekAttr& attr, const GifGnmiNotifiee* notifiee) {
-  const ScopedElem elem(leafPath_, attr->name());
+WalkResult FullVekTypeWalker::walkSingle(const WalkPlan::Step& step, const GifGnmiNotifiee* notifiee) {
+  const Vek::VekAttr& attr = step.attr;
   ZOLT_TRACE(dbg, 9, COMPONENT, "{} leaf attr, call nextWalker for the attr. attr:{} memberType:{}",
              prefixPath_, attr, attr->type());
   const auto timestampOf = [&]() {
-    const Timestamp t =
-        notifiee ? VekGnmiUtils::getTimestamp(attr->name().c_str(),
-                                              const_cast<GifGnmiNotifiee*>(notifiee), nullptr)
-                 : 0;
+    const Timestamp t = notifiee ? TimeStampUtils::lookupAttrTs(notifiee, attr).value_or(0) : 0;
     return t != 0 ? t : timeStamp_;
   };
+  // Scalars and nested values of a walker travel together in its message,
+  // pushed when the walk ends; the time is read only when the message is
+  // made.
+  ArenaRespMsgPtr& held = updateMsg_ ? updateMsg_ : ownMsg_;
+  if (step.way == WalkPlan::Way::StoredScalar) {
+    // Read in place, and written at the leaf path plus its name.
+    extractStoredScalar(notificationIn(held, held ? 0 : timestampOf()), *gif_, attr, leafPath_);
+    return WalkResult::Done;
+  }
   // An optional attribute without a value (an unset scalar, an empty leaf
   // list) is not published at all.
   if (attr->isOptional() && !attr.genericIfExist(gif_)) return WalkResult::Done;
-  if (attr->isArray()) {
+  const ScopedElem elem(leafPath_, attr->name());
+  if (step.way == WalkPlan::Way::Array) {
     // An array travels as one leaf list in a message of its own, stamped with
     // the time it last changed.
     ArenaRespMsgPtr msg;
-    auto [notification, held] = createResponse(msg, nullptr, timestampOf());
-    extractScalarArray(notification, gif_, attr, attr->type(), leafPath_);
+    extractScalarArray(notificationIn(msg, timestampOf()), gif_, attr, attr->type(), leafPath_);
     ZOLT_TRACE(dbg, 5, COMPONENT, "{} push id:{} message: {}", prefixPath_, syncId_, msg);
     return routerPush(msg);
   }
-  // Scalars and nested values of a walker travel together in its message,
-  // pushed when the walk ends; the time is read only when the message is
-  // made. Stored builtins and enumerations are read in place.
-  if (isStoredScalar(attr)) {
-    ArenaRespMsgPtr& msg = updateMsg_ ? updateMsg_ : ownMsg_;
-    auto [notification, held] = createResponse(msg, nullptr, msg ? 0 : timestampOf());
-    extractStoredScalar(notification, *gif_, attr, leafPath_);
-    return WalkResult::Done;
+  // A value stored in the object is read through a view of it: a nested
+  // value is walked at once, while the object cannot change.
+  Vek::Ptr<Vek::GenericIf const> value;
+  if (step.storedValue) {
+    value = attr->type().genericIf(gif_->rawAttr(attr, Vek::BuiltinCode::None), false);
+  } else {
+    value = attr.genericIfGet(gif_);
   }
-  const Vek::Ptr<Vek::GenericIf const> value = attr.genericIfGet(gif_);
-  if (attr->isInstantiating()) {
+  if (step.way == WalkPlan::Way::OwnedChild) {
     if (!value) return WalkResult::Done;  // an unset child is not published
     ZOLT_TRACE(dbg, 5, COMPONENT, "{} singleton instantiating attr, call syncObject", prefixPath_);
-    return handleInstantiating(value, joinPath(prefixPath_, leafPath_), timestampOf(), nullptr);
+    gnmi::Path path = joinPath(prefixPath_, leafPath_);
+    return handleInstantiating(value, path, timestampOf(), nullptr);
   }
-  if (attr->isPointer()) {
+  if (step.way == WalkPlan::Way::Pointer) {
     const ArenaRespMsgPtr msg = objPtrToPath(value, prefixPath_, leafPath_, timestampOf(), router_);
     ZOLT_TRACE(dbg, 5, COMPONENT, "{} push ptr collection message: {}", prefixPath_, msg);
     return routerPush(msg);
   }
   if (!value) return WalkResult::Done;
-  ArenaRespMsgPtr& msg = updateMsg_ ? updateMsg_ : ownMsg_;
-  auto [notification, held] = createResponse(msg, nullptr, msg ? 0 : timestampOf());
+  gnmi::Notification* notification = notificationIn(held, held ? 0 : timestampOf());
   if (isScalarType(value->type())) {
     extractScalar(notification, value, value->type(), leafPath_, plainKey());
     return WalkResult::Done;
   }
-  return nextWalker(value, msg, leafPath_, value->type(), keyName_, timeStamp_, nullptr);
+  return nextWalker(value, held, leafPath_, value->type(), *keyName_, timeStamp_, nullptr);
 }
 
 }  // namespace Ostrel

@@ -338,6 +338,24 @@ TEST_F(ChangeStreaming, WithPushesSuppressedTheChangeWalkRunsButPublishesNothing
   EXPECT_EQ(TimeStampUtils::lookupCollectionKeyTs(&notifieeAt(DEV), "vlanNames", key), CHANGED);
 }
 
+TEST_F(ChangeStreaming, ANotifieesChangeWalkerPublishesAtTheNotifieesPrefixAsAGivenPrefixDoes) {
+  const Vek::Ptr<Vek::GenericIf const> eth0 = Vek::VekType::genericIf(tree_.eth0.ptr());
+  const Vek::AttributeId mtu = types().interface->attr("mtu")->id();
+  tree_.eth0->valueIs("mtu", 4000u);
+  router_.clear();
+  VekTypeNotifWalker given(Zolt::Platform::getDebugHandler("OstrelVekTypeNotifWalker"), eth0, strToPath(ETH0),
+                           &notifieeAt(ETH0), nullptr, gnmi::Path(), types().interface, mtu, router_,
+                           WalkerFlags::RequestKindBit1);
+  given.walk();
+  VekTypeNotifWalker borrowed(Zolt::Platform::getDebugHandler("OstrelVekTypeNotifWalker"), eth0,
+                              notifieeAt(ETH0), nullptr, types().interface, mtu, router_,
+                              WalkerFlags::RequestKindBit1);
+  borrowed.walk();
+  ASSERT_EQ(router_.texts.size(), 2u);
+  EXPECT_EQ(router_.texts[1], router_.texts[0]);
+  EXPECT_EQ(router_.leaves()[1], ETH0 + "/mtu = uint_val: 4000");
+}
+
 TEST_F(ChangeStreaming, ANegativeAttributeIdIsTheSameAttribute) {
   tree_.eth0->valueIs("mtu", 4000u);
   const Leaves positive = router_.leaves();

@@ -10,6 +10,7 @@
 #include "FatalCatcher.h"
 #include "SampleModel.h"
 #include "WalkSupport.h"
+#include "internal/WalkPlan.h"
 
 namespace {
 
@@ -125,6 +126,59 @@ TEST_F(FullWalker, ValueMembersAreWalkedBelowTheirKeyedElement) {
   EXPECT_TRUE(contains(leaves, at + "/addressesKey = string_val: \"192.168.1.1\""));
   EXPECT_TRUE(contains(leaves, at + "/prefixLength = uint_val: 16"));
   EXPECT_TRUE(contains(leaves, at + "/origin = string_val: \"dhcp\""));
+}
+
+// The members of a collection are walked with one key and one path, keyed
+// anew for each member, and by walkers aimed anew at each (an owned member's
+// walk borrows that path as its prefix and its owner's spare walker; a value
+// member's nested values are walked by its spare child walker). Each member
+// must publish what a fresh key, path and walker publish: the change
+// walker's, when the member is reported changed.
+TEST_F(FullWalker, EveryMemberPublishesWhatAChangeOfItAlonePublishes) {
+  auto tree = buildTree();
+  sync(tree.device, ids(0, 1));
+  std::vector<Leaves> synced;
+  for (const auto& msg : router_.messages) {
+    OstrelTest::TestRouter one;
+    one.push(SyncId(), msg);
+    synced.push_back(one.leaves());
+  }
+  const Leaves all = router_.leaves();
+  unsigned members = 0;
+  for (const auto& [owner, prefix] : {std::pair{tree.device, std::string("/devices/dev1")},
+                                      std::pair{tree.eth0, std::string("/devices/dev1/interfaces[name=eth0]")}}) {
+    GifGnmiNotifiee& notifiee = *gNmiNotifieeMap.at(strToPath(prefix));
+    for (Vek::VekTypeBase::AttributeQIterator attrIt(owner->type()); attrIt; ++attrIt) {
+      const Vek::VekAttr attr = *attrIt;
+      if (!attr->isCollection() || attr->isArray() || attr->isStack()) continue;
+      for (auto it = attr.genericIfIteratorConst(owner); it; ++it) {
+        router_.clear();
+        notifiee.onAttribute(attr->id(), it.key().ptr());
+        const Leaves changed = router_.leaves();
+        ASSERT_FALSE(changed.empty()) << attr->name();
+        ++members;
+        if (!attr->isInstantiating()) {
+          // One message, the same as one of the sync's.
+          EXPECT_NE(std::find(synced.begin(), synced.end(), changed), synced.end())
+              << attr->name() << ": " << changed.front();
+          continue;
+        }
+        // An owned entity: all that the sync published below its prefix.
+        const std::string memberPrefix = changed.front().substr(0, changed.front().find("]/") + 1);
+        Leaves below;
+        for (const std::string& leaf : all) {
+          if (leaf.rfind(memberPrefix + "/", 0) == 0) below.push_back(leaf);
+        }
+        Leaves sortedChange = changed;
+        std::sort(sortedChange.begin(), sortedChange.end());
+        std::sort(below.begin(), below.end());
+        EXPECT_EQ(sortedChange, below) << memberPrefix;
+      }
+    }
+  }
+  // interfaces 2, vlanNames 2, linkCosts 2, vlanRoles 1, vlanPriorities 1,
+  // neighbors 1, lagMembers 2, routes 1, addresses 2.
+  EXPECT_EQ(members, 14u);
 }
 
 TEST_F(FullWalker, OwnedEntitiesAreSyncedAtTheirOwnPrefix) {
@@ -475,6 +529,67 @@ TEST_F(FullWalker, SetUpReplacesTheNotifieeOfAnEntityThatLeftButIsStillHeld) {
   router_.clear();
   again->valueIs("mtu", 1600u);
   EXPECT_EQ(router_.leaves(), Leaves{"/devices/dev1/interfaces[name=eth0]/mtu = uint_val: 1600"});
+}
+
+// ---------------------------------------------------------------------------
+// The plan of a type: how each attribute is published, decided once
+
+TEST(WalkPlan, EachAttributeOfATypeIsPublishedAsItsFlagsAndStorageSay) {
+  using Way = WalkPlan::Way;
+  const auto wayOf = [](const Vek::VekType& type, const char* name) {
+    const WalkPlan::TypePlan& plan = WalkPlan::of(type);
+    for (const WalkPlan::Step& step : plan.steps) {
+      if (step.attr->name() == name) return step;
+    }
+    ADD_FAILURE() << "no step for " << name;
+    return WalkPlan::Step();
+  };
+  const Vek::VekType device = types().device;
+  const Vek::VekType interface = types().interface;
+  EXPECT_EQ(wayOf(device, "name").way, Way::StoredScalar);
+  EXPECT_EQ(wayOf(device, "hostname").way, Way::StoredScalar);
+  EXPECT_EQ(wayOf(device, "chassis").way, Way::OwnedChild);
+  EXPECT_EQ(wayOf(device, "interfaces").way, Way::Collection);
+  EXPECT_EQ(wayOf(device, "interfacesControl").way, Way::Skip);
+  EXPECT_EQ(wayOf(device, "uplink").way, Way::Pointer);
+  EXPECT_EQ(wayOf(device, "lagMembers").way, Way::Collection);
+  EXPECT_EQ(wayOf(device, "dnsServers").way, Way::Array);
+  // An alias of a wrapper value: read as a value, through a view of the
+  // stored one.
+  EXPECT_EQ(wayOf(device, "nativeVlan").way, Way::Value);
+  EXPECT_TRUE(wayOf(device, "nativeVlan").storedValue);
+  EXPECT_EQ(wayOf(interface, "mtu").way, Way::StoredScalar);
+  EXPECT_EQ(wayOf(interface, "status").way, Way::StoredScalar);
+  EXPECT_EQ(wayOf(interface, "counters").way, Way::Value);
+  EXPECT_TRUE(wayOf(interface, "counters").storedValue);
+  EXPECT_EQ(wayOf(interface, "config").way, Way::JsonText);
+  EXPECT_EQ(wayOf(interface, "vlans").way, Way::Array);
+  EXPECT_EQ(wayOf(interface, "addresses").way, Way::Collection);
+  // Attributes that push messages of their own send the held leaves first.
+  for (const char* name : {"chassis", "interfaces", "uplink", "lagMembers", "dnsServers"}) {
+    EXPECT_TRUE(wayOf(device, name).flushesFirst) << name;
+  }
+  for (const char* name : {"name", "hostname", "nativeVlan", "interfacesControl"}) {
+    EXPECT_FALSE(wayOf(device, name).flushesFirst) << name;
+  }
+}
+
+TEST(WalkPlan, HasOneStepPerAttributeInTheTypesOrder) {
+  const Vek::VekType device = types().device;
+  const WalkPlan::TypePlan& plan = WalkPlan::of(device);
+  ASSERT_EQ(plan.steps.size(), device->attrCount());
+  for (size_t i = 0; i < plan.steps.size(); ++i) EXPECT_EQ(plan.steps[i].attr, device->attrAt(i));
+}
+
+TEST(WalkPlan, ListsTheCollectionsAndArraysWhoseTimesAreSeeded) {
+  std::vector<std::string> names;
+  for (const Vek::VekAttr& attr : WalkPlan::of(types().interface).timestamped) names.push_back(attr->name());
+  EXPECT_EQ(names, (std::vector<std::string>{"addresses", "vlans", "statusHistory"}));
+}
+
+TEST(WalkPlan, IsMadeOncePerType) {
+  EXPECT_EQ(&WalkPlan::of(types().interface), &WalkPlan::of(types().interface));
+  EXPECT_NE(&WalkPlan::of(types().interface), &WalkPlan::of(types().device));
 }
 
 TEST_F(FullWalker, CreateResponseMakesAMessageWhenGivenNone) {

@@ -273,6 +273,53 @@ TEST_F(TimeStamps, LookupCollectionKeyTsOfANotifieeWithoutATableIsEmpty) {
   EXPECT_EQ(Ts::lookupCollectionKeyTs(n.ptr(), "vlanNames", u16(10)), std::nullopt);
 }
 
+TEST_F(TimeStamps, LookupsByAttributeAnswerAsLookupsByName) {
+  const Sample::Tree tree = Sample::buildTree();
+  const Vek::Ptr<GifGnmiNotifiee> n = notifieeOf(tree.device, "/dev");
+  const Vek::VekAttr vlanNames = Sample::types().device->attr("vlanNames");
+  const Vek::VekAttr hostname = Sample::types().device->attr("hostname");
+  Ts::recordTs(n.ptr(), TSKey(vlanNames->id(), u16(10)), 100);
+  Ts::recordTs(n.ptr(), TSKey(hostname->id(), nullptr), 7);
+  for (const auto& key : {u16(10), u16(20)}) {
+    EXPECT_EQ(Ts::lookupCollectionKeyTs(n.ptr(), vlanNames, key), Ts::lookupCollectionKeyTs(n.ptr(), "vlanNames", key));
+  }
+  EXPECT_EQ(Ts::lookupCollectionKeyTs(n.ptr(), vlanNames, u16(10)), std::optional<Timestamp>(100));
+  EXPECT_EQ(Ts::lookupAttrTs(n.ptr(), hostname), std::optional<Timestamp>(7));
+  EXPECT_EQ(Ts::lookupAttrTs(n.ptr(), vlanNames), Ts::lookupAttrTs(n.ptr(), "vlanNames"));
+}
+
+TEST_F(TimeStamps, LookupsByAttributeTraceAsLookupsByName) {
+  const Sample::Tree tree = Sample::buildTree();
+  const Vek::Ptr<GifGnmiNotifiee> n = notifieeOf(tree.eth0, "/eth0");
+  const OstrelTest::TraceCapture traces("Ostrel", 1u << 5);
+  Ts::lookupAttrTs(n.ptr(), Sample::types().interface->attr("mtu"));
+  Ts::lookupCollectionKeyTs(n.ptr(), Sample::types().interface->attr("addresses"), Sample::ipv4("10.0.0.1"));
+  EXPECT_EQ(traces.messages,
+            (std::vector<std::string>{"Looking up attr: mtu in type: Sample::Interface",
+                                      "Looking up attr: addresses in type: Sample::Interface"}));
+}
+
+TEST_F(TimeStamps, LookupsByAttributeOfANotifieeWithoutATableAreFatalOrEmptyAsByName) {
+  const Sample::Tree tree = Sample::buildTree();
+  const Vek::Ptr<GifGnmiNotifiee> n = notifieeOf(tree.device, "/dev");
+  const Vek::VekAttr vlanNames = Sample::types().device->attr("vlanNames");
+  Ts::recordTs(n.ptr(), TSKey(vlanNames->id(), u16(10)), 100);
+  n->onZeroReferences();
+  EXPECT_EQ(Ts::lookupCollectionKeyTs(n.ptr(), vlanNames, u16(10)), std::nullopt);
+  EXPECT_FATAL(Ts::lookupAttrTs(n.ptr(), vlanNames), "unable to find GifGnmiNotifiee in objTsMap");
+}
+
+TEST_F(TimeStamps, LookupsByAttributeAfterTheEntityEndedFindNothing) {
+  Vek::Ptr<GifGnmiNotifiee> n;
+  const Vek::VekAttr addresses = Sample::types().interface->attr("addresses");
+  {
+    const Sample::Tree tree = Sample::buildTree();
+    n = notifieeOf(tree.eth0, "/eth0");
+    Ts::recordTs(n.ptr(), TSKey(addresses->id(), Sample::ipv4("10.0.0.1")), 5);
+  }
+  EXPECT_EQ(Ts::lookupCollectionKeyTs(n.ptr(), addresses, Sample::ipv4("10.0.0.1")), std::nullopt);
+}
+
 TEST_F(TimeStamps, GetAttrTsReturnsTheRecordedTime) {
   const Sample::Tree tree = Sample::buildTree();
   const Vek::Ptr<GifGnmiNotifiee> n = notifieeOf(tree.eth0, "/eth0");
@@ -328,6 +375,15 @@ TEST_F(TimeStamps, SeedingKeepsTheFirstTime) {
   EXPECT_EQ(Ts::lookupAttrTs(n.ptr(), "vlans"), std::optional<Timestamp>(100));
   Ts::recordTs(n.ptr(), TSKey(interfaceAttr("vlans"), nullptr), 300);
   EXPECT_EQ(Ts::lookupAttrTs(n.ptr(), "vlans"), std::optional<Timestamp>(300));
+}
+
+TEST_F(TimeStamps, SeedingATableFoundBeforehandKeepsTheFirstTimeToo) {
+  const Sample::Tree tree = Sample::buildTree();
+  const Vek::Ptr<GifGnmiNotifiee> n = notifieeOf(tree.device, "/dev");
+  Ostrel::TimestampTable& table = objTsMap().at(n.ptr());
+  Ts::seedTs(table, TSKey(deviceAttr("vlanNames"), u16(10)), 100);
+  Ts::seedTs(table, TSKey(deviceAttr("vlanNames"), u16(10)), 200);
+  EXPECT_EQ(Ts::lookupCollectionKeyTs(n.ptr(), "vlanNames", u16(10)), std::optional<Timestamp>(100));
 }
 
 TEST_F(TimeStamps, EraseTsRemovesTheEntryOnce) {

@@ -14,9 +14,14 @@
 #include <Ostrel/VekTypeWalker.h>
 #include <Vek/Vek.h>
 
+#include <google/protobuf/util/message_differencer.h>
+
 #include "FatalCatcher.h"
 #include "SampleModel.h"
 #include "WalkSupport.h"
+#include "internal/UpdatePaths.h"
+#include "internal/WalkPlan.h"
+#include "internal/WalkerSupport.h"
 
 namespace {
 
@@ -716,6 +721,76 @@ TEST(IsScalarType, ValuesWrappersAndEntitiesAreNot) {
   EXPECT_FALSE(FullVekTypeWalker::isScalarType(t.vlanId));
   EXPECT_FALSE(FullVekTypeWalker::isScalarType(t.vlanTag));
   EXPECT_FALSE(FullVekTypeWalker::isScalarType(t.interface));
+}
+
+// ---------------------------------------------------------------------------
+// Update paths and stored scalars: what the walker writes without copying a
+// whole path or reading a value handle
+
+// A notification with one update (value still empty) at a copy of `path`, as
+// a general message copy makes it.
+gnmi::Notification copiedAt(const gnmi::Path& path) {
+  gnmi::Notification notification;
+  gnmi::Update* update = notification.add_update();
+  update->mutable_path()->CopyFrom(path);
+  update->mutable_val();
+  return notification;
+}
+
+TEST(UpdatePaths, AnUpdatesPathIsWhatACopyOfThePathWouldBe) {
+  gnmi::Path withOrigin = strToPath("/a/b");
+  withOrigin.set_origin("openconfig");
+  gnmi::Path withTarget = strToPath("/a");
+  withTarget.set_target("dev1");
+  for (const gnmi::Path& path : {strToPath("/a"), strToPath("/a/b[k=v]/c"), strToPath("/x[k1=1][k2=2]"),
+                                 gnmi::Path(), withOrigin, withTarget}) {
+    gnmi::Notification written;
+    Ostrel::UpdatePaths::addUpdate(written, path);
+    EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(written, copiedAt(path)))
+        << path.ShortDebugString();
+  }
+}
+
+TEST(UpdatePaths, ALeafNameIsAppendedAfterThePath) {
+  gnmi::Notification written;
+  const std::string leaf = "mtu";
+  gnmi::TypedValue* value = Ostrel::UpdatePaths::addUpdate(written, strToPath("/a[k=v]"), &leaf);
+  value->set_uint_val(7);
+  ASSERT_EQ(written.update_size(), 1);
+  EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(written.update(0).path(), strToPath("/a[k=v]/mtu")));
+  EXPECT_EQ(written.update(0).val().uint_val(), 7u);
+}
+
+TEST(UpdatePaths, AppendAddsTheElementsAfterThoseThere) {
+  gnmi::Path to = strToPath("/a");
+  Ostrel::UpdatePaths::append(strToPath("/b[k=v]/c"), &to);
+  EXPECT_EQ(to, strToPath("/a/b[k=v]/c"));
+}
+
+// Every builtin and enumeration of the sample's Scalars entity, and the
+// entity's name: read in place, each is written as extracting the value read
+// through a handle writes it at that path.
+TEST(ExtractStoredScalar, WritesWhatExtractingTheValueReadWrites) {
+  const Sample::Tree tree = Sample::buildTree();
+  const gnmi::Path parent = strToPath("/scalars");
+  unsigned stored = 0;
+  for (Vek::VekTypeBase::AttributeQIterator it(tree.scalars->type()); it; ++it) {
+    const Vek::VekAttr attr = *it;
+    if (!Ostrel::WalkPlan::isStoredScalar(attr)) continue;
+    ++stored;
+    gnmi::Notification inPlace;
+    Ostrel::WalkerSupport::extractStoredScalar(&inPlace, *tree.scalars, attr, parent);
+    gnmi::Path leaf = parent;
+    leaf.add_elem()->set_name(attr->name());
+    gnmi::Notification read;
+    VekKey key;
+    key.escapesTextIs(false);
+    const Vek::Ptr<Vek::GenericIf const> value = attr.genericIfGet(tree.scalars);
+    FullVekTypeWalker::extractScalar(&read, value, value->type(), leaf, key);
+    EXPECT_EQ(inPlace.SerializeAsString(), read.SerializeAsString()) << attr->name();
+  }
+  // name, 15 builtins and 6 enumerations.
+  EXPECT_EQ(stored, 22u);
 }
 
 }  // namespace

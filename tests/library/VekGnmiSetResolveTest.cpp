@@ -128,6 +128,43 @@ TEST(VekGnmiSetResolve, PlainAttributeResolvesToItsCurrentValue) {
   EXPECT_EQ(found.value().attr, Sample::types().interface->attr("mtu"));
 }
 
+TEST(VekGnmiSetResolve, APlainValueCheckedOnlyIsNotRead) {
+  const Sample::Tree tree = Sample::buildTree();
+  const auto found = AttrTree::getDataElem(parentOf(tree.eth0), elemOf("mtu"), AttrTree::PlainValue::CheckOnly);
+  ASSERT_TRUE(found.ok());
+  EXPECT_FALSE(found.value().value);
+  EXPECT_EQ(found.value().attr, Sample::types().interface->attr("mtu"));
+  // A member: its key is made, and only whether it is there is checked.
+  const auto member =
+      AttrTree::getDataElem(parentOf(tree.device), elemOf("vlanNames[id=10]"), AttrTree::PlainValue::CheckOnly);
+  ASSERT_TRUE(member.ok());
+  EXPECT_FALSE(member.value().value);
+  ASSERT_TRUE(member.value().keyObj);
+  EXPECT_EQ(member.value().keyObj->as<unsigned short>(), 10u);
+}
+
+TEST(VekGnmiSetResolve, AMissingMemberCheckedOnlyIsRefusedAsWhenRead) {
+  const Sample::Tree tree = Sample::buildTree();
+  for (const auto plain : {AttrTree::PlainValue::Read, AttrTree::PlainValue::CheckOnly}) {
+    const auto found = AttrTree::getDataElem(parentOf(tree.device), elemOf("vlanNames[id=99]"), plain);
+    ASSERT_FALSE(found.ok());
+    EXPECT_EQ(found.error(), "Path element vlanNames[id=99] is not set");
+  }
+}
+
+TEST(VekGnmiSetResolve, ValuesWithAttributesAndEntitiesAreReadWhateverIsAskedOfPlainValues) {
+  const Sample::Tree tree = Sample::buildTree();
+  const auto counters =
+      AttrTree::getDataElem(parentOf(tree.eth0), elemOf("counters"), AttrTree::PlainValue::CheckOnly);
+  ASSERT_TRUE(counters.ok());
+  ASSERT_TRUE(counters.value().value);
+  EXPECT_EQ(counters.value().value->type(), Sample::types().counters);
+  const auto chassis =
+      AttrTree::getDataElem(parentOf(tree.device), elemOf("chassis"), AttrTree::PlainValue::CheckOnly);
+  ASSERT_TRUE(chassis.ok());
+  EXPECT_TRUE(chassis.value().value);
+}
+
 TEST(VekGnmiSetResolve, KeyOnPlainAttributeIsRefusedNamingTheElement) {
   const Sample::Tree tree = Sample::buildTree();
   const auto found = AttrTree::getDataElem(parentOf(tree.eth0), elemOf("mtu[x=1]"));

@@ -373,6 +373,32 @@ TEST(VekGnmiSetTree, AttrQueueFindsEveryChildAfterGrowing) {
   EXPECT_EQ(queue.get(elemOf("nosuch")), nullptr);
 }
 
+TEST(VekGnmiSetTree, AttrQueueGivenTheElementsHashAnswersAsWhenItHashesItself) {
+  const Sample::Tree tree = Sample::buildTree();
+  std::deque<gnmi::PathElem> elems;
+  AttrTree::CompositeNode::AttrQueue queue;
+  const Vek::VekType scalars = Sample::types().scalars;
+  for (size_t i = 0; i < scalars->attrCount(); ++i) {
+    const gnmi::PathElem& elem = elems.emplace_back(elemOf(scalars->attrAt(i)->name()));
+    auto found = AttrTree::getDataElem(tree.scalars.ptr(), elem);
+    ASSERT_TRUE(found.ok()) << elem.name();
+    const uint32_t hash = Ostrel::hashPathElem(elem);
+    EXPECT_EQ(queue.get(elem, hash), nullptr);
+    const auto [fresh, node] =
+        queue.insert(std::make_unique<AttrTree::LeafNode>(elem, std::move(found).value()), hash);
+    EXPECT_TRUE(fresh);
+    EXPECT_EQ(queue.get(elem), node);
+    EXPECT_EQ(queue.get(elem, hash), node);
+  }
+  // A second node for an element, offered with its hash, is refused.
+  const gnmi::PathElem& again = elems.emplace_back(elemOf(scalars->attrAt(1)->name()));
+  auto found = AttrTree::getDataElem(tree.scalars.ptr(), again);
+  const auto [inserted, existing] =
+      queue.insert(std::make_unique<AttrTree::LeafNode>(again, std::move(found).value()), Ostrel::hashPathElem(again));
+  EXPECT_FALSE(inserted);
+  EXPECT_EQ(existing, queue.nodes()[1].get());
+}
+
 TEST(VekGnmiSetTree, StagingPreparingPruningAndCommittingTraceEachNode) {
   const Sample::Tree tree = Sample::buildTree();
   std::vector<std::string> lines;

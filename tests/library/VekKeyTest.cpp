@@ -9,6 +9,7 @@
 #include <Vek/Vek.h>
 
 #include "SampleModel.h"
+#include "internal/CollectionKeys.h"
 
 namespace {
 
@@ -357,6 +358,166 @@ TEST(VekKey, CopyScalarsOfEmptyKeyAddsNothing) {
   gnmi::Notification notification;
   VekKey().copyScalars(notification);
   EXPECT_EQ(notification.update_size(), 0);
+}
+
+// A simple key of the collection byName whose one part is name = `text`.
+VekKey nameKey(const std::string& text) {
+  VekKey key;
+  key.updateTypeAndGenKey(KeyModel::get().byName, Vek::builtinType<Vek::String>());
+  key.mapInsert("name", text).set_string_val(text);
+  return key;
+}
+
+TEST(VekKey, CollectionElementIsTheLastElementWhenKeylessAndOfTheCollectionsName) {
+  const KeyModel& m = KeyModel::get();
+  gnmi::Path path = Ostrel::strToPath("/dev/byName");
+  EXPECT_EQ(VekKey::collectionElem(path, m.byName), path.mutable_elem(1));
+  EXPECT_EQ(path.elem_size(), 2);
+}
+
+TEST(VekKey, CollectionElementIsAppendedAfterAnyOtherLastElement) {
+  const KeyModel& m = KeyModel::get();
+  for (const char* text : {"/dev", "/dev/byName[name=eth0]", ""}) {
+    gnmi::Path path = Ostrel::strToPath(text);
+    const int before = path.elem_size();
+    gnmi::PathElem* elem = VekKey::collectionElem(path, m.byName);
+    ASSERT_EQ(path.elem_size(), before + 1) << text;
+    EXPECT_EQ(elem, path.mutable_elem(before)) << text;
+    EXPECT_EQ(elem->name(), "byName") << text;
+    EXPECT_TRUE(elem->key().empty()) << text;
+  }
+}
+
+// A composite key of the collection neighbor: vrf = `vrf`, ip = `ip`.
+VekKey neighborKey(const std::string& vrf, uint64_t ip) {
+  VekKey key;
+  key.updateTypeAndGenKey(KeyModel::get().neighbor, KeyModel::get().addr);
+  key.mapInsert("vrf", vrf).set_string_val(vrf);
+  key.mapInsert("ip", std::to_string(ip)).set_uint_val(ip);
+  return key;
+}
+
+TEST(VekKey, KeyIntoGivesTheElementExactlyThisKeysEntries) {
+  const VekKey first = neighborKey("red", 1);
+  const VekKey second = neighborKey("blue", 2);
+  const VekKey other = nameKey("eth0");
+  gnmi::PathElem elem;
+  elem.set_name("neighbor");
+  first.keyInto(elem);
+  EXPECT_EQ(Ostrel::pathElemToStr(elem), "neighbor[ip=1][vrf=red]");
+  // Entries of the same names are overwritten, others go.
+  second.keyInto(elem);
+  EXPECT_EQ(elem.key_size(), 2);
+  EXPECT_EQ(elem.key().at("vrf"), "blue");
+  EXPECT_EQ(elem.key().at("ip"), "2");
+  other.keyInto(elem);
+  EXPECT_EQ(elem.key_size(), 1);
+  EXPECT_EQ(elem.key().at("name"), "eth0");
+}
+
+TEST(VekKey, KeyIntoAnElementOfTheSameNamesFoldsAsUpdateAndStorePrefixDoes) {
+  VekKey key = nameKey("eth1");
+  gnmi::Path folded = Ostrel::strToPath("/dev/byName");
+  key.updateAndStorePrefix(folded, false, KeyModel::get().byName);
+  // The same path keyed for another member first, then for this one.
+  gnmi::Path reused = Ostrel::strToPath("/dev/byName[name=eth0]");
+  key.keyInto(*reused.mutable_elem(1));
+  EXPECT_EQ(reused, folded);
+}
+
+TEST(VekKeyDeathTest, KeyIntoWithASimpleKeyWithoutExactlyOneEntryEndsTheProcess) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  key.updateTypeAndGenKey(m.byName, Vek::builtinType<Vek::String>());
+  gnmi::PathElem elem;
+  EXPECT_DEATH(key.keyInto(elem), "Assertion `keyMap\\(\\)\\.size\\(\\) == 1 && \"Expected map size of 1\"' failed");
+}
+
+TEST(VekKey, CopyScalarsUnderAGivenPrefixIgnoresTheStoredOne) {
+  VekKey key = nameKey("eth0");
+  gnmi::Path stored = Ostrel::strToPath("/dev/byName");
+  key.updateAndStorePrefix(stored, false, KeyModel::get().byName);
+  gnmi::Notification notification;
+  key.copyScalars(notification, Ostrel::strToPath("/other[k=v]"), Vek::VekType());
+  ASSERT_EQ(notification.update_size(), 1);
+  EXPECT_EQ(Ostrel::pathToStr(notification.update(0).path()), "/other[k=v]/name");
+  EXPECT_EQ(notification.update(0).val().string_val(), "eth0");
+}
+
+TEST(VekKey, CopyScalarsUnderAGivenPrefixLeavesOutWhatTheMemberPublishes) {
+  VekKey key;
+  key.mapInsert("id", "1", uintVal(1));
+  key.mapInsert("other", "2", uintVal(2));
+  gnmi::Notification notification;
+  // Port has an attribute "id".
+  key.copyScalars(notification, Ostrel::strToPath("/p"), KeyModel::get().port);
+  ASSERT_EQ(notification.update_size(), 1);
+  EXPECT_EQ(Ostrel::pathToStr(notification.update(0).path()), "/p/other");
+}
+
+TEST(VekKey, AClearedKeyIsAFreshKey) {
+  const KeyModel& m = KeyModel::get();
+  VekKey key;
+  key.updateTypeAndGenKey(m.neighbor, m.addr);
+  key.collectingIs(true);
+  key.escapesTextIs(false);
+  key.mapInsert("vrf", "red", stringVal("red"));
+  gnmi::Path path = Ostrel::strToPath("/dev/neighbor");
+  key.updateAndStorePrefix(path, false, m.neighbor);
+  key.clear();
+  const VekKey fresh;
+  EXPECT_EQ(key.keyKind(), fresh.keyKind());
+  EXPECT_TRUE(key.keyMap().empty());
+  EXPECT_TRUE(key.scalars().empty());
+  EXPECT_EQ(key.flags(), fresh.flags());
+  EXPECT_EQ(key.prefix().elem_size(), 0);
+}
+
+TEST(VekKey, AKeyRefilledAfterClearEqualsOneFilledFresh) {
+  VekKey reused = neighborKey("a-long-routing-instance-name", 1);
+  reused.clear();
+  reused.updateTypeAndGenKey(KeyModel::get().neighbor, KeyModel::get().addr);
+  reused.mapInsert("vrf", "red").set_string_val("red");
+  reused.mapInsert("ip", "7").set_uint_val(7);
+  const VekKey fresh = neighborKey("red", 7);
+  EXPECT_EQ(static_cast<std::string>(reused), static_cast<std::string>(fresh));
+  ASSERT_EQ(reused.scalars().size(), fresh.scalars().size());
+  for (size_t i = 0; i < fresh.scalars().size(); ++i) {
+    EXPECT_EQ(reused.scalars()[i].first, fresh.scalars()[i].first);
+    EXPECT_EQ(reused.scalars()[i].second.SerializeAsString(), fresh.scalars()[i].second.SerializeAsString());
+  }
+}
+
+TEST(VekKey, MapInsertReturnsTheQueuedValueToFill) {
+  VekKey key;
+  key.mapInsert("a", "1").set_uint_val(1);
+  ASSERT_EQ(key.scalars().size(), 1u);
+  EXPECT_EQ(key.scalars()[0].first, "a");
+  EXPECT_EQ(key.scalars()[0].second.uint_val(), 1u);
+  EXPECT_EQ(key.keyMap().at("a"), "1");
+}
+
+TEST(CollectionKeys, AKeyTheMembersDoNotDeclareIsNamedAfterTheCollection) {
+  const Ostrel::CollectionKeys::Naming& naming = Ostrel::CollectionKeys::of(KeyModel::get().byName);
+  EXPECT_FALSE(naming.declared);
+  EXPECT_EQ(naming.indexName, "");
+  EXPECT_EQ(naming.generatedName, "byNameKey");
+  EXPECT_EQ(Ostrel::pathToStr(naming.partName), "/byName");
+}
+
+TEST(CollectionKeys, ADeclaredKeyIsNamedAfterItsAttributeAndPublishedWhenItAsks) {
+  const Ostrel::CollectionKeys::Naming& published = Ostrel::CollectionKeys::of(KeyModel::get().ports);
+  EXPECT_TRUE(published.declared);
+  EXPECT_EQ(published.indexName, "id");
+  EXPECT_EQ(Ostrel::pathToStr(published.partName), "/id");
+  const Ostrel::CollectionKeys::Naming& hidden = Ostrel::CollectionKeys::of(KeyModel::get().hidden);
+  EXPECT_TRUE(hidden.declared);
+  EXPECT_EQ(hidden.indexName, "");
+  EXPECT_EQ(Ostrel::pathToStr(hidden.partName), "/id");
+}
+
+TEST(CollectionKeys, AreWorkedOutOncePerAttribute) {
+  EXPECT_EQ(&Ostrel::CollectionKeys::of(KeyModel::get().ports), &Ostrel::CollectionKeys::of(KeyModel::get().ports));
 }
 
 TEST(VekKey, CopiesAreIndependent) {

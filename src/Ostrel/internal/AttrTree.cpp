@@ -1,14 +1,14 @@
-#include "AttrTree.h"
-
-#include <algorithm>
+// The Set's staging tree: nodes stage the values of a request's paths,
+// prepare the new values bottom-up and commit the first level into the
+// prefix entity (see AttrTree.h).
 #include <exception>
 #include <iterator>
-#include <type_traits>
 
 #include <fmt/format.h>
 
 #include <Zolt/Zolt.h>
 
+#include "AttrTreeSupport.h"
 #include "Ostrel/Path.h"
 
 namespace Ostrel::VekGnmiSet::AttrTree {
@@ -18,245 +18,15 @@ namespace {
 Zolt::Debuggable& dbg = Zolt::Platform::getDebugHandler("OstrelVekGnmiSet");
 
 // Trace and assertion components.
-constexpr const char* RESOLVER = "AttrTree";
 constexpr const char* VALUE_NODE = "ValueNode";
 constexpr const char* LEAF_NODE = "LeafNode";
 constexpr const char* COMPOSITE_NODE = "CompositeNode";
 constexpr const char* ENTITY_NODE = "EntityNode";
 
-constexpr int32_t NOT_FOUND = grpc::StatusCode::NOT_FOUND;
-constexpr int32_t INVALID_ARGUMENT = grpc::StatusCode::INVALID_ARGUMENT;
-
-Error errorAt(int32_t code, const gnmi::PathElem& elem, std::string message) {
-  Error error;
-  error.code = code;
-  error.path.push_back(elem);
-  error.message = std::move(message);
-  return error;
-}
-
-// A value type with attributes of its own: staged as a composite whose
-// attributes are set one by one. Builtins, enumerations and attribute-less
-// values are plain leaves.
-bool isComposite(const Vek::VekType& type) { return type->isValue() && type->attrCount() > 0; }
-
-// The name by which conversion messages call a gNMI kind the converter
-// takes; null for every other kind.
-const char* acceptedKindName(gnmi::TypedValue::ValueCase kind) {
-  switch (kind) {
-    case gnmi::TypedValue::kStringVal: return "string";
-    case gnmi::TypedValue::kIntVal: return "int";
-    case gnmi::TypedValue::kUintVal: return "unsigned int";
-    case gnmi::TypedValue::kBoolVal: return "bool";
-    default: return nullptr;
-  }
-}
-
-// The integer representations an int or uint value converts into. `char`
-// takes neither: it is a character, whatever its signedness.
-template <typename T>
-constexpr bool IS_SIGNED_INTEGER =
-    std::is_integral_v<T> && std::is_signed_v<T> && !std::is_same_v<T, char>;
-template <typename T>
-constexpr bool IS_UNSIGNED_INTEGER = std::is_integral_v<T> && std::is_unsigned_v<T> &&
-                                     !std::is_same_v<T, bool> && !std::is_same_v<T, char>;
-
 }  // namespace
-
-// ---------------------------------------------------------------------------
-// Resolution and conversion
-
-Result<DataElem, std::string> getDataElem(const Vek::Ptr<Vek::GenericIf>& parent,
-                                          const gnmi::PathElem& elem) {
-  ZOLT_TRACE(dbg, 8, RESOLVER, "Accessing path element {} with {} keys", elem.name(),
-             elem.key_size());
-  const Vek::VekType type = parent ? parent->type() : Vek::VekType();
-  if (!type) return Failure{fmt::format("VekType is missing for parent object of {}", elem)};
-  if (type->baseType() == Vek::Dir::dirType()) {
-    ZOLT_TRACE(dbg, 9, RESOLVER, "Accessing entity named {} under Vek::Dir", elem.name());
-    return getElemInDir(parent, elem);
-  }
-  ZOLT_TRACE(dbg, 9, RESOLVER, "Accessing attribute {} in type {}", elem.name(), type->name());
-  const Vek::VekAttr attr = type->attr(elem.name());
-  if (!attr) {
-    return Failure{fmt::format("Attribute {} not found on Type {}", elem.name(), type->name())};
-  }
-  // Key parsing and the read raise the runtime's exceptions; their text is
-  // the message.
-  try {
-    Vek::Ptr<Vek::GenericIf> keyObj;
-    // An array's members are keyed by their index, as a collection's by key.
-    if (attr->isCollection() || attr->isArray()) {
-      if (attr->isInternallyKeyed()) {
-        return Failure{std::string("Path with internally-keyed collection is not supported")};
-      }
-      if (elem.key_size() != 1) {
-        return Failure{std::string("Path with composite key collection not supported")};
-      }
-      const auto& [keyName, keyText] = *elem.key().begin();
-      ZOLT_TRACE(dbg, 9, RESOLVER, "Creating Gif key object for gnmi key [{} = {}]", keyName,
-                 keyText);
-      keyObj = attr->indexType().genericIf(Vek::String(keyText), true);
-      if (!keyObj) ZOLT_FMASSERT(dbg, RESOLVER, "Expecting valid key object for {}", elem);
-    } else if (elem.key_size() != 0) {
-      return Failure{fmt::format("Path element {} cannot have a key: {} is not a collection",
-                                 elem, attr->name())};
-    }
-    Vek::Ptr<Vek::GenericIf const> current = attr.genericIfGet(parent, keyObj);
-    if (!current) return Failure{fmt::format("Path element {} is not set", elem)};
-    if (isComposite(attr->type())) {
-      ZOLT_TRACE(dbg, 9, RESOLVER, "Making a non-const copy of the Value type object");
-      // The runtime reads a scalar attribute as a new copy of its value,
-      // which is then private already; a collection member is the stored
-      // object itself and is copied.
-      if (attr->storage() == Vek::AttrStorage::Value) {
-        return DataElem{Vek::Ptr<Vek::GenericIf>(const_cast<Vek::GenericIf*>(current.ptr())),
-                        std::move(keyObj), attr};
-      }
-      return DataElem{current->type().genericIf(current->voidPtr(), true), std::move(keyObj),
-                      attr};
-    }
-    // An entity is its own handle and is written only through the runtime's
-    // checked setters at commit; a plain value is only read (a leaf replaces
-    // it by the converted new value). Neither is modified through this
-    // handle, so giving up const is safe.
-    return DataElem{Vek::Ptr<Vek::GenericIf>(const_cast<Vek::GenericIf*>(current.ptr())),
-                    std::move(keyObj), attr};
-  } catch (const std::exception& e) {
-    return Failure{std::string(e.what())};
-  }
-}
-
-Result<DataElem, std::string> getElemInDir(const Vek::Ptr<Vek::GenericIf>& dirObj,
-                                           const gnmi::PathElem& elem) {
-  if (!dirObj || !(dirObj->type()->baseType() == Vek::Dir::dirType())) {
-    ZOLT_FMASSERT(dbg, RESOLVER, "Expecting dirObj to be of type Vek::Dir");
-  }
-  // Looked up once: every directory type answers with the attribute of
-  // `Vek::Dir` (aliases answer as their base type).
-  static const Vek::VekAttr entityPtr = dirObj->type()->attr("entityPtr");
-  if (!entityPtr) ZOLT_FMASSERT(dbg, RESOLVER, "entityPtr attribute not found inside Vek::Dir");
-  if (elem.key_size() != 0) {
-    return Failure{fmt::format("Path element {} under Vek::Dir cannot have a key", elem)};
-  }
-  Vek::Ptr<Vek::GenericIf> key = entityPtr->indexType().genericIf(Vek::String(elem.name()), false);
-  if (!key) ZOLT_FMASSERT(dbg, RESOLVER, "Expecting valid key object to access entityPtr");
-  Vek::Ptr<Vek::GenericIf const> child = entityPtr.genericIfGet(dirObj, key);
-  if (!child) return Failure{fmt::format("Path element {} is not set", elem)};
-  // The child entity is its own handle; see getDataElem.
-  return DataElem{Vek::Ptr<Vek::GenericIf>(const_cast<Vek::GenericIf*>(child.ptr())),
-                  std::move(key), entityPtr};
-}
-
-Result<Vek::Ptr<Vek::GenericIf>, std::string> gnmiToVekValue(const gnmi::TypedValue& value,
-                                                             const Vek::VekType& type) {
-  using Converted = Result<Vek::Ptr<Vek::GenericIf>, std::string>;
-  const gnmi::TypedValue::ValueCase kind = value.value_case();
-  const char* kindName = acceptedKindName(kind);
-  if (!kindName) return Failure{fmt::format("{} is not supported", value.DebugString())};
-  const auto mismatch = [&] {
-    return Failure{fmt::format("Expected {}; found {}", type->name(), kindName)};
-  };
-  // Aliases of builtins answer their base's code; enumerations and values
-  // have none and take no gNMI scalar.
-  const Vek::BuiltinCode code = type->builtinCode();
-  if (code == Vek::BuiltinCode::None) return mismatch();
-  // A new value of `type` itself (an alias stays an alias) holding `v`.
-  const auto make = [&](const auto& v) -> Converted {
-    return type.genericIf(static_cast<const void*>(&v), true);
-  };
-  return Vek::visitBuiltin(code, [&]<typename T>(std::type_identity<T>) -> Converted {
-    if constexpr (std::is_same_v<T, Vek::String>) {
-      if (kind == gnmi::TypedValue::kStringVal) return make(Vek::String(value.string_val()));
-    } else if constexpr (std::is_same_v<T, bool>) {
-      if (kind == gnmi::TypedValue::kBoolVal) return make(value.bool_val());
-    } else if constexpr (IS_SIGNED_INTEGER<T>) {
-      // Keeps the low bits: no range check, by design.
-      if (kind == gnmi::TypedValue::kIntVal) return make(static_cast<T>(value.int_val()));
-    } else if constexpr (IS_UNSIGNED_INTEGER<T>) {
-      if (kind == gnmi::TypedValue::kUintVal) return make(static_cast<T>(value.uint_val()));
-    }
-    return mismatch();
-  });
-}
 
 // ---------------------------------------------------------------------------
 // ValueNode
-
-namespace {
-
-// Sanitizer builds take nodes from the heap, so that a node used after its
-// release is reported.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define OSTREL_NODE_POOL 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define OSTREL_NODE_POOL 0
-#endif
-#endif
-#ifndef OSTREL_NODE_POOL
-#define OSTREL_NODE_POOL 1
-#endif
-
-#if OSTREL_NODE_POOL
-// Two block sizes: leaves, and composites (with the entity node). Each node
-// takes a whole block of its class, so any block may join its pool later.
-constexpr size_t LEAF_BLOCK = sizeof(LeafNode);
-constexpr size_t NODE_BLOCK = std::max(sizeof(CompositeNode), sizeof(EntityNode));
-constexpr size_t NODE_POOL_LIMIT = 4096;
-
-// The calling thread's freed blocks of one class, linked through their first
-// word. Kept apart from the flag below so that the flag, trivially
-// destructible, stays readable while the thread exits.
-struct NodePool {
-  void* head = nullptr;
-  size_t count = 0;
-  ~NodePool();
-};
-constinit thread_local bool nodePoolGone = false;
-thread_local NodePool nodePools[2];
-
-NodePool::~NodePool() {
-  nodePoolGone = true;
-  while (head) ::operator delete(std::exchange(head, *static_cast<void**>(head)));
-}
-
-#endif
-
-}  // namespace
-
-void* ValueNode::operator new(size_t size) {
-#if OSTREL_NODE_POOL
-  if (size <= NODE_BLOCK) {
-    const bool leaf = size <= LEAF_BLOCK;
-    if (!nodePoolGone) {
-      NodePool& pool = nodePools[leaf ? 0 : 1];
-      if (void* block = pool.head) {
-        pool.head = *static_cast<void**>(block);
-        --pool.count;
-        return block;
-      }
-    }
-    return ::operator new(leaf ? LEAF_BLOCK : NODE_BLOCK);
-  }
-#endif
-  return ::operator new(size);
-}
-
-void ValueNode::operator delete(void* memory, [[maybe_unused]] size_t size) {
-#if OSTREL_NODE_POOL
-  if (size <= NODE_BLOCK && !nodePoolGone) {
-    NodePool& pool = nodePools[size <= LEAF_BLOCK ? 0 : 1];
-    if (pool.count < NODE_POOL_LIMIT) {
-      *static_cast<void**>(memory) = pool.head;
-      pool.head = memory;
-      ++pool.count;
-      return;
-    }
-  }
-#endif
-  ::operator delete(memory);
-}
 
 ValueNode::ValueNode(const gnmi::PathElem& elem, DataElem data)
     : elem_(elem), data_(std::move(data)) {}
@@ -315,50 +85,6 @@ Result<bool, Error> LeafNode::prepare(SetOp) {
 void LeafNode::pruneSubTree() {}
 
 // ---------------------------------------------------------------------------
-// CompositeNode::AttrQueue
-
-CompositeNode::AttrQueue::AttrQueue() : index_(8) {}
-CompositeNode::AttrQueue::~AttrQueue() = default;
-
-CompositeNode::AttrQueue::Slot& CompositeNode::AttrQueue::slotFor(const gnmi::PathElem& elem,
-                                                                 uint32_t hash) const {
-  const size_t mask = index_.size() - 1;
-  for (size_t i = hash & mask;; i = (i + 1) & mask) {
-    Slot& slot = index_[i];
-    if (slot.position == 0) return slot;
-    if (slot.hash == hash && nodes_[slot.position - 1]->elem() == elem) return slot;
-  }
-}
-
-ValueNode* CompositeNode::AttrQueue::get(const gnmi::PathElem& elem) const {
-  const Slot& slot = slotFor(elem, hashPathElem(elem));
-  return slot.position == 0 ? nullptr : nodes_[slot.position - 1].get();
-}
-
-std::pair<bool, ValueNode*> CompositeNode::AttrQueue::insert(std::unique_ptr<ValueNode> node) {
-  const uint32_t hash = hashPathElem(node->elem());
-  Slot& slot = slotFor(node->elem(), hash);
-  if (slot.position != 0) return {false, nodes_[slot.position - 1].get()};
-  nodes_.push_back(std::move(node));
-  slot = Slot{hash, static_cast<uint32_t>(nodes_.size())};
-  if (2 * nodes_.size() > index_.size()) grow();
-  return {true, nodes_.back().get()};
-}
-
-void CompositeNode::AttrQueue::grow() {
-  Slots old(2 * index_.size());
-  old.swap(index_);
-  for (const Slot& slot : old) {
-    if (slot.position != 0) slotFor(nodes_[slot.position - 1]->elem(), slot.hash) = slot;
-  }
-}
-
-void CompositeNode::AttrQueue::clear() {
-  nodes_.clear();
-  index_.assign(8, Slot{});
-}
-
-// ---------------------------------------------------------------------------
 // CompositeNode
 
 CompositeNode::CompositeNode(const gnmi::PathElem& elem, DataElem data)
@@ -378,9 +104,11 @@ Result<bool, Error> CompositeNode::insertBelow(ElemIterator first, ElemIterator 
                                                const gnmi::TypedValue& value) {
   if (first == last) return Failure{Error{NOT_FOUND, {}, "Path must map to a leaf value"}};
   const gnmi::PathElem& elem = *first;
-  ValueNode* child = attrs_.get(elem);
+  const uint32_t hash = hashPathElem(elem);
+  ValueNode* child = attrs_.get(elem, hash);
   if (!child) {
-    Result<DataElem, std::string> resolved = getDataElem(data_.value, elem);
+    // A plain value's current value is not read: a leaf replaces it.
+    Result<DataElem, std::string> resolved = getDataElem(data_.value, elem, PlainValue::CheckOnly);
     if (!resolved) return Failure{errorAt(NOT_FOUND, elem, std::move(resolved).error())};
     DataElem& data = resolved.value();
     const Vek::VekType type = data.attr->type();
@@ -400,7 +128,7 @@ Result<bool, Error> CompositeNode::insertBelow(ElemIterator first, ElemIterator 
       ZOLT_TRACE(dbg, 7, COMPOSITE_NODE, "PathElem: {}, inserting new CompositeNode for sub-element {}",
                  elem_, elem);
       const auto [inserted, node] =
-          attrs_.insert(std::make_unique<CompositeNode>(elem, std::move(data)));
+          attrs_.insert(std::make_unique<CompositeNode>(elem, std::move(data)), hash);
       if (!inserted) {
         ZOLT_FMASSERT(dbg, COMPOSITE_NODE,
                       "Expecting successful insertion of new CompositeNode for {}", elem);
@@ -417,7 +145,7 @@ Result<bool, Error> CompositeNode::insertBelow(ElemIterator first, ElemIterator 
                  elem_, elem);
       auto leaf = std::make_unique<LeafNode>(elem, std::move(data));
       LeafNode* newLeaf = leaf.get();
-      if (!attrs_.insert(std::move(leaf)).first) {
+      if (!attrs_.insert(std::move(leaf), hash).first) {
         ZOLT_FMASSERT(dbg, COMPOSITE_NODE, "Expecting successful insertion of new LeafNode for {}",
                       elem);
       }

@@ -20,6 +20,10 @@
 // constructor parameters first; Update: on a private copy of the current
 // value). `EntityNode::commit` writes the first level into the entity. No
 // entity is touched before the commit.
+//
+// Sources, one job each: ElemResolution.cpp (`getDataElem`, `getElemInDir`),
+// ValueConversion.cpp (`gnmiToVekValue`), AttrTree.cpp (the nodes),
+// AttrQueue.cpp (a composite's children), NodePool.cpp (the nodes' memory).
 #pragma once
 
 #include <cstdint>
@@ -70,6 +74,12 @@ struct OSTREL_EXPORT Error {
 
 using ElemIterator = google::protobuf::RepeatedPtrField<gnmi::PathElem>::const_iterator;
 
+// What `getDataElem` reads of a plain value (neither an entity nor a value
+// with attributes of its own): its current value, or only whether it is there
+// (the result's value is then null), for a caller that replaces the value
+// anyway and would drop the copy read.
+enum class PlainValue : uint8_t { Read, CheckOnly };
+
 // Resolves `elem` below `parent`: a directory's child by name (see
 // `getElemInDir`), an attribute, or a member of a collection or array
 // attribute addressed by its one key (an array's by its index). Fails with a message when the parent has no type,
@@ -78,7 +88,8 @@ using ElemIterator = google::protobuf::RepeatedPtrField<gnmi::PathElem>::const_i
 // carry exactly one key, the key text does not parse, or nothing is there
 // (members are never created). Changes nothing.
 OSTREL_EXPORT Result<DataElem, std::string> getDataElem(const Vek::Ptr<Vek::GenericIf>& parent,
-                                                        const gnmi::PathElem& elem);
+                                                        const gnmi::PathElem& elem,
+                                                        PlainValue plain = PlainValue::Read);
 
 // Resolves `elem`, which must carry no key, to the child entity of that name
 // of the directory `dirObj` (fatal when `dirObj` is not a `Vek::Dir`).
@@ -158,7 +169,10 @@ class OSTREL_EXPORT CompositeNode : public ValueNode {
   // The children in insertion order, found by element (name and keys).
   class OSTREL_EXPORT AttrQueue {
    public:
-    using Nodes = boost::container::small_vector<std::unique_ptr<ValueNode>, 4>;
+    // Children held inside the node: as many as an entity updated in a
+    // dozen attributes has (more go to the heap).
+    static constexpr size_t INLINE_CHILDREN = 8;
+    using Nodes = boost::container::small_vector<std::unique_ptr<ValueNode>, INLINE_CHILDREN>;
 
     AttrQueue();
     ~AttrQueue();
@@ -170,6 +184,10 @@ class OSTREL_EXPORT CompositeNode : public ValueNode {
     // Appends `node` unless a child for its element exists: returns (true,
     // node) when appended, else (false, existing child) and discards `node`.
     std::pair<bool, ValueNode*> insert(std::unique_ptr<ValueNode> node);
+    // The same two for a caller that has the element's hash
+    // (`hashPathElem`) already, as one that gets and then inserts.
+    ValueNode* get(const gnmi::PathElem& elem, uint32_t hash) const;
+    std::pair<bool, ValueNode*> insert(std::unique_ptr<ValueNode> node, uint32_t hash);
     // Removes every child.
     void clear();
 
@@ -182,7 +200,7 @@ class OSTREL_EXPORT CompositeNode : public ValueNode {
       uint32_t hash = 0;
       uint32_t position = 0;
     };
-    using Slots = boost::container::small_vector<Slot, 8>;
+    using Slots = boost::container::small_vector<Slot, 2 * INLINE_CHILDREN>;
 
     // The slot holding `elem` (hashing to `hash`), or the free slot where it
     // belongs. The index must have a free slot.

@@ -1,6 +1,9 @@
 // Private helpers shared by the walker's files: value extraction
 // (ValueExtraction.cpp), the full type walker (VekTypeWalker.cpp), the walk
-// registry (WalkRegistry.cpp) and the change walker (VekTypeNotifWalker.cpp).
+// set-up (WalkSetUp.cpp), the walk registry (WalkRegistry.cpp) and the change
+// walker (VekTypeNotifWalker.cpp). What they share beyond this: the plan of
+// each type's attributes (WalkPlan.h), the naming of collection keys
+// (CollectionKeys.h) and update paths written into messages (UpdatePaths.h).
 #pragma once
 
 #include <cstdint>
@@ -10,6 +13,7 @@
 #include <Zolt/Zolt.h>
 #include <gnmi/gnmi.pb.h>
 
+#include "Ostrel/Export.h"
 #include "Ostrel/Types.h"
 #include "Ostrel/VekKey.h"
 
@@ -49,14 +53,12 @@ inline bool isDirectoryCollection(const Vek::VekAttr& attr) { return attr == Vek
 // whether any of its children paused.
 extern uint64_t queuedWalkers;
 
-// Whether `attr` is a builtin or enumeration stored in its owner, which a
-// walk reads in place (`extractStoredScalar`) instead of through a value
-// handle: most leaves of a model are such attributes.
-bool isStoredScalar(const Vek::VekAttr& attr);
-// Emits the stored scalar `attr` of `owner` as an update at `path`, as
-// extractScalar would emit the value that reading it yields.
-void extractStoredScalar(gnmi::Notification* notification, const Vek::GenericIf& owner,
-                         const Vek::VekAttr& attr, const gnmi::Path& path);
+// Emits the stored scalar `attr` of `owner` (see `WalkPlan::isStoredScalar`)
+// as an update at `path` plus the attribute's name, as extractScalar would
+// emit the value that reading it yields at that path.
+// Exported only for the library's own tests.
+OSTREL_EXPORT void extractStoredScalar(gnmi::Notification* notification, const Vek::GenericIf& owner,
+                                       const Vek::VekAttr& attr, const gnmi::Path& path);
 
 // Appends an element named `name` to `path` for the life of the scope.
 class ScopedElem {
