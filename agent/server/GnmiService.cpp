@@ -43,7 +43,7 @@ class SubscribeReactor final
   SubscribeReactor(Agent& agent, grpc::CallbackServerContext* context)
       : agent_(agent),
         context_(context),
-        channel_(std::make_shared<StreamChannel>(this, agent.options().syncQueueLimit)) {
+        channel_(std::make_shared<StreamChannel>(this, agent.options().syncQueueLimit, agent.clock())) {
     agent_.streamOpened(channel_);
     StartRead(&request_);
   }
