@@ -44,6 +44,7 @@ AgentOptions options(size_t interfaces = 8, size_t syncLimit = 64,
   o.interfaces = interfaces;
   o.syncQueueLimit = syncLimit;
   o.sendTimeout = sendTimeout;
+  o.clock = &VekGnmi::Server::systemClock();
   return o;
 }
 
