@@ -1,9 +1,10 @@
 // vekgnmid over a real gRPC channel on a loopback port, with the library:
 // Capabilities, the exact statuses of Get, Set and Subscribe requests (those
 // the agent's validation gives and those of the library's Set), the client's
-// output and errors, and shutdown with streams that sent nothing yet. The
-// agent runs on a manual clock and the runtime on a test clock: every time
-// it answers is fixed.
+// output and errors, shutdown with streams that sent nothing yet, and golden
+// files of what the agent answers (tests/golden/README.md). The agent runs
+// on a manual clock and the runtime on a test clock: every time it answers
+// is fixed.
 #include <atomic>
 #include <thread>
 
@@ -12,6 +13,7 @@
 
 #include "AgentFixture.h"
 #include "ClientCommands.h"
+#include "Golden.h"
 #include "StatusMatchers.h"
 
 namespace {
@@ -24,6 +26,12 @@ using ::testing::HasSubstr;
 using namespace std::chrono_literals;
 
 const std::string ETH0 = "/devices/dev1/interfaces[name=eth0]";
+
+AgentOptions withInterfaces(size_t interfaces) {
+  AgentOptions o;
+  o.interfaces = interfaces;
+  return o;
+}
 
 // The agent with the library, on the tests' clocks.
 class LiveAgent : public ::testing::Test {
@@ -381,6 +389,197 @@ TEST(ClientUsage, UnreachableTargetIsUnavailable) {
   // Port 1 on loopback: nothing listens there.
   EXPECT_EQ(VekGnmi::Client::runClient({"-a", "127.0.0.1:1", "--timeout", "2s", "capabilities"}, out, err), 1);
   EXPECT_EQ(err.str().rfind("error: UNAVAILABLE (14): ", 0), 0u) << err.str();
+}
+
+// ---------------------------------------------------------------------------
+// Golden files of the agent's answers
+
+// A Set request of the golden file: what it is, and the request.
+struct SetCase {
+  std::string what;
+  gnmi::SetRequest request;
+};
+
+gnmi::Update update(const std::string& path, const std::function<void(gnmi::TypedValue&)>& value) {
+  gnmi::Update u;
+  *u.mutable_path() = P(path);
+  value(*u.mutable_val());
+  return u;
+}
+auto json(const std::string& text) {
+  return [text](gnmi::TypedValue& v) { v.set_json_val(text); };
+}
+auto jsonIetf(const std::string& text) {
+  return [text](gnmi::TypedValue& v) { v.set_json_ietf_val(text); };
+}
+
+std::vector<SetCase> setCases() {
+  std::vector<SetCase> cases;
+  auto add = [&](std::string what, const std::function<void(gnmi::SetRequest&)>& build) {
+    SetCase c{std::move(what), {}};
+    build(c.request);
+    cases.push_back(std::move(c));
+  };
+  add("an update of one leaf", [](gnmi::SetRequest& r) { *r.add_update() = update(ETH0 + "/mtu", json("9100")); });
+  add("a replace in JSON_IETF", [](gnmi::SetRequest& r) {
+    *r.add_replace() = update("/devices/dev1/interfaces[name=eth1]/description", jsonIetf("\"uplink\""));
+  });
+  add("updates and replaces across entities, below a prefix with a target", [](gnmi::SetRequest& r) {
+    *r.mutable_prefix() = P("/devices/dev1");
+    r.mutable_prefix()->set_target("dut");
+    *r.add_update() = update("system/hostname", json("\"core1\""));
+    *r.add_update() = update("interfaces[name=eth2]/mtu", json("1400"));
+    *r.add_replace() = update("interfaces[name=eth1]/enabled", json("false"));
+  });
+  add("a PROTO typed value", [](gnmi::SetRequest& r) {
+    *r.add_update() = update(ETH0 + "/mtu", [](gnmi::TypedValue& v) { v.set_uint_val(1500); });
+  });
+  add("a field of a member of a collection of values", [](gnmi::SetRequest& r) {
+    *r.add_update() = update(ETH0 + "/addresses[addressesKey=10.0.0.0]/prefixLength", json("30"));
+  });
+  add("an empty Set", [](gnmi::SetRequest&) {});
+  add("a value the device refuses", [](gnmi::SetRequest& r) { *r.add_update() = update(ETH0 + "/mtu", json("20000")); });
+  add("a refused value after an accepted one of another entity", [](gnmi::SetRequest& r) {
+    *r.mutable_prefix() = P("/devices/dev1");
+    *r.add_update() = update("system/hostname", json("\"core2\""));
+    *r.add_update() = update("interfaces[name=eth1]/mtu", json("10"));
+  });
+  add("a value of the wrong type", [](gnmi::SetRequest& r) { *r.add_update() = update(ETH0 + "/mtu", json("\"large\"")); });
+  add("malformed JSON_IETF", [](gnmi::SetRequest& r) { *r.add_update() = update(ETH0 + "/mtu", jsonIetf("{")); });
+  add("a state leaf", [](gnmi::SetRequest& r) {
+    *r.add_update() = update(ETH0 + "/macAddress", json("\"02:00:00:00:00:99\""));
+  });
+  add("a key leaf", [](gnmi::SetRequest& r) { *r.add_update() = update(ETH0 + "/name", json("\"eth9\"")); });
+  add("a member that does not exist", [](gnmi::SetRequest& r) {
+    *r.add_update() = update("/devices/dev1/interfaces[name=eth77]/mtu", json("1500"));
+  });
+  add("an element the model does not have", [](gnmi::SetRequest& r) {
+    *r.add_update() = update(ETH0 + "/mtux", json("1500"));
+  });
+  add("a wildcard", [](gnmi::SetRequest& r) {
+    *r.add_update() = update("/devices/dev1/interfaces[name=*]/mtu", json("1500"));
+  });
+  add("a delete", [](gnmi::SetRequest& r) { *r.add_delete_() = P(ETH0 + "/description"); });
+  add("a union_replace", [](gnmi::SetRequest& r) {
+    *r.add_union_replace() = update("/devices/dev1/system/hostname", json("\"core3\""));
+  });
+  return cases;
+}
+
+std::string valueText(const gnmi::TypedValue& v) {
+  if (v.has_json_val()) return "json " + v.json_val();
+  if (v.has_json_ietf_val()) return "json_ietf " + v.json_ietf_val();
+  return v.ShortDebugString();
+}
+
+std::string prefixText(const gnmi::Path& prefix) {
+  std::string out = "prefix " + VekGnmi::pathString(prefix);
+  if (!prefix.target().empty()) out += " target " + prefix.target();
+  return out;
+}
+
+// A Set request, a line for its prefix and each operation.
+std::string requestText(const gnmi::SetRequest& r) {
+  std::string out;
+  if (r.has_prefix()) out += prefixText(r.prefix()) + "\n";
+  for (const gnmi::Path& d : r.delete_()) out += "delete " + VekGnmi::pathString(d) + "\n";
+  const std::pair<const char*, const google::protobuf::RepeatedPtrField<gnmi::Update>*> kinds[] = {
+      {"replace", &r.replace()}, {"update", &r.update()}, {"union_replace", &r.union_replace()}};
+  for (const auto& [kind, updates] : kinds) {
+    for (const gnmi::Update& u : *updates) {
+      out += std::string(kind) + " " + VekGnmi::pathString(u.path()) + " = " + valueText(u.val()) + "\n";
+    }
+  }
+  return out;
+}
+
+// The answer: the response's time, prefix and results, or the status.
+std::string answerText(const grpc::Status& status, const gnmi::SetResponse& response) {
+  if (!status.ok()) {
+    return "-> " + statusCodeName(status.error_code()) + " (" + std::to_string(static_cast<int>(status.error_code())) +
+           "): " + status.error_message() + "\n";
+  }
+  std::string out = "-> timestamp " + std::to_string(response.timestamp());
+  if (response.has_prefix()) out += " " + prefixText(response.prefix());
+  out += "\n";
+  for (const gnmi::UpdateResult& result : response.response()) {
+    out += "   " + gnmi::UpdateResult::Operation_Name(result.op()) + " " + VekGnmi::pathString(result.path()) + "\n";
+  }
+  return out;
+}
+
+// A demo device of three interfaces.
+class AgentSetGolden : public LiveAgent {
+ protected:
+  AgentSetGolden() : LiveAgent(withInterfaces(3)) {}
+};
+
+// Each Set of the list, one after the other, one second apart on the agent's
+// clock: a "# what" line, the request (a line for its prefix and each
+// operation), then "->" and the response (its time and prefix, a line per
+// result) or the status; at the end the values the Sets touched, as a Get
+// in JSON answers them (the refused Sets changed nothing).
+TEST_F(AgentSetGolden, SetAnswersAsTheGoldenFileSays) {
+  std::string rendered;
+  for (const SetCase& c : setCases()) {
+    fixture_.advance(1s);
+    gnmi::SetResponse response;
+    const grpc::Status status = set(c.request, &response);
+    rendered += "# " + c.what + "\n" + requestText(c.request) + answerText(status, response);
+  }
+  gnmi::GetRequest touched;
+  *touched.mutable_prefix() = P("/devices/dev1");
+  for (const char* path : {"system/hostname", "interfaces[name=eth0]/mtu", "interfaces[name=eth0]/addresses",
+                           "interfaces[name=eth1]/mtu", "interfaces[name=eth1]/description",
+                           "interfaces[name=eth1]/enabled", "interfaces[name=eth2]/mtu"}) {
+    *touched.add_path() = P(path);
+  }
+  gnmi::GetResponse values;
+  ASSERT_THAT(get(touched, &values), IsOk());
+  rendered += "# the values after the Sets\n";
+  for (const gnmi::Notification& n : values.notification()) {
+    for (const gnmi::Update& u : n.update()) {
+      rendered += VekGnmi::joinedPathString(n.prefix(), u.path()) + " = " + valueText(u.val()) + "\n";
+    }
+  }
+  std::string escaped;
+  std::istringstream lines(rendered);
+  for (std::string line; std::getline(lines, line);) escaped += OstrelTest::escapedLine(line) + "\n";
+  OstrelTest::expectGolden("AgentSetAnswers.txt", escaped);
+}
+
+// A demo device of two interfaces, all of it got in one encoding.
+class AgentGetGolden : public LiveAgent {
+ protected:
+  AgentGetGolden() : LiveAgent(withInterfaces(2)) {}
+
+  // A Get of the root: per notification its timestamp and prefix, then one
+  // line per update with the value's JSON text.
+  std::string rootIn(gnmi::Encoding encoding) {
+    gnmi::GetRequest request = getOf("/");
+    request.set_encoding(encoding);
+    gnmi::GetResponse response;
+    EXPECT_THAT(get(request, &response), IsOk());
+    std::string out;
+    for (const gnmi::Notification& n : response.notification()) {
+      out += "timestamp " + std::to_string(n.timestamp()) + " prefix " + VekGnmi::pathString(n.prefix()) + "\n";
+      for (const gnmi::Update& u : n.update()) {
+        const gnmi::TypedValue& v = u.val();
+        const std::string value = v.has_json_val() ? v.json_val() : v.has_json_ietf_val() ? v.json_ietf_val()
+                                                                                           : v.ShortDebugString();
+        out += OstrelTest::escapedLine("  " + VekGnmi::pathString(u.path()) + " = " + value) + "\n";
+      }
+    }
+    return out;
+  }
+};
+
+TEST_F(AgentGetGolden, TheRootInJsonIsAsTheGoldenFileSays) {
+  OstrelTest::expectGolden("AgentGetRootJson.txt", rootIn(gnmi::JSON));
+}
+
+TEST_F(AgentGetGolden, TheRootInJsonIetfIsAsTheGoldenFileSays) {
+  OstrelTest::expectGolden("AgentGetRootJsonIetf.txt", rootIn(gnmi::JSON_IETF));
 }
 
 }  // namespace
