@@ -1,9 +1,9 @@
 // Starts vekgnmid's server in-process on a loopback port chosen by the
 // system, and gives tests a gNMI stub connected to it over a real channel.
 //
-// The agent runs on a ManualClock the fixture owns (unless the options name
-// another clock): no timer of the agent (samples, heartbeats, the send
-// timeout, the slow-subscriber check, the cancel grace) fires before the test
+// The agent runs on a ManualClock the fixture owns: no timer of the agent
+// (samples, heartbeats, the send timeout, the slow-subscriber check, the
+// cancel grace, the sync pump's wait for a held walk) fires before the test
 // moves the clock with `advance`. A test waits for the agent to reach a state
 // with `waitUntil`, which evaluates its condition on the event loop after
 // every task, without sleeping or polling.
@@ -39,7 +39,6 @@ class AgentFixture {
     channel_ = grpc::CreateCustomChannel(address_, grpc::InsecureChannelCredentials(), args);
     stub_ = gnmi::gNMI::NewStub(channel_);
   }
-  ~AgentFixture() { server_.reset(); }
 
   VekGnmi::Server::AgentServer& server() { return *server_; }
   VekGnmi::Server::Agent& agent() { return server_->agent(); }
@@ -57,8 +56,7 @@ class AgentFixture {
   }
   void stop() { server_->stop(); }
 
-  // The clock the agent runs on (the fixture's own unless the options named
-  // another).
+  // The clock the agent runs on.
   VekGnmi::Server::ManualClock& clock() { return clock_; }
 
   // Runs `fn` on the agent's event loop and returns its result.
@@ -79,11 +77,11 @@ class AgentFixture {
 
  private:
   VekGnmi::Server::AgentOptions withClock(VekGnmi::Server::AgentOptions options) {
-    if (options.clock == nullptr) options.clock = &clock_;
+    options.clock = &clock_;
     return options;
   }
 
-  VekGnmi::Server::ManualClock clock_;
+  VekGnmi::Server::ManualClock clock_;  // outlives the server
   std::unique_ptr<VekGnmi::Server::AgentServer> server_;
   bool started_ = false;
   std::string address_;
