@@ -30,22 +30,27 @@ int64_t ManualClock::utcNanos() const {
 }
 
 uint64_t ManualClock::onAdvance(std::function<void()> wake) {
-  std::lock_guard lock(mutex_);
+  std::lock_guard lock(wakesMutex_);
   wakes_.emplace_back(nextToken_, std::move(wake));
   return nextToken_++;
 }
 
 void ManualClock::removeWake(uint64_t token) {
-  std::lock_guard lock(mutex_);
+  std::lock_guard lock(wakesMutex_);
   std::erase_if(wakes_, [token](const auto& w) { return w.first == token; });
 }
 
 void ManualClock::advance(Duration delta) {
-  // Woken under the lock, so that a loop removing its wake waits for a wake
-  // in progress (a wake only notifies a condition variable).
-  std::lock_guard lock(mutex_);
-  now_ += delta;
-  utc_ += delta.count();
+  {
+    std::lock_guard lock(mutex_);
+    now_ += delta;
+    utc_ += delta.count();
+  }
+  // Woken under the wakes' lock, so that a loop removing its wake waits for
+  // a wake in progress (a wake only notifies a condition variable), but not
+  // under the time's: a loop reads the time while holding its own lock,
+  // which a wake takes.
+  std::lock_guard lock(wakesMutex_);
   for (const auto& [token, wake] : wakes_) wake();
 }
 

@@ -70,9 +70,10 @@ class ManualClock final : public Clock {
   void advance(Duration delta);
 
  private:
-  mutable std::mutex mutex_;
+  mutable std::mutex mutex_;  // the time
   Duration now_{0};
   int64_t utc_;
+  std::mutex wakesMutex_;  // the wakes; taken before a loop's lock, never under mutex_
   std::vector<std::pair<uint64_t, std::function<void()>>> wakes_;
   uint64_t nextToken_ = 1;
 };

@@ -256,7 +256,7 @@ class SubscribeReactor final : public grpc::ServerBidiReactor<grpc::ByteBuffer, 
       return Finish(admission);
     }
     admitted_ = true;
-    auto channel = std::make_shared<StreamChannel>(this, gate_.agent.options().syncQueueLimit);
+    auto channel = std::make_shared<StreamChannel>(this, gate_.agent.options().syncQueueLimit, gate_.agent.clock());
     {
       std::lock_guard lock(mutex_);
       if (cancelled_) return Finish({grpc::StatusCode::CANCELLED, "the client cancelled the stream"});

@@ -4,8 +4,8 @@ namespace VekGnmi::Server {
 
 StreamWriter::~StreamWriter() = default;
 
-StreamChannel::StreamChannel(StreamWriter* writer, size_t syncLimit)
-    : queue_(syncLimit), writer_(writer) {}
+StreamChannel::StreamChannel(StreamWriter* writer, size_t syncLimit, const Clock& clock)
+    : queue_(syncLimit), clock_(clock), writer_(writer) {}
 
 void StreamChannel::onRoomFreed(std::function<void()> callback) {
   std::lock_guard lock(mutex_);
@@ -28,7 +28,7 @@ void StreamChannel::next(std::unique_lock<std::mutex>& lock) {
   StreamQueue::Next next = queue_.pop();
   if (next.message) {
     writing_ = true;
-    writeStarted_ = Clock::now();
+    writeStarted_ = clock_.now();
     inFlight_ = std::move(next.message);
     const gnmi::SubscribeResponse& response = inFlight_.response();
     std::function<void()> roomFreed = next.roomFreed ? onRoomFreed_ : nullptr;
@@ -81,9 +81,9 @@ void StreamChannel::cancelIfStillOpen() {
   withWriter([&](StreamWriter& writer) { writer.cancel(status); });
 }
 
-StreamChannel::Clock::duration StreamChannel::writeBlockedFor() const {
+Clock::Duration StreamChannel::writeBlockedFor() const {
   std::lock_guard lock(mutex_);
-  return writing_ ? Clock::now() - writeStarted_ : Clock::duration::zero();
+  return writing_ ? clock_.now() - writeStarted_ : Clock::Duration::zero();
 }
 
 bool StreamChannel::ended() const {

@@ -15,6 +15,9 @@
 // that overtake the blocked data, and the Finish that the callback API still
 // requires follows when the write completes (failed).
 //
+// How long a write has been blocked is measured on the agent's Clock, so
+// that the send timeout runs on the same time as the loop's timers.
+//
 // The gRPC side is reached through `StreamWriter` (the reactor); it detaches
 // itself when the RPC is done, after which every call is a no-op. Calls into
 // the writer are made under `writerMutex_` (recursive, so that a reaction
@@ -31,6 +34,7 @@
 
 #include <grpcpp/support/status.h>
 
+#include "Clock.h"
 #include "StreamQueue.h"
 
 namespace VekGnmi::Server {
@@ -50,9 +54,8 @@ class StreamWriter {
 
 class StreamChannel : public std::enable_shared_from_this<StreamChannel> {
  public:
-  using Clock = std::chrono::steady_clock;
-
-  StreamChannel(StreamWriter* writer, size_t syncLimit);
+  // `clock` times blocked writes and must outlive the channel.
+  StreamChannel(StreamWriter* writer, size_t syncLimit, const Clock& clock = systemClock());
 
   StreamQueue& queue() { return queue_; }
 
@@ -73,7 +76,7 @@ class StreamChannel : public std::enable_shared_from_this<StreamChannel> {
   void cancelIfStillOpen();
 
   // How long the outstanding write has been waiting (zero when none).
-  Clock::duration writeBlockedFor() const;
+  Clock::Duration writeBlockedFor() const;
   // Whether the stream has been ended (finish issued or RPC gone).
   bool ended() const;
 
@@ -93,12 +96,13 @@ class StreamChannel : public std::enable_shared_from_this<StreamChannel> {
   void withWriter(Fn fn);
 
   StreamQueue queue_;
+  const Clock& clock_;
   std::recursive_mutex writerMutex_;
   StreamWriter* writer_;  // guarded by writerMutex_
   mutable std::mutex mutex_;
   bool detached_ = false;
   bool writing_ = false;
-  Clock::time_point writeStarted_;
+  Clock::Duration writeStarted_{};
   OutMessage inFlight_;
   std::optional<grpc::Status> finishWanted_;
   bool finishIssued_ = false;

@@ -12,16 +12,23 @@
 
 #include "DemoModel.h"
 #include "GnmiPathText.h"
-#include "TestPaths.h"
 #include "ModelSchema.h"
 #include "PathIndex.h"
 #include "PathResolver.h"
+#include "StatusMatchers.h"
+#include "TestPaths.h"
 
 namespace {
 
 using namespace VekGnmi::Server;
 
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+using VekGnmiTest::IsOk;
 using VekGnmiTest::P;
+using VekGnmiTest::StatusIs;
 
 std::vector<std::string> paths(const std::vector<PublishedEntity>& entities) {
   std::vector<std::string> out;
@@ -55,7 +62,7 @@ TEST_F(AgentModel, ModelHasTheDeclaredShape) {
   EXPECT_EQ(model_.devices->child("dev1").ptr(), model_.device.ptr());
 }
 
-TEST_F(AgentModel, StateAttributesRefuseClientWritesButNotTheDevice) {
+TEST_F(AgentModel, StateAttributesRefuseWritesFromOutsideTheDevice) {
   Vek::Ptr<Vek::Entity> eth0 = model_.device->entity("interfaces", Vek::genericIfOf("eth0"));
   try {
     eth0->valueIs("operStatus", 2);
@@ -64,13 +71,24 @@ TEST_F(AgentModel, StateAttributesRefuseClientWritesButNotTheDevice) {
     EXPECT_STREQ(e.what(), "operStatus is state, written by the device only");
   }
   EXPECT_EQ(eth0->value<int>("operStatus"), 1);
+}
+
+TEST_F(AgentModel, TheDeviceWritesItsStateAttributes) {
+  Vek::Ptr<Vek::Entity> eth0 = model_.device->entity("interfaces", Vek::genericIfOf("eth0"));
   {
     const DeviceWrite write;
     eth0->valueIs("operStatus", 2);
   }
   EXPECT_EQ(eth0->value<int>("operStatus"), 2);
-  eth0->valueIs("mtu", 4000u);  // config
+}
+
+TEST_F(AgentModel, ConfigAttributesTakeWritesFromOutsideTheDevice) {
+  Vek::Ptr<Vek::Entity> eth0 = model_.device->entity("interfaces", Vek::genericIfOf("eth0"));
+  eth0->valueIs("mtu", 4000u);
   EXPECT_EQ(eth0->value<unsigned>("mtu"), 4000u);
+}
+
+TEST_F(AgentModel, StateIsTheModelsStateAttributesAndTheRuntimesReadOnlyOnes) {
   const DemoTypes& t = demoTypes();
   EXPECT_TRUE(isStateAttribute(*t.interface->attr("counters")));
   EXPECT_TRUE(isStateAttribute(*t.interface->attr("name")));
@@ -126,44 +144,54 @@ TEST_F(AgentModel, CountersAdvance) {
   EXPECT_GT(counters.genericIfGet(eth2)->value<unsigned long long>("inPkts"), before);
 }
 
-TEST_F(AgentModel, LeafLookupFindsTheRuntimeTypeOfPublishedLeaves) {
+const gnmi::Path ETH0 = P("/devices/dev1/interfaces[name=eth0]");
+
+TEST_F(AgentModel, EntityTypeLookupFindsTheTypeOfEachPublishedEntity) {
   const DemoTypes& t = demoTypes();
-  const gnmi::Path eth0 = P("/devices/dev1/interfaces[name=eth0]");
-  EXPECT_EQ(schema_.entityTypeAt(eth0), t.interface);
+  EXPECT_EQ(schema_.entityTypeAt(ETH0), t.interface);
   EXPECT_EQ(schema_.entityTypeAt(P("/devices/dev1")), t.device);
   EXPECT_EQ(schema_.entityTypeAt(P("/devices/dev1/system")), t.system);
   EXPECT_FALSE(schema_.entityTypeAt(P("/devices")));
   EXPECT_FALSE(schema_.entityTypeAt(P("/devices/dev9")));
   EXPECT_FALSE(schema_.entityTypeAt(P("/devices/dev1/routes[routesKey=10.0.0.0/31]")));
+}
 
-  const LeafInfo* mtu = schema_.leafOf(eth0, P("mtu"));
+TEST_F(AgentModel, LeafLookupFindsAScalarsTypeAndThatItIsConfig) {
+  const LeafInfo* mtu = schema_.leafOf(ETH0, P("mtu"));
   ASSERT_TRUE(mtu);
   EXPECT_EQ(mtu->kind, LeafKind::Value);
   EXPECT_EQ(mtu->type->builtinCode(), Vek::BuiltinCode::UnsignedInt);
   EXPECT_FALSE(mtu->state);
+}
 
-  const LeafInfo* inPkts = schema_.leafOf(eth0, P("counters/inPkts"));
+TEST_F(AgentModel, LeafLookupFindsAFieldOfAValueAndThatItIsState) {
+  const LeafInfo* inPkts = schema_.leafOf(ETH0, P("counters/inPkts"));
   ASSERT_TRUE(inPkts);
   EXPECT_EQ(inPkts->type->builtinCode(), Vek::BuiltinCode::UnsignedLongLong);
   EXPECT_TRUE(inPkts->state);
+}
 
-  const LeafInfo* status = schema_.leafOf(eth0, P("operStatus"));
+TEST_F(AgentModel, LeafLookupFindsAnEnumerationAndTheReadOnlyName) {
+  const LeafInfo* status = schema_.leafOf(ETH0, P("operStatus"));
   ASSERT_TRUE(status);
-  EXPECT_EQ(status->type, t.operStatus);
-
-  const LeafInfo* name = schema_.leafOf(eth0, P("name"));
+  EXPECT_EQ(status->type, demoTypes().operStatus);
+  const LeafInfo* name = schema_.leafOf(ETH0, P("name"));
   ASSERT_TRUE(name);
   EXPECT_TRUE(name->state);
+}
 
-  const LeafInfo* prefixLength =
-      schema_.leafOf(eth0, P("addresses[addressesKey=10.0.0.0]/prefixLength"));
+TEST_F(AgentModel, LeafLookupFindsTheFieldsAndTheKeyOfAMemberOfAValueCollection) {
+  const LeafInfo* prefixLength = schema_.leafOf(ETH0, P("addresses[addressesKey=10.0.0.0]/prefixLength"));
   ASSERT_TRUE(prefixLength);
   EXPECT_EQ(prefixLength->type->builtinCode(), Vek::BuiltinCode::UnsignedChar);
-  const LeafInfo* addressKey = schema_.leafOf(eth0, P("addresses[addressesKey=10.0.0.0]/addressesKey"));
+  const LeafInfo* addressKey = schema_.leafOf(ETH0, P("addresses[addressesKey=10.0.0.0]/addressesKey"));
   ASSERT_TRUE(addressKey);
   EXPECT_EQ(addressKey->kind, LeafKind::Key);
-  EXPECT_EQ(addressKey->type, t.ipv4);
+  EXPECT_EQ(addressKey->type, demoTypes().ipv4);
+}
 
+TEST_F(AgentModel, LeafLookupFindsAnInternallyKeyedMembersFieldsAndItsKeyByTheKeysName) {
+  const DemoTypes& t = demoTypes();
   const gnmi::Path dev = P("/devices/dev1");
   const LeafInfo* protocol = schema_.leafOf(dev, P("routes[routesKey=10.0.0.0/31]/protocol"));
   ASSERT_TRUE(protocol);
@@ -172,7 +200,9 @@ TEST_F(AgentModel, LeafLookupFindsTheRuntimeTypeOfPublishedLeaves) {
   ASSERT_TRUE(routeKey);
   EXPECT_EQ(routeKey->kind, LeafKind::Key);
   EXPECT_EQ(routeKey->type, t.ipv4Prefix);
+}
 
+TEST_F(AgentModel, LeafLookupFindsPointersJsonTextAndDoubles) {
   const LeafInfo* ptr = schema_.leafOf(P("/devices/dev1/neighbors[name=nbr0]"), P("interface_ptr"));
   ASSERT_TRUE(ptr);
   EXPECT_EQ(ptr->kind, LeafKind::Pointer);
@@ -184,10 +214,12 @@ TEST_F(AgentModel, LeafLookupFindsTheRuntimeTypeOfPublishedLeaves) {
   const LeafInfo* cpu = schema_.leafOf(P("/devices/dev1/system"), P("cpuLoad"));
   ASSERT_TRUE(cpu);
   EXPECT_EQ(cpu->type->builtinCode(), Vek::BuiltinCode::Double);
+}
 
-  EXPECT_FALSE(schema_.leafOf(eth0, P("counters")));        // a value with fields
-  EXPECT_FALSE(schema_.leafOf(eth0, P("mtu/x")));           // below a leaf
-  EXPECT_FALSE(schema_.leafOf(eth0, P("nosuch")));
+TEST_F(AgentModel, LeafLookupFindsNothingWhereThereIsNoLeaf) {
+  EXPECT_FALSE(schema_.leafOf(ETH0, P("counters")));        // a value with fields
+  EXPECT_FALSE(schema_.leafOf(ETH0, P("mtu/x")));           // below a leaf
+  EXPECT_FALSE(schema_.leafOf(ETH0, P("nosuch")));
   EXPECT_FALSE(schema_.leafOf(P("/nowhere"), P("mtu")));
 }
 
@@ -213,97 +245,130 @@ TEST_F(AgentModel, MemberElementsFollowTheWalkersNaming) {
 
 TEST_F(AgentModel, RootCoversEveryEntityUnderTheDirectories) {
   Resolution r;
-  ASSERT_TRUE(resolve("/", r).ok());
-  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1"});
-  EXPECT_FALSE(r.absent);
-  ASSERT_TRUE(resolve("/devices", r).ok());
-  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1"});
-  ASSERT_TRUE(resolve("/...", r).ok());
-  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1"});
-  ASSERT_TRUE(resolve("/*/*", r).ok());
-  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1"});
+  for (const char* root : {"/", "/devices", "/...", "/*/*"}) {
+    ASSERT_THAT(resolve(root, r), IsOk()) << root;
+    EXPECT_THAT(paths(r.cover), ElementsAre("/devices/dev1")) << root;
+    EXPECT_FALSE(r.absent) << root;
+  }
 }
 
 TEST_F(AgentModel, MemberPathCoversTheMemberAndWatchesItsOwner) {
   Resolution r;
-  ASSERT_TRUE(resolve("/devices/dev1/interfaces[name=eth2]/mtu", r).ok());
-  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1/interfaces[name=eth2]"});
-  EXPECT_EQ(paths(r.watch), std::vector<std::string>{"/devices/dev1"});
+  ASSERT_THAT(resolve("/devices/dev1/interfaces[name=eth2]/mtu", r), IsOk());
+  EXPECT_THAT(paths(r.cover), ElementsAre("/devices/dev1/interfaces[name=eth2]"));
+  EXPECT_THAT(paths(r.watch), ElementsAre("/devices/dev1"));
   EXPECT_FALSE(r.absent);
 }
 
 TEST_F(AgentModel, WildcardKeyCoversEveryMember) {
   Resolution r;
-  ASSERT_TRUE(resolve("/devices/dev1/interfaces[name=*]/counters", r).ok());
-  EXPECT_EQ(r.cover.size(), 8u);
+  ASSERT_THAT(resolve("/devices/dev1/interfaces[name=*]/counters", r), IsOk());
+  EXPECT_THAT(r.cover, SizeIs(8));
   EXPECT_EQ(VekGnmi::pathString(r.cover[0].path), "/devices/dev1/interfaces[name=eth0]");
-  EXPECT_EQ(paths(r.watch), std::vector<std::string>{"/devices/dev1"});
-  ASSERT_TRUE(resolve("/devices/dev1/interfaces", r).ok());  // a collection: every member
-  EXPECT_EQ(r.cover.size(), 8u);
+  EXPECT_THAT(paths(r.watch), ElementsAre("/devices/dev1"));
 }
 
-TEST_F(AgentModel, ValuePathsCoverTheEntityThatHoldsThem) {
+TEST_F(AgentModel, ACollectionCoversEveryMember) {
   Resolution r;
-  ASSERT_TRUE(resolve("/devices/dev1/routes[prefix=10.0.0.2/31]/metric", r).ok());
-  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1"});
+  ASSERT_THAT(resolve("/devices/dev1/interfaces", r), IsOk());
+  EXPECT_THAT(r.cover, SizeIs(8));
+}
+
+TEST_F(AgentModel, AValueMembersPathCoversTheEntityThatHoldsIt) {
+  Resolution r;
+  ASSERT_THAT(resolve("/devices/dev1/routes[prefix=10.0.0.2/31]/metric", r), IsOk());
+  EXPECT_THAT(paths(r.cover), ElementsAre("/devices/dev1"));
   EXPECT_FALSE(r.absent);
-  ASSERT_TRUE(resolve("/devices/dev1/system/cpuLoad", r).ok());
-  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1/system"});
-  ASSERT_TRUE(resolve("/devices/dev1/*", r).ok());
-  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1"});
-  ASSERT_TRUE(resolve("/devices/dev1/neighbors[name=nbr1]/interface_ptr", r).ok());
-  EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1/neighbors[name=nbr1]"});
 }
 
-TEST_F(AgentModel, AbsentMembersAreNotErrors) {
+TEST_F(AgentModel, ALeafPathCoversItsEntity) {
   Resolution r;
-  ASSERT_TRUE(resolve("/devices/dev1/interfaces[name=eth99]/mtu", r).ok());
+  ASSERT_THAT(resolve("/devices/dev1/system/cpuLoad", r), IsOk());
+  EXPECT_THAT(paths(r.cover), ElementsAre("/devices/dev1/system"));
+  ASSERT_THAT(resolve("/devices/dev1/neighbors[name=nbr1]/interface_ptr", r), IsOk());
+  EXPECT_THAT(paths(r.cover), ElementsAre("/devices/dev1/neighbors[name=nbr1]"));
+}
+
+TEST_F(AgentModel, AWildcardOfEveryChildCoversTheEntityItself) {
+  Resolution r;
+  ASSERT_THAT(resolve("/devices/dev1/*", r), IsOk());
+  EXPECT_THAT(paths(r.cover), ElementsAre("/devices/dev1"));
+}
+
+TEST_F(AgentModel, AnAbsentMemberIsNotAnErrorAndItsOwnerIsWatched) {
+  Resolution r;
+  ASSERT_THAT(resolve("/devices/dev1/interfaces[name=eth99]/mtu", r), IsOk());
   EXPECT_TRUE(r.absent);
-  EXPECT_TRUE(r.cover.empty());
-  EXPECT_EQ(paths(r.watch), std::vector<std::string>{"/devices/dev1"});
-  ASSERT_TRUE(resolve("/devices/dev1/routes[prefix=192.168.0.0/24]", r).ok());
+  EXPECT_THAT(r.cover, IsEmpty());
+  EXPECT_THAT(paths(r.watch), ElementsAre("/devices/dev1"));
+}
+
+TEST_F(AgentModel, AnAbsentMemberOfAValueCollectionIsNotAnError) {
+  Resolution r;
+  ASSERT_THAT(resolve("/devices/dev1/routes[prefix=192.168.0.0/24]", r), IsOk());
   EXPECT_TRUE(r.absent);
 }
 
-TEST_F(AgentModel, UnknownElementsAreNotFound) {
+TEST_F(AgentModel, AnUnknownChildOfADirectoryIsNotFound) {
   Resolution r;
-  grpc::Status s = resolve("/devices/dev2", r);
-  EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
-  EXPECT_EQ(s.error_message(), "no element 'dev2' under /devices");
-  s = resolve("/devices/dev1/interfaces[name=eth0]/mtux", r);
-  EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
-  EXPECT_EQ(s.error_message(),
-            "Demo::Interface has no element 'mtux' (below /devices/dev1/interfaces[name=eth0])");
-  s = resolve("/devices/dev1/interfaces[name=eth99]/mtux", r);
-  EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
-  s = resolve("/devices/dev1/interfaces[name=eth0]/mtu/deeper", r);
-  EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
-  EXPECT_NE(s.error_message().find("'mtu' is a leaf"), std::string::npos);
+  EXPECT_THAT(resolve("/devices/dev2", r), StatusIs(grpc::StatusCode::NOT_FOUND, "no element 'dev2' under /devices"));
 }
 
-TEST_F(AgentModel, MalformedPathsAreInvalidArguments) {
+TEST_F(AgentModel, AnUnknownElementOfAnEntityIsNotFound) {
   Resolution r;
-  grpc::Status s = resolve("/devices[x=1]/dev1", r);
-  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
-  s = resolve("/devices/dev1/routes[prefix=bogus]", r);
-  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
-  EXPECT_NE(s.error_message().find("'bogus' is not a valid key"), std::string::npos);
-  s = resolve("/devices/dev1/interfaces[name=eth0][mtu=1]", r);
-  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
-  s = resolve("/devices/dev1/system[k=v]/hostname", r);
-  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_THAT(resolve("/devices/dev1/interfaces[name=eth0]/mtux", r),
+              StatusIs(grpc::StatusCode::NOT_FOUND,
+                       "Demo::Interface has no element 'mtux' (below /devices/dev1/interfaces[name=eth0])"));
 }
 
-TEST_F(AgentModel, OriginsAndJoining) {
+TEST_F(AgentModel, AnUnknownElementOfAnAbsentMemberIsNotFound) {
+  Resolution r;
+  EXPECT_THAT(resolve("/devices/dev1/interfaces[name=eth99]/mtux", r), StatusIs(grpc::StatusCode::NOT_FOUND));
+}
+
+TEST_F(AgentModel, AnElementBelowALeafIsNotFound) {
+  Resolution r;
+  EXPECT_THAT(resolve("/devices/dev1/interfaces[name=eth0]/mtu/deeper", r),
+              StatusIs(grpc::StatusCode::NOT_FOUND, HasSubstr("'mtu' is a leaf")));
+}
+
+TEST_F(AgentModel, AKeyOnADirectoryIsAnInvalidArgument) {
+  Resolution r;
+  EXPECT_THAT(resolve("/devices[x=1]/dev1", r), StatusIs(grpc::StatusCode::INVALID_ARGUMENT));
+}
+
+TEST_F(AgentModel, AKeyValueOfTheWrongFormIsAnInvalidArgument) {
+  Resolution r;
+  EXPECT_THAT(resolve("/devices/dev1/routes[prefix=bogus]", r),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT, HasSubstr("'bogus' is not a valid key")));
+}
+
+TEST_F(AgentModel, MoreKeysThanTheCollectionHasIsAnInvalidArgument) {
+  Resolution r;
+  EXPECT_THAT(resolve("/devices/dev1/interfaces[name=eth0][mtu=1]", r), StatusIs(grpc::StatusCode::INVALID_ARGUMENT));
+}
+
+TEST_F(AgentModel, AKeyOnAChildThatIsNotACollectionIsAnInvalidArgument) {
+  Resolution r;
+  EXPECT_THAT(resolve("/devices/dev1/system[k=v]/hostname", r), StatusIs(grpc::StatusCode::INVALID_ARGUMENT));
+}
+
+TEST_F(AgentModel, NoOriginAndOpenconfigAreServed) {
   gnmi::Path p = P("/a");
-  EXPECT_TRUE(checkOrigin(p, "path").ok());
+  EXPECT_THAT(checkOrigin(p, "path"), IsOk());
   p.set_origin("openconfig");
-  EXPECT_TRUE(checkOrigin(p, "path").ok());
+  EXPECT_THAT(checkOrigin(p, "path"), IsOk());
+}
+
+TEST_F(AgentModel, AnotherOriginIsAnInvalidArgumentNamingWhereItWas) {
+  gnmi::Path p = P("/a");
   p.set_origin("cli");
-  const grpc::Status s = checkOrigin(p, "the prefix");
-  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
-  EXPECT_EQ(s.error_message(),
-            "the prefix has origin 'cli'; this target serves origin \"\" and \"openconfig\" only");
+  EXPECT_THAT(checkOrigin(p, "the prefix"),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                       "the prefix has origin 'cli'; this target serves origin \"\" and \"openconfig\" only"));
+}
+
+TEST_F(AgentModel, ARequestPathJoinsThePrefixAndKeepsItsTarget) {
   gnmi::Path prefix = P("/devices/dev1");
   prefix.set_target("t");
   const gnmi::Path joined = joinRequestPath(prefix, P("system/hostname"));
@@ -311,29 +376,41 @@ TEST_F(AgentModel, OriginsAndJoining) {
   EXPECT_EQ(joined.target(), "t");
 }
 
-TEST(PathFilterTest, PrefixesAndUpdates) {
+TEST(PathFilter, APrefixAboveOrAtThePathMatchesPartlyAnotherNotAtAll) {
   const PathFilter f(P("/devices/dev1/interfaces[name=eth0]/counters"));
   EXPECT_EQ(f.matchPrefix(P("/devices/dev1")), PathFilter::PrefixMatch::Partial);
   EXPECT_EQ(f.matchPrefix(P("/devices/dev1/interfaces[name=eth0]")), PathFilter::PrefixMatch::Partial);
   EXPECT_EQ(f.matchPrefix(P("/devices/dev1/interfaces[name=eth1]")), PathFilter::PrefixMatch::None);
   EXPECT_EQ(f.matchPrefix(P("/devices/dev1/system")), PathFilter::PrefixMatch::None);
+}
+
+TEST(PathFilter, UpdatesUnderThePathMatchByWholeElements) {
+  const PathFilter f(P("/devices/dev1/interfaces[name=eth0]/counters"));
   const gnmi::Path eth0 = P("/devices/dev1/interfaces[name=eth0]");
   EXPECT_TRUE(f.matchUpdate(eth0, P("counters/inPkts")));
   EXPECT_FALSE(f.matchUpdate(eth0, P("mtu")));
   EXPECT_FALSE(f.matchUpdate(eth0, P("countersX/inPkts")));
-  const PathFilter all(P("/devices"));
-  EXPECT_EQ(all.matchPrefix(eth0), PathFilter::PrefixMatch::All);
+}
+
+TEST(PathFilter, APrefixBelowThePathMatchesWhole) {
+  const gnmi::Path eth0 = P("/devices/dev1/interfaces[name=eth0]");
+  EXPECT_EQ(PathFilter(P("/devices")).matchPrefix(eth0), PathFilter::PrefixMatch::All);
   EXPECT_EQ(PathFilter(gnmi::Path()).matchPrefix(eth0), PathFilter::PrefixMatch::All);
 }
 
-TEST(PathFilterTest, WildcardsAndKeyNames) {
+TEST(PathFilter, WildcardNamesAndKeysMatchAny) {
   const PathFilter f(P("/devices/*/interfaces[name=*]/mtu"));
   EXPECT_TRUE(f.matchUpdate(P("/devices/dev1/interfaces[name=eth5]"), P("mtu")));
   EXPECT_FALSE(f.matchUpdate(P("/devices/dev1/interfaces[name=eth5]"), P("enabled")));
-  // One requested key matches one published key of another name by value.
+}
+
+TEST(PathFilter, ASingleRequestedKeyMatchesAPublishedKeyOfAnotherNameByValue) {
   const PathFilter byValue(P("/devices/dev1/routes[prefix=10.0.0.0/31]"));
   EXPECT_TRUE(byValue.matchUpdate(P("/devices/dev1"), P("routes[routesKey=10.0.0.0/31]/metric")));
   EXPECT_FALSE(byValue.matchUpdate(P("/devices/dev1"), P("routes[routesKey=10.0.0.2/31]/metric")));
+}
+
+TEST(PathFilter, ThreeDotsMatchAnyNumberOfElements) {
   const PathFilter deep(P("/.../counters/inPkts"));
   EXPECT_TRUE(deep.matchUpdate(P("/devices/dev1/interfaces[name=eth5]"), P("counters/inPkts")));
   EXPECT_FALSE(deep.matchUpdate(P("/devices/dev1/interfaces[name=eth5]"), P("counters/outPkts")));
@@ -341,22 +418,20 @@ TEST(PathFilterTest, WildcardsAndKeyNames) {
   EXPECT_TRUE(PathFilter(P("/devices/...")).matchUpdate(P("/devices/dev1"), P("x")));
 }
 
-TEST(PathFilterTest, DeletesOfWhatHoldsThePathPass) {
+TEST(PathFilter, DeletesOfWhatHoldsThePathPass) {
   const PathFilter f(P("/devices/dev1/interfaces[name=eth3]/mtu"));
   EXPECT_TRUE(f.matchDelete(P("/devices/dev1"), P("interfaces[name=eth3]")));
   EXPECT_FALSE(f.matchDelete(P("/devices/dev1"), P("interfaces[name=eth4]")));
   EXPECT_FALSE(f.matchUpdate(P("/devices/dev1"), P("interfaces[name=eth3]")));
 }
 
-TEST(PathFilterTest, ElementMatching) {
+TEST(PathFilter, ElementsMatchByNameAndTheKeysTheyShare) {
   EXPECT_TRUE(elemMatches(P("a[k=1]").elem(0), P("a[k=1][j=2]").elem(0)));
   EXPECT_FALSE(elemMatches(P("a[k=1]").elem(0), P("a").elem(0)));
   EXPECT_TRUE(elemMatches(P("a[k=*]").elem(0), P("a").elem(0)));
   EXPECT_TRUE(elemMatches(P("a").elem(0), P("a[k=1]").elem(0)));
   EXPECT_FALSE(elemMatches(P("a[k=1][j=2]").elem(0), P("a[x=1][y=2]").elem(0)));
 }
-
-
 
 // The path index answers exactly as a PathFilter per requested path would.
 

@@ -1,23 +1,42 @@
 // vekgnmid over a real gRPC channel on a loopback port, with the library:
 // Capabilities, the exact statuses of Get, Set and Subscribe requests (those
 // the agent's validation gives and those of the library's Set), the client's
-// output and errors, and shutdown with streams that sent nothing yet.
+// output and errors, shutdown with streams that sent nothing yet, and golden
+// files of what the agent answers (tests/golden/README.md). The agent runs
+// on a manual clock and the runtime on a test clock: every time it answers
+// is fixed.
+#include <atomic>
 #include <thread>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "AgentFixture.h"
 #include "ClientCommands.h"
+#include "Golden.h"
+#include "StatusMatchers.h"
 
 namespace {
 
 using namespace VekGnmiTest;
 using VekGnmi::Server::AgentOptions;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 
-class AgentServerTest : public ::testing::Test {
+using namespace std::chrono_literals;
+
+const std::string ETH0 = "/devices/dev1/interfaces[name=eth0]";
+
+AgentOptions withInterfaces(size_t interfaces) {
+  AgentOptions o;
+  o.interfaces = interfaces;
+  return o;
+}
+
+// The agent with the library, on the tests' clocks.
+class LiveAgent : public ::testing::Test {
  protected:
-  AgentServerTest()
-      : fixture_(AgentOptions{}, VekGnmi::Server::makeLibraryBridge) {}
+  explicit LiveAgent(AgentOptions options = {}) : fixture_(std::move(options), VekGnmi::Server::makeLibraryBridge) {}
 
   grpc::Status get(const gnmi::GetRequest& request, gnmi::GetResponse* response = nullptr) {
     grpc::ClientContext context;
@@ -43,162 +62,227 @@ class AgentServerTest : public ::testing::Test {
     return stream->Finish();
   }
 
+  Vek::TestClock vekClock_;
+  Vek::ScopedClock vekClockInstalled_{vekClock_};
   AgentFixture fixture_;
 };
 
-void expectStatus(const grpc::Status& status, grpc::StatusCode code, const std::string& message) {
-  EXPECT_EQ(status.error_code(), code) << status.error_message();
-  EXPECT_EQ(status.error_message(), message);
+gnmi::GetRequest getOf(const std::string& path) {
+  gnmi::GetRequest r;
+  *r.add_path() = P(path);
+  return r;
 }
 
-TEST_F(AgentServerTest, CapabilitiesListVersionModelsAndEncodings) {
+// A Set of one update of `path` to `json` (JSON).
+gnmi::SetRequest updateOf(const std::string& path, const std::string& json) {
+  gnmi::SetRequest r;
+  gnmi::Update* u = r.add_update();
+  *u->mutable_path() = P(path);
+  u->mutable_val()->set_json_val(json);
+  return r;
+}
+
+// ---------------------------------------------------------------------------
+// Capabilities
+
+class AgentCapabilities : public LiveAgent {};
+
+TEST_F(AgentCapabilities, ListTheVersionTheModelAndTheEncodings) {
   grpc::ClientContext context;
   withDeadline(context);
   gnmi::CapabilityResponse response;
-  ASSERT_TRUE(fixture_.stub().Capabilities(&context, gnmi::CapabilityRequest(), &response).ok());
+  ASSERT_THAT(fixture_.stub().Capabilities(&context, gnmi::CapabilityRequest(), &response), IsOk());
   EXPECT_EQ(response.gnmi_version(), "0.10.0");
   ASSERT_EQ(response.supported_models_size(), 1);
   EXPECT_EQ(response.supported_models(0).name(), "Demo");
   EXPECT_EQ(response.supported_models(0).organization(), "libVekTypeDecoder");
-  ASSERT_EQ(response.supported_encodings_size(), 3);
-  EXPECT_EQ(response.supported_encodings(0), gnmi::JSON);
-  EXPECT_EQ(response.supported_encodings(1), gnmi::JSON_IETF);
-  EXPECT_EQ(response.supported_encodings(2), gnmi::PROTO);
+  EXPECT_THAT(response.supported_encodings(), ElementsAre(gnmi::JSON, gnmi::JSON_IETF, gnmi::PROTO));
 }
 
-TEST_F(AgentServerTest, GetStatuses) {
-  gnmi::GetRequest r;
-  *r.add_path() = P("/devices/dev1/nosuch");
-  expectStatus(get(r), grpc::StatusCode::NOT_FOUND,
-               "Demo::Device has no element 'nosuch' (below /devices/dev1)");
-  r.clear_path();
-  *r.add_path() = P("/devices/dev1/interfaces[name=eth99]");
-  expectStatus(get(r), grpc::StatusCode::NOT_FOUND,
-               "nothing exists at /devices/dev1/interfaces[name=eth99]");
-  r.clear_path();
-  *r.add_path() = P("/devices/dev1/routes[prefix=x]");
-  EXPECT_EQ(get(r).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+// ---------------------------------------------------------------------------
+// Get
+
+class AgentGetStatus : public LiveAgent {};
+
+TEST_F(AgentGetStatus, AnUnknownElementIsNotFound) {
+  EXPECT_THAT(get(getOf("/devices/dev1/nosuch")),
+              StatusIs(grpc::StatusCode::NOT_FOUND, "Demo::Device has no element 'nosuch' (below /devices/dev1)"));
+}
+
+TEST_F(AgentGetStatus, AMissingMemberIsNotFound) {
+  EXPECT_THAT(get(getOf("/devices/dev1/interfaces[name=eth99]")),
+              StatusIs(grpc::StatusCode::NOT_FOUND, "nothing exists at /devices/dev1/interfaces[name=eth99]"));
+}
+
+TEST_F(AgentGetStatus, AKeyTheListDoesNotHaveIsAnInvalidArgument) {
+  EXPECT_THAT(get(getOf("/devices/dev1/routes[prefix=x]")), StatusIs(grpc::StatusCode::INVALID_ARGUMENT));
+}
+
+TEST_F(AgentGetStatus, AnEncodingOtherThanJsonJsonIetfAndProtoIsUnimplemented) {
+  gnmi::GetRequest r = getOf("/devices/dev1/routes[prefix=x]");
   r.set_encoding(gnmi::ASCII);
-  expectStatus(get(r), grpc::StatusCode::UNIMPLEMENTED,
-               "encoding ASCII is not supported; use JSON, JSON_IETF or PROTO");
-  r.set_encoding(gnmi::JSON);
+  EXPECT_THAT(get(r), StatusIs(grpc::StatusCode::UNIMPLEMENTED,
+                               "encoding ASCII is not supported; use JSON, JSON_IETF or PROTO"));
+}
+
+TEST_F(AgentGetStatus, AnUnknownDataTypeIsAnInvalidArgument) {
+  gnmi::GetRequest r = getOf("/devices/dev1/routes[prefix=x]");
   r.set_type(static_cast<gnmi::GetRequest::DataType>(9));
-  expectStatus(get(r), grpc::StatusCode::INVALID_ARGUMENT, "unknown data type 9");
-  gnmi::GetRequest origin;
-  *origin.add_path() = P("/devices");
+  EXPECT_THAT(get(r), StatusIs(grpc::StatusCode::INVALID_ARGUMENT, "unknown data type 9"));
+}
+
+TEST_F(AgentGetStatus, APathWithAnOriginIsAnInvalidArgument) {
+  gnmi::GetRequest origin = getOf("/devices");
   origin.mutable_path(0)->set_origin("cli");
-  EXPECT_EQ(get(origin).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
-  gnmi::GetRequest valid;
-  *valid.add_path() = P("/devices/dev1/interfaces[name=eth0]/mtu");
+  EXPECT_THAT(get(origin), StatusIs(grpc::StatusCode::INVALID_ARGUMENT));
+}
+
+TEST_F(AgentGetStatus, ALeafIsAnsweredWithItsValue) {
   gnmi::GetResponse response;
-  ASSERT_TRUE(get(valid, &response).ok());
+  ASSERT_THAT(get(getOf(ETH0 + "/mtu"), &response), IsOk());
   ASSERT_EQ(response.notification_size(), 1);
   ASSERT_EQ(response.notification(0).update_size(), 1);
   EXPECT_EQ(response.notification(0).update(0).val().json_val(), "9000");
 }
 
-TEST_F(AgentServerTest, SetStatuses) {
+// ---------------------------------------------------------------------------
+// Set
+
+class AgentSetStatus : public LiveAgent {
+ protected:
+  unsigned eth0Mtu() {
+    return fixture_.onLoop([&] {
+      return fixture_.agent().model().device->entity("interfaces", Vek::genericIfOf("eth0"))->value<unsigned>("mtu");
+    });
+  }
+};
+
+TEST_F(AgentSetStatus, ADeleteIsUnimplementedAndChangesNothing) {
   gnmi::SetRequest deletes;
-  *deletes.add_delete_() = P("/devices/dev1/interfaces[name=eth0]/description");
-  expectStatus(set(deletes), grpc::StatusCode::UNIMPLEMENTED,
-               "this target does not apply deletes; nothing was changed");
+  *deletes.add_delete_() = P(ETH0 + "/description");
+  EXPECT_THAT(set(deletes), StatusIs(grpc::StatusCode::UNIMPLEMENTED,
+                                     "this target does not apply deletes; nothing was changed"));
+}
+
+TEST_F(AgentSetStatus, AUnionReplaceIsUnimplemented) {
   gnmi::SetRequest unionReplace;
-  gnmi::Update* u = unionReplace.add_union_replace();
-  *u->mutable_path() = P("/devices/dev1/system/hostname");
-  EXPECT_EQ(set(unionReplace).error_code(), grpc::StatusCode::UNIMPLEMENTED);
+  *unionReplace.add_union_replace()->mutable_path() = P("/devices/dev1/system/hostname");
+  EXPECT_THAT(set(unionReplace), StatusIs(grpc::StatusCode::UNIMPLEMENTED));
+}
 
-  gnmi::SetRequest bad;
-  u = bad.add_update();
-  *u->mutable_path() = P("/devices/dev1/interfaces[name=eth0]/mtu");
-  u->mutable_val()->set_json_val("\"large\"");
-  expectStatus(set(bad), grpc::StatusCode::INVALID_ARGUMENT,
-               "update 0: /devices/dev1/interfaces[name=eth0]/mtu: \"large\" is not an integer");
-  u->mutable_val()->set_json_ietf_val("{");
-  EXPECT_EQ(set(bad).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
-  *u->mutable_path() = P("/devices/dev1/interfaces[name=eth77]/mtu");
-  u->mutable_val()->set_json_val("1500");
-  expectStatus(set(bad), grpc::StatusCode::NOT_FOUND,
-               "update 0: interfaces[name=eth77] does not exist under /devices/dev1");
+TEST_F(AgentSetStatus, AValueOfTheWrongTypeIsAnInvalidArgument) {
+  EXPECT_THAT(set(updateOf(ETH0 + "/mtu", "\"large\"")),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                       "update 0: /devices/dev1/interfaces[name=eth0]/mtu: \"large\" is not an integer"));
+}
 
-  gnmi::SetRequest empty;
+TEST_F(AgentSetStatus, MalformedJsonIetfIsAnInvalidArgument) {
+  gnmi::SetRequest bad = updateOf(ETH0 + "/mtu", "");
+  bad.mutable_update(0)->mutable_val()->set_json_ietf_val("{");
+  EXPECT_THAT(set(bad), StatusIs(grpc::StatusCode::INVALID_ARGUMENT));
+}
+
+TEST_F(AgentSetStatus, AMissingMemberIsNotFound) {
+  EXPECT_THAT(set(updateOf("/devices/dev1/interfaces[name=eth77]/mtu", "1500")),
+              StatusIs(grpc::StatusCode::NOT_FOUND, "update 0: interfaces[name=eth77] does not exist under /devices/dev1"));
+}
+
+TEST_F(AgentSetStatus, AnEmptySetSucceedsWithATimeAndNoResults) {
   gnmi::SetResponse response;
-  ASSERT_TRUE(set(empty, &response).ok());
-  EXPECT_GT(response.timestamp(), 0);
+  ASSERT_THAT(set(gnmi::SetRequest(), &response), IsOk());
+  EXPECT_EQ(response.timestamp(), fixture_.clock().utcNanos());
   EXPECT_EQ(response.response_size(), 0);
+}
 
-  // The library's refusals come back as they are.
-  gnmi::SetRequest outOfRange;
-  u = outOfRange.add_update();
-  *u->mutable_path() = P("/devices/dev1/interfaces[name=eth0]/mtu");
-  u->mutable_val()->set_json_val("20000");
-  const grpc::Status refused = set(outOfRange);
-  EXPECT_EQ(refused.error_code(), grpc::StatusCode::NOT_FOUND) << refused.error_message();
-  EXPECT_NE(refused.error_message().find("mtu 20000 is outside 64..9216"), std::string::npos)
-      << refused.error_message();
-  // State (written by the device only) and read-only leaves.
-  gnmi::SetRequest state;
-  u = state.add_update();
-  *u->mutable_path() = P("/devices/dev1/interfaces[name=eth0]/macAddress");
-  u->mutable_val()->set_json_val("\"02:00:00:00:00:99\"");
-  const grpc::Status stateRefused = set(state);
-  EXPECT_EQ(stateRefused.error_code(), grpc::StatusCode::NOT_FOUND) << stateRefused.error_message();
-  EXPECT_NE(stateRefused.error_message().find("macAddress is state, written by the device only"),
-            std::string::npos)
-      << stateRefused.error_message();
-  *u->mutable_path() = P("/devices/dev1/interfaces[name=eth0]/name");
-  u->mutable_val()->set_json_val("\"eth9\"");
-  EXPECT_EQ(set(state).error_code(), grpc::StatusCode::NOT_FOUND);
+TEST_F(AgentSetStatus, AValueTheDeviceRefusesComesBackAsTheLibrarysNotFound) {
+  EXPECT_THAT(set(updateOf(ETH0 + "/mtu", "20000")),
+              StatusIs(grpc::StatusCode::NOT_FOUND, HasSubstr("mtu 20000 is outside 64..9216")));
+  EXPECT_EQ(eth0Mtu(), 9000u);
+}
 
-  gnmi::SetRequest valid;
-  u = valid.add_update();
-  *u->mutable_path() = P("/devices/dev1/interfaces[name=eth0]/mtu");
-  u->mutable_val()->set_json_val("1600");
-  ASSERT_TRUE(set(valid, &response).ok());
+TEST_F(AgentSetStatus, AStateLeafIsNotFound) {
+  EXPECT_THAT(set(updateOf(ETH0 + "/macAddress", "\"02:00:00:00:00:99\"")),
+              StatusIs(grpc::StatusCode::NOT_FOUND, HasSubstr("macAddress is state, written by the device only")));
+}
+
+TEST_F(AgentSetStatus, AKeyLeafIsNotFound) {
+  EXPECT_THAT(set(updateOf(ETH0 + "/name", "\"eth9\"")), StatusIs(grpc::StatusCode::NOT_FOUND));
+}
+
+TEST_F(AgentSetStatus, AValidUpdateIsAppliedAndAnswered) {
+  gnmi::SetResponse response;
+  ASSERT_THAT(set(updateOf(ETH0 + "/mtu", "1600"), &response), IsOk());
   ASSERT_EQ(response.response_size(), 1);
   EXPECT_EQ(response.response(0).op(), gnmi::UpdateResult::UPDATE);
-  EXPECT_EQ(fixture_.agent().loop().call([&] {
-    return fixture_.agent().model().device->entity("interfaces", Vek::genericIfOf("eth0"))->value<unsigned>("mtu");
-  }),
-            1600u);
+  EXPECT_EQ(eth0Mtu(), 1600u);
 }
 
-TEST_F(AgentServerTest, SubscribeStatuses) {
+// ---------------------------------------------------------------------------
+// Subscribe
+
+class AgentSubscribeStatus : public LiveAgent {
+ protected:
+  gnmi::SubscribeRequest eth0In(gnmi::SubscriptionMode mode) {
+    gnmi::SubscribeRequest r;
+    gnmi::Subscription* s = r.mutable_subscribe()->add_subscription();
+    *s->mutable_path() = P(ETH0);
+    s->set_mode(mode);
+    return r;
+  }
+};
+
+TEST_F(AgentSubscribeStatus, APollFirstIsAnInvalidArgument) {
   gnmi::SubscribeRequest poll;
   poll.mutable_poll();
-  expectStatus(subscribeOnce(poll), grpc::StatusCode::INVALID_ARGUMENT,
-               "the first message of a Subscribe must be a SubscriptionList, not a Poll");
-  gnmi::SubscribeRequest r;
-  gnmi::Subscription* s = r.mutable_subscribe()->add_subscription();
-  *s->mutable_path() = P("/devices/dev1/interfaces[name=eth0]");
-  s->set_mode(gnmi::SAMPLE);
-  s->set_sample_interval(10);
-  expectStatus(subscribeOnce(r), grpc::StatusCode::INVALID_ARGUMENT,
-               "subscription 0: sample_interval 10ns is below the lowest this target supports (100ms)");
-  s->set_mode(gnmi::TARGET_DEFINED);
-  r.mutable_subscribe()->set_encoding(gnmi::BYTES);
-  EXPECT_EQ(subscribeOnce(r).error_code(), grpc::StatusCode::UNIMPLEMENTED);
-  r.mutable_subscribe()->set_encoding(gnmi::JSON);
-  *s->mutable_path() = P("/devices/dev1/nosuch");
-  EXPECT_EQ(subscribeOnce(r).error_code(), grpc::StatusCode::NOT_FOUND);
-  // A valid path with nothing under it now is not an error: ONCE ends with
-  // OK after an empty sync.
-  *s->mutable_path() = P("/devices/dev1/interfaces[name=eth99]");
-  r.mutable_subscribe()->set_mode(gnmi::SubscriptionList::ONCE);
-  EXPECT_TRUE(subscribeOnce(r).ok());
+  EXPECT_THAT(subscribeOnce(poll), StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                                            "the first message of a Subscribe must be a SubscriptionList, not a Poll"));
 }
 
-TEST_F(AgentServerTest, AStreamClosedWithoutASubscriptionListIsAnInvalidArgument) {
+TEST_F(AgentSubscribeStatus, ASampleIntervalBelowTheLowestIsAnInvalidArgument) {
+  gnmi::SubscribeRequest r = eth0In(gnmi::SAMPLE);
+  r.mutable_subscribe()->mutable_subscription(0)->set_sample_interval(10);
+  EXPECT_THAT(subscribeOnce(r),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                       "subscription 0: sample_interval 10ns is below the lowest this target supports (100ms)"));
+}
+
+TEST_F(AgentSubscribeStatus, AnUnsupportedEncodingIsUnimplemented) {
+  gnmi::SubscribeRequest r = eth0In(gnmi::TARGET_DEFINED);
+  r.mutable_subscribe()->set_encoding(gnmi::BYTES);
+  EXPECT_THAT(subscribeOnce(r), StatusIs(grpc::StatusCode::UNIMPLEMENTED));
+}
+
+TEST_F(AgentSubscribeStatus, AnUnknownElementIsNotFound) {
+  gnmi::SubscribeRequest r = eth0In(gnmi::TARGET_DEFINED);
+  *r.mutable_subscribe()->mutable_subscription(0)->mutable_path() = P("/devices/dev1/nosuch");
+  EXPECT_THAT(subscribeOnce(r), StatusIs(grpc::StatusCode::NOT_FOUND));
+}
+
+TEST_F(AgentSubscribeStatus, OnceOfAPathWithNothingUnderItEndsWithOkAfterAnEmptySync) {
+  // A valid path with nothing under it now is not an error.
+  gnmi::SubscribeRequest r = eth0In(gnmi::TARGET_DEFINED);
+  *r.mutable_subscribe()->mutable_subscription(0)->mutable_path() = P("/devices/dev1/interfaces[name=eth99]");
+  r.mutable_subscribe()->set_mode(gnmi::SubscriptionList::ONCE);
+  EXPECT_THAT(subscribeOnce(r), IsOk());
+}
+
+TEST_F(AgentSubscribeStatus, AStreamClosedWithoutASubscriptionListIsAnInvalidArgument) {
   grpc::ClientContext context;
   withDeadline(context);
   auto stream = fixture_.stub().Subscribe(&context);
   stream->WritesDone();
   gnmi::SubscribeResponse response;
   EXPECT_FALSE(stream->Read(&response));
-  expectStatus(stream->Finish(), grpc::StatusCode::INVALID_ARGUMENT,
-               "the client closed the stream without sending a SubscriptionList");
+  EXPECT_THAT(stream->Finish(), StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                                         "the client closed the stream without sending a SubscriptionList"));
 }
 
-TEST_F(AgentServerTest, BadRequestsDoNotDisturbOtherClients) {
+// ---------------------------------------------------------------------------
+// The server
+
+class AgentServer : public LiveAgent {};
+
+TEST_F(AgentServer, BadRequestsDoNotDisturbOtherClients) {
   std::vector<std::thread> threads;
   std::atomic<int> capabilitiesOk{0};
   for (int t = 0; t < 8; ++t) {
@@ -208,10 +292,9 @@ TEST_F(AgentServerTest, BadRequestsDoNotDisturbOtherClients) {
         grpc::ClientContext context;
         withDeadline(context);
         if (t % 2 == 0) {
-          gnmi::GetRequest r;
-          *r.add_path() = P("/devices/dev1/nosuch" + std::to_string(i));
           gnmi::GetResponse response;
-          EXPECT_EQ(stub->Get(&context, r, &response).error_code(), grpc::StatusCode::NOT_FOUND);
+          EXPECT_THAT(stub->Get(&context, getOf("/devices/dev1/nosuch" + std::to_string(i)), &response),
+                      StatusIs(grpc::StatusCode::NOT_FOUND));
         } else {
           gnmi::CapabilityResponse response;
           if (stub->Capabilities(&context, gnmi::CapabilityRequest(), &response).ok()) ++capabilitiesOk;
@@ -223,7 +306,7 @@ TEST_F(AgentServerTest, BadRequestsDoNotDisturbOtherClients) {
   EXPECT_EQ(capabilitiesOk.load(), 80);
 }
 
-TEST_F(AgentServerTest, ShutdownEndsOpenStreamsWithAStatus) {
+TEST_F(AgentServer, ShutdownEndsOpenStreamsWithAStatus) {
   // Streams that sent nothing yet stay open until the agent stops.
   std::vector<std::unique_ptr<grpc::ClientContext>> contexts;
   std::vector<std::unique_ptr<grpc::ClientReaderWriter<gnmi::SubscribeRequest, gnmi::SubscribeResponse>>>
@@ -233,52 +316,52 @@ TEST_F(AgentServerTest, ShutdownEndsOpenStreamsWithAStatus) {
     withDeadline(*contexts.back());
     streams.push_back(fixture_.stub().Subscribe(contexts.back().get()));
   }
-  // Let the server see the streams before it stops.
-  for (int i = 0; i < 400; ++i) {
-    if (fixture_.agent().loop().call([&] { return fixture_.agent().openStreamCount(); }) == 3) break;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  ASSERT_EQ(fixture_.agent().loop().call([&] { return fixture_.agent().openStreamCount(); }), 3u);
+  // The server has seen the streams before it stops.
+  ASSERT_TRUE(fixture_.waitUntil([&] { return fixture_.agent().openStreamCount() == 3; }));
   fixture_.stop();
   for (auto& stream : streams) {
     gnmi::SubscribeResponse response;
     EXPECT_FALSE(stream->Read(&response));
-    const grpc::Status status = stream->Finish();
-    EXPECT_EQ(status.error_code(), grpc::StatusCode::UNAVAILABLE) << status.error_message();
-    EXPECT_EQ(status.error_message(), "the agent is shutting down");
+    EXPECT_THAT(stream->Finish(), StatusIs(grpc::StatusCode::UNAVAILABLE, "the agent is shutting down"));
   }
 }
 
-TEST_F(AgentServerTest, ClientPrintsCapabilitiesAndErrors) {
-  std::ostringstream out;
-  std::ostringstream err;
-  EXPECT_EQ(VekGnmi::Client::runClient({"--address", fixture_.address(), "capabilities"}, out, err), 0);
-  EXPECT_EQ(out.str(),
+// ---------------------------------------------------------------------------
+// vekgnmi's output against the agent
+
+class AgentClientOutput : public LiveAgent {
+ protected:
+  // vekgnmi's exit code, with what it printed to `out` and `err`.
+  int run(std::vector<std::string> args) {
+    return VekGnmi::Client::runClient(std::move(args), out_, err_);
+  }
+  std::ostringstream out_;
+  std::ostringstream err_;
+};
+
+TEST_F(AgentClientOutput, CapabilitiesArePrintedAsOneJsonObject) {
+  EXPECT_EQ(run({"--address", fixture_.address(), "capabilities"}), 0);
+  EXPECT_EQ(out_.str(),
             R"({"gNMI_version":"0.10.0","supported_encodings":["JSON","JSON_IETF","PROTO"],)"
             R"("supported_models":[{"name":"Demo","organization":"libVekTypeDecoder","version":"1.0.0"}]})"
             "\n");
-  std::ostringstream out2;
-  std::ostringstream err2;
-  EXPECT_EQ(VekGnmi::Client::runClient(
-                {"-a", fixture_.address(), "get", "--path", "/devices/dev1/interfaces[name=eth0]/mtux"},
-                out2, err2),
-            1);
-  EXPECT_EQ(err2.str(),
+}
+
+TEST_F(AgentClientOutput, AGetErrorIsPrintedWithItsCodeAndExitsWithOne) {
+  EXPECT_EQ(run({"-a", fixture_.address(), "get", "--path", ETH0 + "/mtux"}), 1);
+  EXPECT_EQ(err_.str(),
             "error: NOT_FOUND (5): Demo::Interface has no element 'mtux' (below "
             "/devices/dev1/interfaces[name=eth0])\n");
-  std::ostringstream out3;
-  std::ostringstream err3;
-  EXPECT_EQ(VekGnmi::Client::runClient({"-a", fixture_.address(), "set", "--delete", "/devices/dev1"},
-                                       out3, err3),
-            1);
-  EXPECT_EQ(err3.str(), "error: UNIMPLEMENTED (12): this target does not apply deletes; nothing was changed\n");
-  std::ostringstream out4;
-  std::ostringstream err4;
-  EXPECT_EQ(VekGnmi::Client::runClient({"-a", fixture_.address(), "subscribe", "--mode", "once",
-                                        "--encoding", "ascii"},
-                                       out4, err4),
-            1);
-  EXPECT_EQ(err4.str(),
+}
+
+TEST_F(AgentClientOutput, ASetErrorIsPrintedWithItsCodeAndExitsWithOne) {
+  EXPECT_EQ(run({"-a", fixture_.address(), "set", "--delete", "/devices/dev1"}), 1);
+  EXPECT_EQ(err_.str(), "error: UNIMPLEMENTED (12): this target does not apply deletes; nothing was changed\n");
+}
+
+TEST_F(AgentClientOutput, ASubscribeErrorIsPrintedWithItsCodeAndExitsWithOne) {
+  EXPECT_EQ(run({"-a", fixture_.address(), "subscribe", "--mode", "once", "--encoding", "ascii"}), 1);
+  EXPECT_EQ(err_.str(),
             "error: UNIMPLEMENTED (12): encoding ASCII is not supported; use JSON, JSON_IETF or PROTO\n");
 }
 
@@ -306,6 +389,197 @@ TEST(ClientUsage, UnreachableTargetIsUnavailable) {
   // Port 1 on loopback: nothing listens there.
   EXPECT_EQ(VekGnmi::Client::runClient({"-a", "127.0.0.1:1", "--timeout", "2s", "capabilities"}, out, err), 1);
   EXPECT_EQ(err.str().rfind("error: UNAVAILABLE (14): ", 0), 0u) << err.str();
+}
+
+// ---------------------------------------------------------------------------
+// Golden files of the agent's answers
+
+// A Set request of the golden file: what it is, and the request.
+struct SetCase {
+  std::string what;
+  gnmi::SetRequest request;
+};
+
+gnmi::Update update(const std::string& path, const std::function<void(gnmi::TypedValue&)>& value) {
+  gnmi::Update u;
+  *u.mutable_path() = P(path);
+  value(*u.mutable_val());
+  return u;
+}
+auto json(const std::string& text) {
+  return [text](gnmi::TypedValue& v) { v.set_json_val(text); };
+}
+auto jsonIetf(const std::string& text) {
+  return [text](gnmi::TypedValue& v) { v.set_json_ietf_val(text); };
+}
+
+std::vector<SetCase> setCases() {
+  std::vector<SetCase> cases;
+  auto add = [&](std::string what, const std::function<void(gnmi::SetRequest&)>& build) {
+    SetCase c{std::move(what), {}};
+    build(c.request);
+    cases.push_back(std::move(c));
+  };
+  add("an update of one leaf", [](gnmi::SetRequest& r) { *r.add_update() = update(ETH0 + "/mtu", json("9100")); });
+  add("a replace in JSON_IETF", [](gnmi::SetRequest& r) {
+    *r.add_replace() = update("/devices/dev1/interfaces[name=eth1]/description", jsonIetf("\"uplink\""));
+  });
+  add("updates and replaces across entities, below a prefix with a target", [](gnmi::SetRequest& r) {
+    *r.mutable_prefix() = P("/devices/dev1");
+    r.mutable_prefix()->set_target("dut");
+    *r.add_update() = update("system/hostname", json("\"core1\""));
+    *r.add_update() = update("interfaces[name=eth2]/mtu", json("1400"));
+    *r.add_replace() = update("interfaces[name=eth1]/enabled", json("false"));
+  });
+  add("a PROTO typed value", [](gnmi::SetRequest& r) {
+    *r.add_update() = update(ETH0 + "/mtu", [](gnmi::TypedValue& v) { v.set_uint_val(1500); });
+  });
+  add("a field of a member of a collection of values", [](gnmi::SetRequest& r) {
+    *r.add_update() = update(ETH0 + "/addresses[addressesKey=10.0.0.0]/prefixLength", json("30"));
+  });
+  add("an empty Set", [](gnmi::SetRequest&) {});
+  add("a value the device refuses", [](gnmi::SetRequest& r) { *r.add_update() = update(ETH0 + "/mtu", json("20000")); });
+  add("a refused value after an accepted one of another entity", [](gnmi::SetRequest& r) {
+    *r.mutable_prefix() = P("/devices/dev1");
+    *r.add_update() = update("system/hostname", json("\"core2\""));
+    *r.add_update() = update("interfaces[name=eth1]/mtu", json("10"));
+  });
+  add("a value of the wrong type", [](gnmi::SetRequest& r) { *r.add_update() = update(ETH0 + "/mtu", json("\"large\"")); });
+  add("malformed JSON_IETF", [](gnmi::SetRequest& r) { *r.add_update() = update(ETH0 + "/mtu", jsonIetf("{")); });
+  add("a state leaf", [](gnmi::SetRequest& r) {
+    *r.add_update() = update(ETH0 + "/macAddress", json("\"02:00:00:00:00:99\""));
+  });
+  add("a key leaf", [](gnmi::SetRequest& r) { *r.add_update() = update(ETH0 + "/name", json("\"eth9\"")); });
+  add("a member that does not exist", [](gnmi::SetRequest& r) {
+    *r.add_update() = update("/devices/dev1/interfaces[name=eth77]/mtu", json("1500"));
+  });
+  add("an element the model does not have", [](gnmi::SetRequest& r) {
+    *r.add_update() = update(ETH0 + "/mtux", json("1500"));
+  });
+  add("a wildcard", [](gnmi::SetRequest& r) {
+    *r.add_update() = update("/devices/dev1/interfaces[name=*]/mtu", json("1500"));
+  });
+  add("a delete", [](gnmi::SetRequest& r) { *r.add_delete_() = P(ETH0 + "/description"); });
+  add("a union_replace", [](gnmi::SetRequest& r) {
+    *r.add_union_replace() = update("/devices/dev1/system/hostname", json("\"core3\""));
+  });
+  return cases;
+}
+
+std::string valueText(const gnmi::TypedValue& v) {
+  if (v.has_json_val()) return "json " + v.json_val();
+  if (v.has_json_ietf_val()) return "json_ietf " + v.json_ietf_val();
+  return v.ShortDebugString();
+}
+
+std::string prefixText(const gnmi::Path& prefix) {
+  std::string out = "prefix " + VekGnmi::pathString(prefix);
+  if (!prefix.target().empty()) out += " target " + prefix.target();
+  return out;
+}
+
+// A Set request, a line for its prefix and each operation.
+std::string requestText(const gnmi::SetRequest& r) {
+  std::string out;
+  if (r.has_prefix()) out += prefixText(r.prefix()) + "\n";
+  for (const gnmi::Path& d : r.delete_()) out += "delete " + VekGnmi::pathString(d) + "\n";
+  const std::pair<const char*, const google::protobuf::RepeatedPtrField<gnmi::Update>*> kinds[] = {
+      {"replace", &r.replace()}, {"update", &r.update()}, {"union_replace", &r.union_replace()}};
+  for (const auto& [kind, updates] : kinds) {
+    for (const gnmi::Update& u : *updates) {
+      out += std::string(kind) + " " + VekGnmi::pathString(u.path()) + " = " + valueText(u.val()) + "\n";
+    }
+  }
+  return out;
+}
+
+// The answer: the response's time, prefix and results, or the status.
+std::string answerText(const grpc::Status& status, const gnmi::SetResponse& response) {
+  if (!status.ok()) {
+    return "-> " + statusCodeName(status.error_code()) + " (" + std::to_string(static_cast<int>(status.error_code())) +
+           "): " + status.error_message() + "\n";
+  }
+  std::string out = "-> timestamp " + std::to_string(response.timestamp());
+  if (response.has_prefix()) out += " " + prefixText(response.prefix());
+  out += "\n";
+  for (const gnmi::UpdateResult& result : response.response()) {
+    out += "   " + gnmi::UpdateResult::Operation_Name(result.op()) + " " + VekGnmi::pathString(result.path()) + "\n";
+  }
+  return out;
+}
+
+// A demo device of three interfaces.
+class AgentSetGolden : public LiveAgent {
+ protected:
+  AgentSetGolden() : LiveAgent(withInterfaces(3)) {}
+};
+
+// Each Set of the list, one after the other, one second apart on the agent's
+// clock: a "# what" line, the request (a line for its prefix and each
+// operation), then "->" and the response (its time and prefix, a line per
+// result) or the status; at the end the values the Sets touched, as a Get
+// in JSON answers them (the refused Sets changed nothing).
+TEST_F(AgentSetGolden, SetAnswersAsTheGoldenFileSays) {
+  std::string rendered;
+  for (const SetCase& c : setCases()) {
+    fixture_.advance(1s);
+    gnmi::SetResponse response;
+    const grpc::Status status = set(c.request, &response);
+    rendered += "# " + c.what + "\n" + requestText(c.request) + answerText(status, response);
+  }
+  gnmi::GetRequest touched;
+  *touched.mutable_prefix() = P("/devices/dev1");
+  for (const char* path : {"system/hostname", "interfaces[name=eth0]/mtu", "interfaces[name=eth0]/addresses",
+                           "interfaces[name=eth1]/mtu", "interfaces[name=eth1]/description",
+                           "interfaces[name=eth1]/enabled", "interfaces[name=eth2]/mtu"}) {
+    *touched.add_path() = P(path);
+  }
+  gnmi::GetResponse values;
+  ASSERT_THAT(get(touched, &values), IsOk());
+  rendered += "# the values after the Sets\n";
+  for (const gnmi::Notification& n : values.notification()) {
+    for (const gnmi::Update& u : n.update()) {
+      rendered += VekGnmi::joinedPathString(n.prefix(), u.path()) + " = " + valueText(u.val()) + "\n";
+    }
+  }
+  std::string escaped;
+  std::istringstream lines(rendered);
+  for (std::string line; std::getline(lines, line);) escaped += OstrelTest::escapedLine(line) + "\n";
+  OstrelTest::expectGolden("AgentSetAnswers.txt", escaped);
+}
+
+// A demo device of two interfaces, all of it got in one encoding.
+class AgentGetGolden : public LiveAgent {
+ protected:
+  AgentGetGolden() : LiveAgent(withInterfaces(2)) {}
+
+  // A Get of the root: per notification its timestamp and prefix, then one
+  // line per update with the value's JSON text.
+  std::string rootIn(gnmi::Encoding encoding) {
+    gnmi::GetRequest request = getOf("/");
+    request.set_encoding(encoding);
+    gnmi::GetResponse response;
+    EXPECT_THAT(get(request, &response), IsOk());
+    std::string out;
+    for (const gnmi::Notification& n : response.notification()) {
+      out += "timestamp " + std::to_string(n.timestamp()) + " prefix " + VekGnmi::pathString(n.prefix()) + "\n";
+      for (const gnmi::Update& u : n.update()) {
+        const gnmi::TypedValue& v = u.val();
+        const std::string value = v.has_json_val() ? v.json_val() : v.has_json_ietf_val() ? v.json_ietf_val()
+                                                                                           : v.ShortDebugString();
+        out += OstrelTest::escapedLine("  " + VekGnmi::pathString(u.path()) + " = " + value) + "\n";
+      }
+    }
+    return out;
+  }
+};
+
+TEST_F(AgentGetGolden, TheRootInJsonIsAsTheGoldenFileSays) {
+  OstrelTest::expectGolden("AgentGetRootJson.txt", rootIn(gnmi::JSON));
+}
+
+TEST_F(AgentGetGolden, TheRootInJsonIetfIsAsTheGoldenFileSays) {
+  OstrelTest::expectGolden("AgentGetRootJsonIetf.txt", rootIn(gnmi::JSON_IETF));
 }
 
 }  // namespace

@@ -3,25 +3,36 @@
 // (ScriptedLibrary): these tests drive the agent's own parts (routing,
 // filtering, encodings, sync_response, queues and back-pressure,
 // slow-subscriber handling, cancellation, all-or-nothing Set across
-// entities) with messages shaped as the library publishes them.
-#include <atomic>
-#include <thread>
+// entities) with messages shaped as the library publishes them. The agent
+// runs on a manual clock: samples, heartbeats and the send timeout happen
+// when a test moves it.
+#include <bit>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "AgentFixture.h"
 #include "Router.h"
 #include "ScriptedLibrary.h"
+#include "StatusMatchers.h"
 #include "SubscribeClient.h"
-#include "Subscription.h"
+#include "SubscribeRpc.h"
 
 namespace {
 
 using namespace VekGnmiTest;
 using VekGnmi::Server::AgentOptions;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+using ::testing::UnorderedElementsAre;
 
-const char* const ETH0 = "/devices/dev1/interfaces[name=eth0]";
-const char* const ETH1 = "/devices/dev1/interfaces[name=eth1]";
+using namespace std::chrono_literals;
+
+const std::string ETH0 = "/devices/dev1/interfaces[name=eth0]";
+const std::string ETH1 = "/devices/dev1/interfaces[name=eth1]";
+const std::string SYSTEM = "/devices/dev1/system";
 
 gnmi::TypedValue doubleBytes(double d) {
   const uint64_t bits = std::bit_cast<uint64_t>(d);
@@ -37,7 +48,14 @@ std::vector<ScriptedLeaf> eth0Leaves() {
           uintLeaf("counters/inOctets", 5), stringLeaf("description", "port 0")};
 }
 
-AgentOptions options(size_t syncLimit = 64, std::chrono::milliseconds sendTimeout = std::chrono::seconds(30)) {
+// `count` leaves "<prefix>0", "<prefix>1", ... each of a string of `size` bytes.
+std::vector<ScriptedLeaf> bigLeaves(const std::string& prefix, int count, size_t size) {
+  std::vector<ScriptedLeaf> leaves;
+  for (int i = 0; i < count; ++i) leaves.push_back(stringLeaf(prefix + std::to_string(i), std::string(size, 'x')));
+  return leaves;
+}
+
+AgentOptions options(size_t syncLimit = 64, std::chrono::milliseconds sendTimeout = 30s) {
   AgentOptions o;
   o.interfaces = 4;
   o.syncQueueLimit = syncLimit;
@@ -57,44 +75,68 @@ class Scripted {
 
   template <typename Fn>
   auto onLoop(Fn fn) {
-    return fixture_.agent().loop().call(fn);
+    return fixture_.onLoop(std::move(fn));
   }
   ScriptedLibrary& library() { return *library_; }
   AgentFixture& fixture() { return fixture_; }
+  VekGnmi::Server::Agent& agent() { return fixture_.agent(); }
 
  private:
   ScriptedLibrary* library_ = nullptr;
   AgentFixture fixture_;
 };
 
-TEST(AgentStream, OnceSendsTheSyncConvertedToJsonThenSyncResponseThenOk) {
+gnmi::SubscribeRequest pollRequest() {
+  gnmi::SubscribeRequest poll;
+  poll.mutable_poll();
+  return poll;
+}
+
+// ---------------------------------------------------------------------------
+// ONCE, POLL and STREAM
+
+TEST(AgentStream, OnceSendsTheSyncInJsonThenSyncResponseThenOk) {
+  Scripted s;
+  s.onLoop([&] { s.library().script(ETH0, eth0Leaves(), 2); });
+  Stream stream(s.fixture().stub(), subscription(gnmi::SubscriptionList::ONCE, {ETH0}));
+  EXPECT_THAT(flat(stream.untilSync()),
+              ElementsAre(ETH0 + "/mtu=9000", ETH0 + "/speed=100", ETH0 + "/operStatus=\"up\"",
+                          ETH0 + "/counters/inOctets=5", ETH0 + "/description=\"port 0\""));
+  gnmi::SubscribeResponse extra;
+  EXPECT_FALSE(stream.rw->Read(&extra));
+  EXPECT_THAT(stream.finish(), IsOk());
+}
+
+TEST(AgentStream, SyncNotificationsCarryTheRequestsTarget) {
   Scripted s;
   s.onLoop([&] { s.library().script(ETH0, eth0Leaves(), 2); });
   gnmi::SubscribeRequest r = subscription(gnmi::SubscriptionList::ONCE, {ETH0});
   r.mutable_subscribe()->mutable_prefix()->set_target("dut");
   Stream stream(s.fixture().stub(), r);
   const std::vector<gnmi::Notification> got = stream.untilSync();
-  EXPECT_EQ(flat(got), (std::vector<std::string>{
-                           std::string(ETH0) + "/mtu=9000", std::string(ETH0) + "/speed=100",
-                           std::string(ETH0) + "/operStatus=\"up\"", std::string(ETH0) + "/counters/inOctets=5",
-                           std::string(ETH0) + "/description=\"port 0\""}));
-  for (const gnmi::Notification& n : got) {
-    EXPECT_EQ(n.prefix().target(), "dut");
-    EXPECT_GT(n.timestamp(), 1600000000000000000);
-  }
-  gnmi::SubscribeResponse extra;
-  EXPECT_FALSE(stream.rw->Read(&extra));
-  EXPECT_TRUE(stream.rw->Finish().ok());
+  ASSERT_THAT(got, SizeIs(3));
+  for (const gnmi::Notification& n : got) EXPECT_EQ(n.prefix().target(), "dut");
+  EXPECT_THAT(stream.finish(), IsOk());
+}
+
+TEST(AgentStream, SyncNotificationsAreStampedWithTheTimeTheSyncStarted) {
+  Scripted s;
+  s.onLoop([&] { s.library().script(ETH0, eth0Leaves(), 2); });
+  const int64_t start = s.fixture().clock().utcNanos();
+  Stream stream(s.fixture().stub(), subscription(gnmi::SubscriptionList::ONCE, {ETH0}));
+  const std::vector<gnmi::Notification> got = stream.untilSync();
+  ASSERT_THAT(got, SizeIs(3));
+  for (const gnmi::Notification& n : got) EXPECT_EQ(n.timestamp(), start);
+  EXPECT_GT(start, 1600000000000000000);
+  EXPECT_THAT(stream.finish(), IsOk());
 }
 
 TEST(AgentStream, PathsBelowTheEntityFilterItsUpdates) {
   Scripted s;
   s.onLoop([&] { s.library().script(ETH0, eth0Leaves()); });
-  Stream stream(s.fixture().stub(),
-                subscription(gnmi::SubscriptionList::ONCE, {std::string(ETH0) + "/counters"}, gnmi::JSON_IETF));
-  EXPECT_EQ(flat(stream.untilSync()),
-            std::vector<std::string>{std::string(ETH0) + "/counters/inOctets=ietf:\"5\""});
-  EXPECT_TRUE(stream.rw->Finish().ok());
+  Stream stream(s.fixture().stub(), subscription(gnmi::SubscriptionList::ONCE, {ETH0 + "/counters"}, gnmi::JSON_IETF));
+  EXPECT_THAT(flat(stream.untilSync()), ElementsAre(ETH0 + "/counters/inOctets=ietf:\"5\""));
+  EXPECT_THAT(stream.finish(), IsOk());
 }
 
 TEST(AgentStream, ProtoSendsTheLibrarysValuesAsTheyAre) {
@@ -102,20 +144,31 @@ TEST(AgentStream, ProtoSendsTheLibrarysValuesAsTheyAre) {
   s.onLoop([&] { s.library().script(ETH0, eth0Leaves(), 5); });
   Stream stream(s.fixture().stub(), subscription(gnmi::SubscriptionList::ONCE, {ETH0}, gnmi::PROTO));
   const std::vector<gnmi::Notification> got = stream.untilSync();
-  ASSERT_EQ(got.size(), 1u);
+  ASSERT_THAT(got, SizeIs(1));
   ASSERT_EQ(got[0].update_size(), 5);
   EXPECT_EQ(got[0].update(0).val().uint_val(), 9000u);
   EXPECT_EQ(got[0].update(1).val().bytes_val(), doubleBytes(100.0).bytes_val());
-  EXPECT_TRUE(stream.rw->Finish().ok());
+  EXPECT_THAT(stream.finish(), IsOk());
 }
 
-TEST(AgentStream, StreamSyncsOnceThenSendsChangesUnderItsPath) {
+TEST(AgentStream, StreamSendsTheSyncThenTheChangesUnderItsPathOnly) {
   Scripted s;
   s.onLoop([&] { s.library().script(ETH0, eth0Leaves()); });
   Stream stream(s.fixture().stub(), subscription(gnmi::SubscriptionList::STREAM, {ETH0}));
-  EXPECT_EQ(stream.untilSync().size(), 5u);
-  // The owner of the interfaces collection is watched, so that the member's
-  // removal and re-creation reach the subscriber.
+  EXPECT_THAT(stream.untilSync(), SizeIs(5));
+  s.onLoop([&] {
+    s.library().pushChange(pathOf(ETH1), {uintLeaf("mtu", 1)});  // another interface
+    s.library().pushChange(pathOf(ETH0), {uintLeaf("mtu", 1500)});
+  });
+  EXPECT_THAT(flat({stream.next()}), ElementsAre(ETH0 + "/mtu=1500"));
+  stream.close();
+}
+
+TEST(AgentStream, StreamWatchesTheOwnerOfItsMemberSoThatItsRemovalReachesIt) {
+  Scripted s;
+  s.onLoop([&] { s.library().script(ETH0, eth0Leaves()); });
+  Stream stream(s.fixture().stub(), subscription(gnmi::SubscriptionList::STREAM, {ETH0}));
+  stream.untilSync();
   const bool watched = s.onLoop([&] {
     for (const auto& synced : s.library().synced) {
       if (synced.path == "/devices/dev1" && synced.kind == VekGnmi::Server::SyncKind::Watch) return true;
@@ -123,202 +176,235 @@ TEST(AgentStream, StreamSyncsOnceThenSendsChangesUnderItsPath) {
     return false;
   });
   EXPECT_TRUE(watched);
-  s.onLoop([&] {
-    s.library().pushChange(pathOf(ETH1), {uintLeaf("mtu", 1)});  // another interface
-    s.library().pushChange(pathOf(ETH0), {uintLeaf("mtu", 1500)});
-  });
-  EXPECT_EQ(flat({stream.next()}), std::vector<std::string>{std::string(ETH0) + "/mtu=1500"});
-  // (A delete queued before that update was written would have superseded it.)
-  s.onLoop([&] { s.library().pushChange(pathOf("/devices/dev1"), {}, {pathOf("interfaces[name=eth0]")}); });
-  EXPECT_EQ(flat({stream.next()}), std::vector<std::string>{"delete " + std::string(ETH0)});
-  stream.context.TryCancel();
-  stream.rw->Finish();
+  stream.close();
 }
 
-TEST(AgentStream, UpdatesOnlySendsNoInitialValues) {
+TEST(AgentStream, StreamSendsTheDeleteOfItsMember) {
+  Scripted s;
+  s.onLoop([&] { s.library().script(ETH0, eth0Leaves()); });
+  Stream stream(s.fixture().stub(), subscription(gnmi::SubscriptionList::STREAM, {ETH0}));
+  stream.untilSync();
+  s.onLoop([&] { s.library().pushChange(pathOf("/devices/dev1"), {}, {pathOf("interfaces[name=eth0]")}); });
+  EXPECT_THAT(flat({stream.next()}), ElementsAre("delete " + ETH0));
+  stream.close();
+}
+
+TEST(AgentStream, UpdatesOnlySendsNoInitialValuesThenTheChanges) {
   Scripted s;
   s.onLoop([&] { s.library().script(ETH0, eth0Leaves()); });
   gnmi::SubscribeRequest r = subscription(gnmi::SubscriptionList::STREAM, {ETH0}, gnmi::JSON, gnmi::ON_CHANGE);
   r.mutable_subscribe()->set_updates_only(true);
   Stream stream(s.fixture().stub(), r);
-  EXPECT_TRUE(stream.untilSync().empty());
+  EXPECT_THAT(stream.untilSync(), IsEmpty());
   s.onLoop([&] { s.library().pushChange(pathOf(ETH0), {stringLeaf("operStatus", "down")}); });
-  EXPECT_EQ(flat({stream.next()}), std::vector<std::string>{std::string(ETH0) + "/operStatus=\"down\""});
-  stream.context.TryCancel();
-  stream.rw->Finish();
+  EXPECT_THAT(flat({stream.next()}), ElementsAre(ETH0 + "/operStatus=\"down\""));
+  stream.close();
 }
 
 TEST(AgentStream, PollSyncsForTheListAndForEveryPoll) {
   Scripted s;
   s.onLoop([&] { s.library().script(ETH0, {uintLeaf("mtu", 9000)}); });
   Stream stream(s.fixture().stub(), subscription(gnmi::SubscriptionList::POLL, {ETH0}));
-  EXPECT_EQ(stream.untilSync().size(), 1u);
+  EXPECT_THAT(flat(stream.untilSync()), ElementsAre(ETH0 + "/mtu=9000"));
   for (int i = 0; i < 2; ++i) {
-    gnmi::SubscribeRequest poll;
-    poll.mutable_poll();
-    stream.rw->Write(poll);
-    EXPECT_EQ(flat(stream.untilSync()), std::vector<std::string>{std::string(ETH0) + "/mtu=9000"});
+    stream.rw->Write(pollRequest());
+    EXPECT_THAT(flat(stream.untilSync()), ElementsAre(ETH0 + "/mtu=9000")) << "poll " << i;
   }
-  // A second SubscriptionList on the stream is refused (a half-closed POLL
-  // stream ending with OK is checked with the client below).
+  stream.close();
+}
+
+TEST(AgentStream, ASecondSubscriptionListIsRefused) {
+  Scripted s;
+  Stream stream(s.fixture().stub(), subscription(gnmi::SubscriptionList::POLL, {ETH0}));
+  stream.untilSync();
   stream.rw->Write(subscription(gnmi::SubscriptionList::POLL, {ETH0}));
-  gnmi::SubscribeResponse r;
-  while (stream.rw->Read(&r)) {
-  }
-  const grpc::Status status = stream.rw->Finish();
-  EXPECT_EQ(status.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
-  EXPECT_EQ(status.error_message(), "a Subscribe stream takes one SubscriptionList; send Polls after it");
+  EXPECT_THAT(stream.end(), StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                                      "a Subscribe stream takes one SubscriptionList; send Polls after it"));
 }
 
 TEST(AgentStream, PollOnAStreamSubscriptionIsRefused) {
   Scripted s;
   Stream stream(s.fixture().stub(), subscription(gnmi::SubscriptionList::STREAM, {ETH0}));
   stream.untilSync();
-  gnmi::SubscribeRequest poll;
-  poll.mutable_poll();
-  stream.rw->Write(poll);
-  gnmi::SubscribeResponse r;
-  while (stream.rw->Read(&r)) {
+  stream.rw->Write(pollRequest());
+  EXPECT_THAT(stream.end(), StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                                      "a Poll was sent on a subscription whose mode is not POLL"));
+}
+
+// ---------------------------------------------------------------------------
+// SAMPLE and heartbeats, on the agent's clock
+
+// A STREAM subscription of eth0 (mtu 9000, inPkts 1), its sync read.
+class AgentStreamTimers : public ::testing::Test {
+ protected:
+  AgentStreamTimers() {
+    s_.onLoop([&] { s_.library().script(ETH0, {uintLeaf("mtu", 9000), uintLeaf("counters/inPkts", 1)}); });
   }
-  const grpc::Status status = stream.rw->Finish();
-  EXPECT_EQ(status.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
-  EXPECT_EQ(status.error_message(), "a Poll was sent on a subscription whose mode is not POLL");
+  ~AgentStreamTimers() override {
+    if (stream_) stream_->close();
+  }
+
+  // Subscribes in `mode`, `set` giving the subscription its intervals.
+  Stream& subscribe(gnmi::SubscriptionMode mode, const std::function<void(gnmi::Subscription&)>& set) {
+    gnmi::SubscribeRequest r = subscription(gnmi::SubscriptionList::STREAM, {ETH0}, gnmi::JSON, mode);
+    set(*r.mutable_subscribe()->mutable_subscription(0));
+    stream_ = std::make_unique<Stream>(s_.fixture().stub(), r);
+    EXPECT_THAT(stream_->untilSync(), SizeIs(2));
+    return *stream_;
+  }
+  void change(uint64_t inPkts) {
+    s_.onLoop([&] { s_.library().pushChange(pathOf(ETH0), {uintLeaf("counters/inPkts", inPkts)}); });
+  }
+
+  Scripted s_;
+  std::unique_ptr<Stream> stream_;
+};
+
+TEST_F(AgentStreamTimers, SampleSendsEveryValueAgainAtEachInterval) {
+  Stream& stream = subscribe(gnmi::SAMPLE, [](gnmi::Subscription& sub) { sub.set_sample_interval(100000000); });
+  for (int i = 0; i < 2; ++i) {
+    s_.fixture().advance(100ms);
+    EXPECT_THAT(flat({stream.next()}), UnorderedElementsAre(ETH0 + "/mtu=9000", ETH0 + "/counters/inPkts=1"))
+        << "sample " << i;
+  }
 }
 
-TEST(AgentStream, SampleResendsTheLatestValues) {
-  Scripted s;
-  s.onLoop([&] { s.library().script(ETH0, {uintLeaf("mtu", 9000)}); });
-  gnmi::SubscribeRequest r = subscription(gnmi::SubscriptionList::STREAM, {ETH0}, gnmi::JSON, gnmi::SAMPLE);
-  r.mutable_subscribe()->mutable_subscription(0)->set_sample_interval(100000000);
-  Stream stream(s.fixture().stub(), r);
-  EXPECT_EQ(stream.untilSync().size(), 1u);
-  EXPECT_EQ(flat({stream.next()}), std::vector<std::string>{std::string(ETH0) + "/mtu=9000"});
-  s.onLoop([&] { s.library().pushChange(pathOf(ETH0), {uintLeaf("mtu", 1500)}); });
-  // Changes are not sent on their own in SAMPLE mode: the next samples carry them.
-  std::string last;
-  for (int i = 0; i < 5 && last != std::string(ETH0) + "/mtu=1500"; ++i) last = flat({stream.next()})[0];
-  EXPECT_EQ(last, std::string(ETH0) + "/mtu=1500");
-  stream.context.TryCancel();
-  stream.rw->Finish();
+TEST_F(AgentStreamTimers, SampleSendsAChangedValueAtTheNextInterval) {
+  Stream& stream = subscribe(gnmi::SAMPLE, [](gnmi::Subscription& sub) { sub.set_sample_interval(100000000); });
+  change(2);
+  s_.fixture().advance(100ms);
+  EXPECT_THAT(flat({stream.next()}), UnorderedElementsAre(ETH0 + "/mtu=9000", ETH0 + "/counters/inPkts=2"));
 }
 
-TEST(AgentStream, SuppressRedundantSamplesSendOnlyChanges) {
-  Scripted s;
-  s.onLoop([&] { s.library().script(ETH0, {uintLeaf("mtu", 9000), uintLeaf("counters/inPkts", 1)}); });
-  gnmi::SubscribeRequest r = subscription(gnmi::SubscriptionList::STREAM, {ETH0}, gnmi::JSON, gnmi::SAMPLE);
-  r.mutable_subscribe()->mutable_subscription(0)->set_suppress_redundant(true);
-  Stream stream(s.fixture().stub(), r);
-  EXPECT_EQ(stream.untilSync().size(), 2u);
-  s.onLoop([&] { s.library().pushChange(pathOf(ETH0), {uintLeaf("counters/inPkts", 2)}); });
-  EXPECT_EQ(flat({stream.next()}), std::vector<std::string>{std::string(ETH0) + "/counters/inPkts=2"});
-  stream.context.TryCancel();
-  stream.rw->Finish();
+TEST_F(AgentStreamTimers, SuppressRedundantSamplesSendOnlyChangedValues) {
+  Stream& stream = subscribe(gnmi::SAMPLE, [](gnmi::Subscription& sub) { sub.set_suppress_redundant(true); });
+  change(2);
+  // A sample_interval of 0 is the lowest the agent supports.
+  s_.fixture().advance(s_.agent().options().limits.minSampleInterval);
+  EXPECT_THAT(flat({stream.next()}), ElementsAre(ETH0 + "/counters/inPkts=2"));
 }
 
-TEST(AgentStream, OnChangeHeartbeatsResendUnchangedValues) {
-  Scripted s;
-  s.onLoop([&] { s.library().script(ETH0, {uintLeaf("mtu", 9000)}); });
-  gnmi::SubscribeRequest r = subscription(gnmi::SubscriptionList::STREAM, {ETH0}, gnmi::JSON, gnmi::ON_CHANGE);
-  r.mutable_subscribe()->mutable_subscription(0)->set_heartbeat_interval(100000000);
-  Stream stream(s.fixture().stub(), r);
-  EXPECT_EQ(stream.untilSync().size(), 1u);
-  // No change was made: the value comes again because of the heartbeat.
-  EXPECT_EQ(flat({stream.next()}), std::vector<std::string>{std::string(ETH0) + "/mtu=9000"});
-  EXPECT_EQ(flat({stream.next()}), std::vector<std::string>{std::string(ETH0) + "/mtu=9000"});
-  stream.context.TryCancel();
-  stream.rw->Finish();
+TEST_F(AgentStreamTimers, OnChangeHeartbeatsSendUnchangedValuesAgain) {
+  Stream& stream =
+      subscribe(gnmi::ON_CHANGE, [](gnmi::Subscription& sub) { sub.set_heartbeat_interval(100000000); });
+  // No change was made: the values come again because of the heartbeat.
+  for (int i = 0; i < 2; ++i) {
+    s_.fixture().advance(100ms);
+    EXPECT_THAT(flat({stream.next()}), UnorderedElementsAre(ETH0 + "/mtu=9000", ETH0 + "/counters/inPkts=1"))
+        << "heartbeat " << i;
+  }
 }
+
+// ---------------------------------------------------------------------------
+// Queues, slow subscribers, cancellation
 
 TEST(AgentStream, AFullQueuePausesTheSyncWithoutLosingOrRepeatingMessages) {
   Scripted s(options(/*syncLimit=*/4));
-  std::vector<ScriptedLeaf> leaves;
-  for (int i = 0; i < 300; ++i) leaves.push_back(uintLeaf("l" + std::to_string(i), i));
-  s.onLoop([&] { s.library().script("/devices/dev1/system", leaves); });
-  Stream stream(s.fixture().stub(), subscription(gnmi::SubscriptionList::ONCE, {"/devices/dev1/system"}));
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // let the sync fill the queue
+  // Values larger than the small window's share: the writes block until the
+  // client reads, so the queue fills and the sync pauses.
+  s.onLoop([&] { s.library().script(SYSTEM, bigLeaves("l", 300, 2000)); });
+  auto stub = s.fixture().newSmallWindowStub();
+  Stream stream(*stub, subscription(gnmi::SubscriptionList::ONCE, {SYSTEM}));
+  ASSERT_TRUE(s.fixture().waitUntil([&] { return s.library().pausedWalks() == 1; }));
   const std::vector<gnmi::Notification> got = stream.untilSync();
-  ASSERT_EQ(got.size(), 300u);
+  ASSERT_THAT(got, SizeIs(300));
   for (int i = 0; i < 300; ++i) EXPECT_EQ(got[i].update(0).path().elem(0).name(), "l" + std::to_string(i));
-  EXPECT_TRUE(stream.rw->Finish().ok());
+  EXPECT_THAT(stream.finish(), IsOk());
   EXPECT_GT(s.onLoop([&] { return s.library().resumeCalls; }), 0u) << "the sync never paused";
   EXPECT_EQ(s.onLoop([&] { return s.library().pausedWalks(); }), 0u);
 }
 
 TEST(AgentStream, AClientLeavingMidSyncGetsItsWalkCancelled) {
   Scripted s(options(/*syncLimit=*/2));
-  std::vector<ScriptedLeaf> leaves;
-  for (int i = 0; i < 200; ++i) leaves.push_back(stringLeaf("l" + std::to_string(i), std::string(20000, 'x')));
-  s.onLoop([&] { s.library().script("/devices/dev1/system", leaves); });
+  s.onLoop([&] { s.library().script(SYSTEM, bigLeaves("l", 200, 20000)); });
   auto stub = s.fixture().newSmallWindowStub();
   {
-    Stream stream(*stub, subscription(gnmi::SubscriptionList::ONCE, {"/devices/dev1/system"}));
+    Stream stream(*stub, subscription(gnmi::SubscriptionList::ONCE, {SYSTEM}));
     gnmi::SubscribeResponse r;
     ASSERT_TRUE(stream.rw->Read(&r));
     // The sync is under way, paused on the small queue the client does not drain.
-    for (int i = 0; i < 200 && s.onLoop([&] { return s.library().pausedWalks(); }) == 0; ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    ASSERT_EQ(s.onLoop([&] { return s.library().pausedWalks(); }), 1u);
-    stream.context.TryCancel();
-    stream.rw->Finish();
+    ASSERT_TRUE(s.fixture().waitUntil([&] { return s.library().pausedWalks() == 1; }));
+    stream.close();
   }
-  for (int i = 0; i < 200 && s.onLoop([&] { return s.library().cancelled; }) == 0; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
+  ASSERT_TRUE(s.fixture().waitUntil([&] { return s.agent().subscriptionCount() == 0; }));
   EXPECT_EQ(s.onLoop([&] { return s.library().cancelled; }), 1u);
   EXPECT_EQ(s.onLoop([&] { return s.library().pausedWalks(); }), 0u);
-  EXPECT_EQ(s.onLoop([&] { return s.fixture().agent().router().activeSyncs(); }), 0u);
-  for (int i = 0; i < 200 && s.onLoop([&] { return s.fixture().agent().subscriptionCount(); }) != 0; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  EXPECT_EQ(s.onLoop([&] { return s.fixture().agent().subscriptionCount(); }), 0u);
+  EXPECT_EQ(s.onLoop([&] { return s.agent().router().activeSyncs(); }), 0u);
 }
 
-TEST(AgentStream, ASubscriberThatDoesNotReadIsBoundedThenEndedWhileOthersCarryOn) {
-  Scripted s(options(64, std::chrono::milliseconds(500)));
-  // Large values fill the transport's buffers, so the non-reader's writes block.
-  std::vector<ScriptedLeaf> leaves;
-  for (int i = 0; i < 200; ++i) leaves.push_back(stringLeaf("big" + std::to_string(i), std::string(20000, 'y')));
-  s.onLoop([&] { s.library().script(ETH0, leaves); });
-  auto stalledStub = s.fixture().newSmallWindowStub();
-  Stream stalled(*stalledStub, subscription(gnmi::SubscriptionList::STREAM, {ETH0}));
-  auto otherStub = s.fixture().newStub();
-  Stream reader(*otherStub, subscription(gnmi::SubscriptionList::STREAM, {ETH1}));
-  reader.untilSync();
-  // Changes flow while the stalled subscriber reads nothing: its queue keeps
-  // one entry per leaf however many changes there are.
+// A subscriber that reads nothing: its sync is one message larger than its
+// receive window, so its first write, started before the clock moves, never
+// completes. Beside it a subscriber that reads.
+class StalledAndReader {
+ public:
+  static constexpr auto SEND_TIMEOUT = 5s;
+
+  StalledAndReader() : s_(options(64, SEND_TIMEOUT)) {
+    s_.onLoop([&] { s_.library().script(ETH0, bigLeaves("big", 10, 20000), /*perMessage=*/10); });
+    stalledStub_ = s_.fixture().newSmallWindowStub();
+    stalled = std::make_unique<Stream>(*stalledStub_, subscription(gnmi::SubscriptionList::STREAM, {ETH0}));
+    readerStub_ = s_.fixture().newStub();
+    reader = std::make_unique<Stream>(*readerStub_, subscription(gnmi::SubscriptionList::STREAM, {ETH1}));
+    reader->untilSync();
+    // Both syncs are done: the stalled subscriber's write has started.
+    EXPECT_TRUE(s_.fixture().waitUntil([&] {
+      return s_.agent().liveSubscriptionCount() == 2 && s_.agent().router().activeSyncs() == 0;
+    }));
+  }
+  ~StalledAndReader() {
+    reader->close();
+    stalled->close();
+  }
+
+  // A change of the reader's mtu, read by it.
+  void readerSees(uint64_t mtu) {
+    s_.onLoop([&] { s_.library().pushChange(pathOf(ETH1), {uintLeaf("mtu", mtu)}); });
+    EXPECT_THAT(flat({reader->next()}), ElementsAre(ETH1 + "/mtu=" + std::to_string(mtu)));
+  }
+
+  Scripted& scripted() { return s_; }
+  std::unique_ptr<Stream> stalled;
+  std::unique_ptr<Stream> reader;
+
+ private:
+  Scripted s_;
+  std::unique_ptr<gnmi::gNMI::Stub> stalledStub_;
+  std::unique_ptr<gnmi::gNMI::Stub> readerStub_;
+};
+
+TEST(AgentStream, AStalledSubscribersChangesAreCoalescedPerLeafWhileOthersGetTheirs) {
+  StalledAndReader t;
+  Scripted& s = t.scripted();
   for (int round = 0; round < 20; ++round) {
     s.onLoop([&] {
       for (int leaf = 0; leaf < 50; ++leaf) {
         s.library().pushChange(pathOf(ETH0), {uintLeaf("counter" + std::to_string(leaf), round)});
       }
-      s.library().pushChange(pathOf(ETH1), {uintLeaf("mtu", static_cast<uint64_t>(round))});
     });
-    EXPECT_EQ(flat({reader.next()}),
-              std::vector<std::string>{std::string(ETH1) + "/mtu=" + std::to_string(round)});
+    t.readerSees(static_cast<uint64_t>(round));
   }
-  const size_t queued = s.onLoop([&] { return s.fixture().agent().maxChangesQueued(); });
+  const size_t queued = s.onLoop([&] { return s.agent().maxChangesQueued(); });
   EXPECT_GT(queued, 0u);
   EXPECT_LE(queued, 50u) << "one entry per leaf, not per change";
-  // The stalled stream is ended by the send timeout; the reader goes on.
-  bool ended = false;
-  for (int i = 0; i < 300 && !ended; ++i) {
-    ended = s.onLoop([&] { return s.fixture().agent().liveSubscriptionCount() == 1; });
-    if (!ended) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  EXPECT_TRUE(ended);
-  s.onLoop([&] { s.library().pushChange(pathOf(ETH1), {uintLeaf("mtu", 99)}); });
-  EXPECT_EQ(flat({reader.next()}), std::vector<std::string>{std::string(ETH1) + "/mtu=99"});
-  // The stalled client, reading at last (within the grace before the agent
-  // cancels the RPC), finds what was in flight and then the status.
-  gnmi::SubscribeResponse r;
-  while (stalled.rw->Read(&r)) {
-  }
-  const grpc::Status status = stalled.rw->Finish();
-  EXPECT_EQ(status.error_code(), grpc::StatusCode::RESOURCE_EXHAUSTED) << status.error_message();
-  EXPECT_EQ(status.error_message(), "the subscriber has not read for 0.5 s; the stream is ended");
-  reader.context.TryCancel();
-  reader.rw->Finish();
+}
+
+TEST(AgentStream, AStalledSubscriberIsEndedAfterTheSendTimeoutWhileOthersCarryOn) {
+  StalledAndReader t;
+  Scripted& s = t.scripted();
+  // Up to a check period short of the timeout nobody is ended.
+  s.fixture().advance(StalledAndReader::SEND_TIMEOUT - VekGnmi::Server::SubscribeRpc::SLOW_CHECK_PERIOD);
+  EXPECT_EQ(s.onLoop([&] { return s.agent().liveSubscriptionCount(); }), 2u);
+  // The reader's writes from now on start at this time, so none of them has
+  // been blocked for the timeout at the next check; the stalled write has.
+  t.readerSees(1);
+  s.fixture().advance(VekGnmi::Server::SubscribeRpc::SLOW_CHECK_PERIOD);
+  ASSERT_TRUE(s.fixture().waitUntil([&] { return s.agent().liveSubscriptionCount() == 1; }));
+  t.readerSees(99);
+  // The stalled client, reading at last (the agent cancels the RPC only a
+  // grace period later on its clock), finds what was in flight and then the
+  // status.
+  EXPECT_THAT(t.stalled->end(), StatusIs(grpc::StatusCode::RESOURCE_EXHAUSTED,
+                                          "the subscriber has not read for 5 s; the stream is ended"));
 }
 
 TEST(AgentStream, AHundredSubscribersEachGetTheirChanges) {
@@ -337,38 +423,47 @@ TEST(AgentStream, AHundredSubscribersEachGetTheirChanges) {
     s.library().pushChange(pathOf(ETH1), {uintLeaf("mtu", 1001)});
   });
   for (int i = 0; i < N; ++i) {
-    const std::string expected = std::string(i % 2 == 0 ? ETH0 : ETH1) + "/mtu=" + (i % 2 == 0 ? "1000" : "1001");
-    EXPECT_EQ(flat({streams[i]->next()}), std::vector<std::string>{expected}) << i;
+    const std::string expected = i % 2 == 0 ? ETH0 + "/mtu=1000" : ETH1 + "/mtu=1001";
+    EXPECT_THAT(flat({streams[i]->next()}), ElementsAre(expected)) << i;
   }
-  for (auto& stream : streams) {
-    stream->context.TryCancel();
-    stream->rw->Finish();
-  }
+  for (auto& stream : streams) stream->close();
 }
 
-TEST(AgentClient, SubscribeOncePollAndGetPrintOneJsonObjectPerNotification) {
+// ---------------------------------------------------------------------------
+// vekgnmi against the agent
+
+TEST(AgentClient, SubscribeOncePrintsOneJsonObjectPerNotificationThenTheSyncResponse) {
   Scripted s;
   s.onLoop([&] { s.library().script(ETH0, {uintLeaf("mtu", 9000), stringLeaf("operStatus", "up")}, 2); });
-  std::vector<std::string> lines = clientLines(s.fixture().address(), {"subscribe", "--mode", "once", "--path", ETH0});
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_NE(lines[0].find(R"("updates":[{"path":"/devices/dev1/interfaces[name=eth0]/mtu","value":9000},)"
-                          R"({"path":"/devices/dev1/interfaces[name=eth0]/operStatus","value":"up"}])"),
-            std::string::npos)
-      << lines[0];
-  EXPECT_EQ(lines[1], R"({"sync_response":true})");
+  EXPECT_THAT(clientLines(s.fixture().address(), {"subscribe", "--mode", "once", "--path", ETH0}),
+              ElementsAre(HasSubstr(R"("updates":[{"path":"/devices/dev1/interfaces[name=eth0]/mtu","value":9000},)"
+                                    R"({"path":"/devices/dev1/interfaces[name=eth0]/operStatus","value":"up"}])"),
+                          R"({"sync_response":true})"));
+}
 
-  lines = clientLines(s.fixture().address(), {"subscribe", "--mode", "poll", "--polls", "2", "--path", std::string(ETH0) + "/mtu"});
-  ASSERT_EQ(lines.size(), 6u);
+TEST(AgentClient, SubscribePollPrintsTheSyncOfTheListAndOfEachPoll) {
+  Scripted s;
+  s.onLoop([&] { s.library().script(ETH0, {uintLeaf("mtu", 9000), stringLeaf("operStatus", "up")}, 2); });
+  const std::vector<std::string> lines =
+      clientLines(s.fixture().address(), {"subscribe", "--mode", "poll", "--polls", "2", "--path", ETH0 + "/mtu"});
+  ASSERT_THAT(lines, SizeIs(6));
+  EXPECT_THAT(lines[4], HasSubstr(R"("value":9000)"));
   EXPECT_EQ(lines[5], R"({"sync_response":true})");
-  EXPECT_NE(lines[4].find(R"("value":9000)"), std::string::npos);
+}
 
-  lines = clientLines(s.fixture().address(), {"--encoding", "json_ietf", "--target", "dut", "get", "--path", ETH0});
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_NE(lines[0].find(R"("target":"dut")"), std::string::npos) << lines[0];
-  EXPECT_NE(lines[0].find(R"("value":9000)"), std::string::npos) << lines[0];
+TEST(AgentClient, GetPrintsOneJsonObjectWithTheTarget) {
+  Scripted s;
+  s.onLoop([&] { s.library().script(ETH0, {uintLeaf("mtu", 9000), stringLeaf("operStatus", "up")}, 2); });
+  EXPECT_THAT(
+      clientLines(s.fixture().address(), {"--encoding", "json_ietf", "--target", "dut", "get", "--path", ETH0}),
+      ElementsAre(::testing::AllOf(HasSubstr(R"("target":"dut")"), HasSubstr(R"("value":9000)"))));
+}
 
-  lines = clientLines(s.fixture().address(), {"subscribe", "--path", ETH0, "--count", "1"});
-  EXPECT_EQ(lines.size(), 1u);  // stopped after the first notification, exit 0
+TEST(AgentClient, SubscribeWithACountStopsAfterThatManyNotifications) {
+  Scripted s;
+  s.onLoop([&] { s.library().script(ETH0, {uintLeaf("mtu", 9000), stringLeaf("operStatus", "up")}, 2); });
+  // Stopped after the first notification, exit 0.
+  EXPECT_THAT(clientLines(s.fixture().address(), {"subscribe", "--path", ETH0, "--count", "1"}), SizeIs(1));
 }
 
 TEST(AgentClient, StreamRunsForItsDuration) {
@@ -379,42 +474,66 @@ TEST(AgentClient, StreamRunsForItsDuration) {
   EXPECT_EQ(lines, std::vector<std::string>{R"({"sync_response":true})"});
 }
 
+// ---------------------------------------------------------------------------
+// Get
+
 grpc::Status get(Scripted& s, const gnmi::GetRequest& request, gnmi::GetResponse& response) {
   grpc::ClientContext context;
   withDeadline(context);
   return s.fixture().stub().Get(&context, request, &response);
 }
 
-TEST(AgentGet, OneNotificationPerPathFilteredByDataType) {
-  Scripted s;
-  s.onLoop([&] {
-    s.library().script(ETH0, eth0Leaves(), 3);
-    s.library().script(ETH1, {uintLeaf("mtu", 1500), uintLeaf("counters/inOctets", 7)});
-  });
-  gnmi::GetRequest r;
-  *r.mutable_prefix() = P("/devices/dev1");
-  r.mutable_prefix()->set_target("dut");
-  *r.add_path() = P("interfaces[name=eth0]");
-  *r.add_path() = P("interfaces[name=eth1]");
+// A Get of eth0 and eth1 below a prefix with a target.
+class AgentGet : public ::testing::Test {
+ protected:
+  AgentGet() {
+    s_.onLoop([&] {
+      s_.library().script(ETH0, eth0Leaves(), 3);
+      s_.library().script(ETH1, {uintLeaf("mtu", 1500), uintLeaf("counters/inOctets", 7)});
+    });
+    *request_.mutable_prefix() = P("/devices/dev1");
+    request_.mutable_prefix()->set_target("dut");
+    *request_.add_path() = P("interfaces[name=eth0]");
+    *request_.add_path() = P("interfaces[name=eth1]");
+  }
+
+  Scripted s_;
+  gnmi::GetRequest request_;
+};
+
+TEST_F(AgentGet, AnswersOneNotificationPerPathWithThePrefixTargetAndTime) {
   gnmi::GetResponse response;
-  ASSERT_TRUE(get(s, r, response).ok());
+  ASSERT_THAT(get(s_, request_, response), IsOk());
   ASSERT_EQ(response.notification_size(), 2);
   EXPECT_EQ(response.notification(0).prefix().target(), "dut");
   EXPECT_EQ(VekGnmi::pathString(response.notification(0).prefix()), "/devices/dev1");
-  EXPECT_GT(response.notification(0).timestamp(), 0);
-  EXPECT_EQ(flat({response.notification(1)}),
-            (std::vector<std::string>{"/devices/dev1/interfaces[name=eth1]/mtu=1500",
-                                      "/devices/dev1/interfaces[name=eth1]/counters/inOctets=7"}));
-  r.set_type(gnmi::GetRequest::CONFIG);
-  ASSERT_TRUE(get(s, r, response).ok());
-  EXPECT_EQ(flat({response.notification(0)}),
-            (std::vector<std::string>{"/devices/dev1/interfaces[name=eth0]/mtu=9000",
-                                      "/devices/dev1/interfaces[name=eth0]/description=\"port 0\""}));
-  r.set_type(gnmi::GetRequest::STATE);
-  ASSERT_TRUE(get(s, r, response).ok());
-  EXPECT_EQ(flat({response.notification(1)}),
-            std::vector<std::string>{"/devices/dev1/interfaces[name=eth1]/counters/inOctets=7"});
+  EXPECT_EQ(response.notification(0).timestamp(), s_.fixture().clock().utcNanos());
+  EXPECT_THAT(flat({response.notification(1)}),
+              ElementsAre("/devices/dev1/interfaces[name=eth1]/mtu=1500",
+                          "/devices/dev1/interfaces[name=eth1]/counters/inOctets=7"));
 }
+
+TEST_F(AgentGet, ConfigAnswersTheWritableLeavesOnly) {
+  request_.set_type(gnmi::GetRequest::CONFIG);
+  gnmi::GetResponse response;
+  ASSERT_THAT(get(s_, request_, response), IsOk());
+  ASSERT_EQ(response.notification_size(), 2);
+  EXPECT_THAT(flat({response.notification(0)}),
+              ElementsAre("/devices/dev1/interfaces[name=eth0]/mtu=9000",
+                          "/devices/dev1/interfaces[name=eth0]/description=\"port 0\""));
+}
+
+TEST_F(AgentGet, StateAnswersTheOtherLeavesOnly) {
+  request_.set_type(gnmi::GetRequest::STATE);
+  gnmi::GetResponse response;
+  ASSERT_THAT(get(s_, request_, response), IsOk());
+  ASSERT_EQ(response.notification_size(), 2);
+  EXPECT_THAT(flat({response.notification(1)}),
+              ElementsAre("/devices/dev1/interfaces[name=eth1]/counters/inOctets=7"));
+}
+
+// ---------------------------------------------------------------------------
+// Set
 
 // A Set transaction that records what happens to it.
 struct Journal {
@@ -445,57 +564,66 @@ class RecordingSet : public VekGnmi::Server::SetTransaction {
   gnmi::SetRequest request_;
 };
 
-TEST(AgentSet, AllEntitiesPrepareBeforeAnyCommits) {
-  Scripted s;
-  Journal journal;
-  s.onLoop([&] {
-    s.library().setFactory = [&](gnmi::SetRequest request) {
-      return std::make_unique<RecordingSet>(journal, std::move(request));
-    };
-  });
-  gnmi::SetRequest r;
-  *r.mutable_prefix() = P("/devices/dev1");
-  r.mutable_prefix()->set_target("dut");
-  gnmi::Update* u = r.add_update();
-  *u->mutable_path() = P("interfaces[name=eth0]/mtu");
-  u->mutable_val()->set_json_val("9000");
-  u = r.add_update();
-  *u->mutable_path() = P("system/hostname");
-  u->mutable_val()->set_json_val("\"core\"");
-  u = r.add_replace();
-  *u->mutable_path() = P("interfaces[name=eth0]/description");
-  u->mutable_val()->set_json_val("\"uplink\"");
-  gnmi::SetResponse response;
-  {
+// A Set of two entities (eth0's mtu and description, the system's hostname)
+// through recording transactions.
+class AgentSet : public ::testing::Test {
+ protected:
+  AgentSet() {
+    s_.onLoop([&] {
+      s_.library().setFactory = [&](gnmi::SetRequest request) {
+        return std::make_unique<RecordingSet>(journal_, std::move(request));
+      };
+    });
+    *request_.mutable_prefix() = P("/devices/dev1");
+    request_.mutable_prefix()->set_target("dut");
+    gnmi::Update* u = request_.add_update();
+    *u->mutable_path() = P("interfaces[name=eth0]/mtu");
+    u->mutable_val()->set_json_val("9000");
+    u = request_.add_update();
+    *u->mutable_path() = P("system/hostname");
+    u->mutable_val()->set_json_val("\"core\"");
+    u = request_.add_replace();
+    *u->mutable_path() = P("interfaces[name=eth0]/description");
+    u->mutable_val()->set_json_val("\"uplink\"");
+  }
+
+  grpc::Status set(gnmi::SetResponse& response) {
     grpc::ClientContext context;
     withDeadline(context);
-    ASSERT_TRUE(s.fixture().stub().Set(&context, r, &response).ok());
+    return s_.fixture().stub().Set(&context, request_, &response);
   }
-  EXPECT_EQ(s.onLoop([&] { return journal.events; }),
-            (std::vector<std::string>{"prepare /devices/dev1/interfaces[name=eth0]",
-                                      "prepare /devices/dev1/system",
-                                      "commit /devices/dev1/interfaces[name=eth0] 2",
-                                      "commit /devices/dev1/system 1"}));
-  EXPECT_GT(response.timestamp(), 0);
+  std::vector<std::string> events() {
+    return s_.onLoop([&] { return journal_.events; });
+  }
+
+  Scripted s_;
+  Journal journal_;
+  gnmi::SetRequest request_;
+};
+
+TEST_F(AgentSet, AllEntitiesPrepareBeforeAnyCommits) {
+  gnmi::SetResponse response;
+  ASSERT_THAT(set(response), IsOk());
+  EXPECT_THAT(events(), ElementsAre("prepare /devices/dev1/interfaces[name=eth0]", "prepare /devices/dev1/system",
+                                    "commit /devices/dev1/interfaces[name=eth0] 2", "commit /devices/dev1/system 1"));
+}
+
+TEST_F(AgentSet, TheResponseListsEachOperationWithTheClientsPathTargetAndTime) {
+  gnmi::SetResponse response;
+  ASSERT_THAT(set(response), IsOk());
+  EXPECT_EQ(response.timestamp(), s_.fixture().clock().utcNanos());
   EXPECT_EQ(response.prefix().target(), "dut");
   ASSERT_EQ(response.response_size(), 3);
   EXPECT_EQ(response.response(0).op(), gnmi::UpdateResult::REPLACE);
   EXPECT_EQ(VekGnmi::pathString(response.response(0).path()), "/interfaces[name=eth0]/description");
   EXPECT_EQ(VekGnmi::pathString(response.response(2).path()), "/system/hostname");
+}
 
-  // One entity refusing to prepare: nothing is committed, its status returned as it is.
-  s.onLoop([&] {
-    journal.events.clear();
-    journal.failPrepareOf = "/devices/dev1/system";
-  });
-  grpc::ClientContext context;
-  withDeadline(context);
-  const grpc::Status status = s.fixture().stub().Set(&context, r, &response);
-  EXPECT_EQ(status.error_code(), grpc::StatusCode::NOT_FOUND);
-  EXPECT_EQ(status.error_message(), "Error in finding path mtu: refused");
-  EXPECT_EQ(s.onLoop([&] { return journal.events; }),
-            (std::vector<std::string>{"prepare /devices/dev1/interfaces[name=eth0]",
-                                      "prepare /devices/dev1/system"}));
+TEST_F(AgentSet, AnEntityRefusingToPrepareCommitsNothingAndItsStatusIsReturned) {
+  s_.onLoop([&] { journal_.failPrepareOf = "/devices/dev1/system"; });
+  gnmi::SetResponse response;
+  EXPECT_THAT(set(response), StatusIs(grpc::StatusCode::NOT_FOUND, "Error in finding path mtu: refused"));
+  EXPECT_THAT(events(), ElementsAre("prepare /devices/dev1/interfaces[name=eth0]", "prepare /devices/dev1/system"));
 }
 
 }  // namespace

@@ -1,27 +1,32 @@
 // The router and the sync pump: routing of library messages by sync id and
 // of changes by subscribed paths, timestamps, the pump that runs syncs in
 // turns, pauses on full subscribers, and cancellation. Driven by the scripted
-// library double on a real event loop; the event loop itself on a manual
-// clock.
+// library double on a real event loop; everything on a manual clock, and
+// every wait a wait for a state of the loop (EventLoop::waitUntil).
 #include <future>
 #include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Router.h"
-#include "SyncPump.h"
 #include "Clock.h"
 #include "EventLoop.h"
+#include "Router.h"
 #include "ScriptedLibrary.h"
+#include "SyncPump.h"
 
 namespace {
 
-using namespace VekGnmi::Server;
+namespace srv = VekGnmi::Server;
 using namespace VekGnmiTest;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+using namespace std::chrono_literals;
 
 // An owner that records what it gets and has room for `room` messages.
-struct RecordingOwner : SyncOwner {
+struct RecordingOwner : srv::SyncOwner {
   bool onSyncMessage(Ostrel::SyncId id, const Ostrel::ArenaRespMsgPtr& msg) override {
     messages.push_back(msg);
     lastId = id;
@@ -35,222 +40,320 @@ struct RecordingOwner : SyncOwner {
   size_t room = 1000000;
 };
 
-struct RecordingSink : ChangeSink {
-  void onChange(const Ostrel::ArenaRespMsgPtr& msg, const ChangeMatch& match) override {
+struct RecordingSink : srv::ChangeSink {
+  void onChange(const Ostrel::ArenaRespMsgPtr& msg, const srv::ChangeMatch& match) override {
     changes.push_back(msg);
     matches.push_back(match);
   }
   std::vector<Ostrel::ArenaRespMsgPtr> changes;
-  std::vector<ChangeMatch> matches;
+  std::vector<srv::ChangeMatch> matches;
 };
 
-class RouterTest : public ::testing::Test {
+std::vector<ScriptedLeaf> numberedLeaves(int count) {
+  std::vector<ScriptedLeaf> leaves;
+  for (int i = 0; i < count; ++i) leaves.push_back(uintLeaf("l" + std::to_string(i), i));
+  return leaves;
+}
+
+// The router and the pump over the scripted library, on a loop of their
+// own. The test's owners and sinks are touched on the loop only: `at`
+// reads them there.
+class Router : public ::testing::Test {
  protected:
-  RouterTest() : router_(systemClock()), pump_(loop_, library_) {
+  Router() : loop_(clock_), router_(clock_), pump_(loop_, library_) {
     router_.bridgeIs(&library_, &pump_);
     library_.connect(&router_, &router_);
     loop_.start();
   }
-  ~RouterTest() override { loop_.stop(); }
+  ~Router() override { loop_.stop(); }
 
-  // Runs `fn` on the loop, then lets the loop run what it posted.
+  // Runs `fn` on the loop and returns its result.
   template <typename Fn>
-  void onLoop(Fn fn) {
-    loop_.call(fn);
-    settle();
+  auto at(Fn fn) {
+    return loop_.call(fn);
   }
-  void settle() {
-    for (int i = 0; i < 50; ++i) loop_.call([] {});
-  }
+  // Waits until `condition` holds on the loop.
+  void waitUntil(std::function<bool()> condition) { ASSERT_TRUE(loop_.waitUntil(std::move(condition))); }
 
-  std::vector<PublishedEntity> targets(std::initializer_list<const char*> paths) {
-    std::vector<PublishedEntity> out;
+  std::vector<srv::PublishedEntity> targets(std::initializer_list<const char*> paths) {
+    std::vector<srv::PublishedEntity> out;
     for (const char* p : paths) out.push_back({nullptr, pathOf(p)});
     return out;
   }
+  Ostrel::SyncId startSync(RecordingOwner& owner, std::initializer_list<const char*> paths,
+                           srv::SyncKind kind = srv::SyncKind::Subscribe) {
+    return at([&] { return router_.startSync(owner, targets(paths), kind); });
+  }
 
   ScriptedLibrary library_;
-  EventLoop loop_;
-  Router router_;
-  SyncPump pump_;
+  srv::ManualClock clock_;
+  srv::EventLoop loop_;
+  srv::Router router_;
+  srv::SyncPump pump_;
 };
 
-TEST_F(RouterTest, SyncMessagesGoToTheirOwnerAndTheOwnerLearnsTheEnd) {
+TEST_F(Router, SyncMessagesGoToTheirOwnerOnly) {
   library_.script("/d/a", {uintLeaf("x", 1), uintLeaf("y", 2)});
   library_.script("/d/b", {uintLeaf("z", 3)});
   RecordingOwner owner;
   RecordingOwner other;
-  Ostrel::SyncId id;
-  onLoop([&] { id = router_.startSync(owner, targets({"/d/a", "/d/b"}), SyncKind::Subscribe); });
-  ASSERT_EQ(owner.messages.size(), 3u);
-  EXPECT_EQ(owner.lastId, id);
-  EXPECT_TRUE(other.messages.empty());
-  ASSERT_EQ(owner.done.size(), 1u);
-  EXPECT_EQ(owner.done[0], id);
-  // Timestamps the library left at 0 carry the time the sync started.
-  const int64_t stamp = owner.messages[0]->response->update().timestamp();
-  EXPECT_GT(stamp, 1600000000000000000);
-  EXPECT_EQ(owner.messages[2]->response->update().timestamp(), stamp);
-  EXPECT_EQ(router_.activeSyncs(), 0u);
+  const Ostrel::SyncId id = startSync(owner, {"/d/a", "/d/b"});
+  waitUntil([&] { return !owner.done.empty(); });
+  EXPECT_EQ(at([&] { return owner.messages.size(); }), 3u);
+  EXPECT_EQ(at([&] { return owner.lastId; }), id);
+  EXPECT_TRUE(at([&] { return other.messages.empty(); }));
 }
 
-TEST_F(RouterTest, AnEmptySyncEndsFromTheLoopNotInsideStart) {
+TEST_F(Router, TheOwnerLearnsTheEndOfItsSync) {
+  library_.script("/d/a", {uintLeaf("x", 1), uintLeaf("y", 2)});
   RecordingOwner owner;
-  bool doneInsideStart = true;
-  onLoop([&] {
-    router_.startSync(owner, {}, SyncKind::Get);
-    doneInsideStart = !owner.done.empty();
+  const Ostrel::SyncId id = startSync(owner, {"/d/a"});
+  waitUntil([&] { return !owner.done.empty(); });
+  EXPECT_THAT(at([&] { return owner.done; }), ElementsAre(id));
+  EXPECT_EQ(at([&] { return router_.activeSyncs(); }), 0u);
+}
+
+TEST_F(Router, SyncMessagesTheLibraryLeftUnstampedCarryTheTimeTheSyncStarted) {
+  library_.script("/d/a", {uintLeaf("x", 1), uintLeaf("y", 2)});
+  library_.script("/d/b", {uintLeaf("z", 3)});
+  RecordingOwner owner;
+  const int64_t start = clock_.utcNanos();
+  startSync(owner, {"/d/a", "/d/b"});
+  clock_.advance(5s);  // the sync's start is what counts, not when a message goes out
+  waitUntil([&] { return !owner.done.empty(); });
+  at([&] {
+    ASSERT_THAT(owner.messages, SizeIs(3));
+    for (const auto& msg : owner.messages) EXPECT_EQ(msg->response->update().timestamp(), start);
+  });
+}
+
+TEST_F(Router, AnEmptySyncEndsFromTheLoopNotInsideStart) {
+  RecordingOwner owner;
+  const bool doneInsideStart = at([&] {
+    router_.startSync(owner, {}, srv::SyncKind::Get);
+    return !owner.done.empty();
   });
   EXPECT_FALSE(doneInsideStart);
-  EXPECT_EQ(owner.done.size(), 1u);
+  waitUntil([&] { return owner.done.size() == 1; });
 }
 
-TEST_F(RouterTest, AFullOwnerPausesItsSyncUntilRoomIsFreed) {
-  std::vector<ScriptedLeaf> leaves;
-  for (int i = 0; i < 10; ++i) leaves.push_back(uintLeaf("l" + std::to_string(i), i));
-  library_.script("/d/a", leaves);
-  RecordingOwner owner;
-  owner.room = 3;
-  onLoop([&] { router_.startSync(owner, targets({"/d/a"}), SyncKind::Subscribe); });
-  EXPECT_EQ(owner.messages.size(), 3u);  // the third push answered false
-  EXPECT_TRUE(owner.done.empty());
-  EXPECT_EQ(library_.pausedWalks(), 1u);
-  const size_t resumes = library_.resumeCalls;
-  settle();
-  EXPECT_EQ(library_.resumeCalls, resumes) << "no busy resuming while the owner is full";
-  owner.room = 100;
-  onLoop([&] { router_.roomFreed(); });
-  EXPECT_EQ(owner.messages.size(), 10u);
-  EXPECT_EQ(owner.done.size(), 1u);
-  EXPECT_EQ(library_.pausedWalks(), 0u);
-}
-
-TEST_F(RouterTest, WalksThatRunOutOfTimeAreResumedWithoutHelp) {
-  std::vector<ScriptedLeaf> leaves;
-  for (int i = 0; i < 20; ++i) leaves.push_back(uintLeaf("l" + std::to_string(i), i));
-  library_.script("/d/a", leaves);
-  library_.quantum = 4;
-  RecordingOwner owner;
-  onLoop([&] { router_.startSync(owner, targets({"/d/a"}), SyncKind::Get); });
-  EXPECT_EQ(owner.messages.size(), 20u);
-  EXPECT_EQ(owner.done.size(), 1u);
-  EXPECT_GE(library_.resumeCalls, 4u);
-}
-
-TEST_F(RouterTest, CancelDropsPendingWalksAndForgetsTheOwner) {
-  std::vector<ScriptedLeaf> leaves;
-  for (int i = 0; i < 10; ++i) leaves.push_back(uintLeaf("l" + std::to_string(i), i));
-  library_.script("/d/a", leaves);
+TEST_F(Router, CancelDropsTheOwnersPendingWalksAndForgetsIt) {
+  library_.script("/d/a", numberedLeaves(10));
   RecordingOwner owner;
   owner.room = 2;
-  onLoop([&] { router_.startSync(owner, targets({"/d/a", "/d/b"}), SyncKind::Subscribe); });
-  EXPECT_EQ(library_.pausedWalks(), 1u);
-  onLoop([&] { router_.cancel(owner); });
-  EXPECT_EQ(library_.cancelled, 1u);
-  EXPECT_EQ(library_.pausedWalks(), 0u);
-  EXPECT_EQ(router_.activeSyncs(), 0u);
-  EXPECT_EQ(library_.pausedWalks(), 0u);
-  EXPECT_TRUE(owner.done.empty());
-  // A late message for the cancelled sync is dropped.
-  bool answer = false;
-  onLoop([&] {
-    auto [msg, n] = Ostrel::ArenaRespMsg::createResponse(pathOf("/d/a"), 1);
-    answer = router_.push(owner.lastId, msg);
-  });
-  EXPECT_TRUE(answer);
-  EXPECT_EQ(owner.messages.size(), 2u);
+  startSync(owner, {"/d/a", "/d/b"});
+  waitUntil([&] { return library_.pausedWalks() == 1; });
+  at([&] { router_.cancel(owner); });
+  EXPECT_EQ(at([&] { return library_.cancelled; }), 1u);
+  EXPECT_EQ(at([&] { return library_.pausedWalks(); }), 0u);
+  EXPECT_EQ(at([&] { return router_.activeSyncs(); }), 0u);
+  EXPECT_TRUE(at([&] { return owner.done.empty(); }));
 }
 
-TEST_F(RouterTest, ChangesGoToEverySinkAndAreStampedNow) {
+TEST_F(Router, AMessageForACancelledSyncIsDroppedAndAccepted) {
+  library_.script("/d/a", numberedLeaves(10));
+  RecordingOwner owner;
+  owner.room = 2;
+  startSync(owner, {"/d/a"});
+  waitUntil([&] { return library_.pausedWalks() == 1; });
+  at([&] { router_.cancel(owner); });
+  const bool answer = at([&] {
+    auto [msg, n] = Ostrel::ArenaRespMsg::createResponse(pathOf("/d/a"), 1);
+    return router_.push(owner.lastId, msg);
+  });
+  EXPECT_TRUE(answer);
+  EXPECT_EQ(at([&] { return owner.messages.size(); }), 2u);
+}
+
+TEST_F(Router, ChangesGoToEverySinkUntilItIsRemoved) {
   RecordingSink a;
   RecordingSink b;
-  bool answer = false;
-  onLoop([&] {
+  const bool answer = at([&] {
     router_.addChangeSink(&a, {pathOf("/d")});
     router_.addChangeSink(&b, {pathOf("/")});
-    answer = library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 1)});
+    const bool accepted = library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 1)});
     router_.removeChangeSink(&b);
-    library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 2)}, {}, 77);
+    library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 2)});
+    return accepted;
   });
   EXPECT_TRUE(answer);
-  ASSERT_EQ(a.changes.size(), 2u);
-  EXPECT_EQ(b.changes.size(), 1u);
-  EXPECT_GT(a.changes[0]->response->update().timestamp(), 1600000000000000000);
-  EXPECT_EQ(a.changes[1]->response->update().timestamp(), 77);
+  EXPECT_EQ(at([&] { return a.changes.size(); }), 2u);
+  EXPECT_EQ(at([&] { return b.changes.size(); }), 1u);
 }
 
-TEST_F(RouterTest, ChangesGoOnlyToSinksWithSomethingUnderTheirPathsAndSayWhich) {
+TEST_F(Router, ChangesTheLibraryLeftUnstampedAreStampedNowOthersKeepTheirTime) {
+  RecordingSink a;
+  at([&] {
+    router_.addChangeSink(&a, {pathOf("/d")});
+    library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 1)});
+  });
+  clock_.advance(3s);
+  at([&] {
+    library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 2)});
+    library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 3)}, {}, 77);
+  });
+  at([&] {
+    ASSERT_THAT(a.changes, SizeIs(3));
+    EXPECT_EQ(a.changes[0]->response->update().timestamp(), clock_.utcNanos() - 3000000000);
+    EXPECT_EQ(a.changes[1]->response->update().timestamp(), clock_.utcNanos());
+    EXPECT_EQ(a.changes[2]->response->update().timestamp(), 77);
+  });
+}
+
+TEST_F(Router, ChangesGoOnlyToSinksWithSomethingUnderTheirPathsAndSayWhich) {
   RecordingSink a;
   RecordingSink b;
-  onLoop([&] {
+  at([&] {
     router_.addChangeSink(&a, {pathOf("/d/a/x"), pathOf("/d/*/y"), pathOf("/e")});
     router_.addChangeSink(&b, {pathOf("/d/b")});
     library_.pushChange(pathOf("/d/a"), {uintLeaf("x", 1), uintLeaf("z", 2), uintLeaf("y", 3)});
   });
-  EXPECT_TRUE(b.changes.empty());
-  ASSERT_EQ(a.matches.size(), 1u);
-  using Pair = std::pair<int, size_t>;
-  EXPECT_THAT(a.matches[0].updates, ::testing::ElementsAre(Pair{0, 0}, Pair{2, 1}));
-  EXPECT_TRUE(a.matches[0].deletes.empty());
+  at([&] {
+    EXPECT_THAT(b.changes, IsEmpty());
+    ASSERT_THAT(a.matches, SizeIs(1));
+    using Pair = std::pair<int, size_t>;
+    EXPECT_THAT(a.matches[0].updates, ElementsAre(Pair{0, 0}, Pair{2, 1}));
+    EXPECT_THAT(a.matches[0].deletes, IsEmpty());
+  });
 }
 
-TEST_F(RouterTest, ADeleteReachesSinksOfPathsBelowIt) {
+TEST_F(Router, ADeleteReachesSinksOfPathsBelowIt) {
   RecordingSink a;
-  onLoop([&] {
+  at([&] {
     router_.addChangeSink(&a, {pathOf("/d/a/x")});
     library_.pushChange(pathOf("/d"), {}, {pathOf("a")});
   });
-  ASSERT_EQ(a.matches.size(), 1u);
-  EXPECT_THAT(a.matches[0].deletes, ::testing::ElementsAre(std::pair<int, size_t>{0, 0}));
+  at([&] {
+    ASSERT_THAT(a.matches, SizeIs(1));
+    EXPECT_THAT(a.matches[0].deletes, ElementsAre(std::pair<int, size_t>{0, 0}));
+  });
 }
 
-TEST_F(RouterTest, WatchRegistersWithoutPublishing) {
-  onLoop([&] { router_.watch(targets({"/d"})); });
-  ASSERT_EQ(library_.synced.size(), 1u);
-  EXPECT_EQ(library_.synced[0].path, "/d");
-  EXPECT_EQ(library_.synced[0].kind, SyncKind::Watch);
+TEST_F(Router, WatchRegistersWithoutPublishing) {
+  at([&] { router_.watch(targets({"/d"})); });
+  at([&] {
+    ASSERT_THAT(library_.synced, SizeIs(1));
+    EXPECT_EQ(library_.synced[0].path, "/d");
+    EXPECT_EQ(library_.synced[0].kind, srv::SyncKind::Watch);
+  });
+}
+
+// ---------------------------------------------------------------------------
+// The pump
+
+class SyncPump : public Router {};
+
+TEST_F(SyncPump, AFullOwnerPausesItsSync) {
+  library_.script("/d/a", numberedLeaves(10));
+  RecordingOwner owner;
+  owner.room = 3;
+  startSync(owner, {"/d/a"});
+  waitUntil([&] { return library_.pausedWalks() == 1; });
+  EXPECT_EQ(at([&] { return owner.messages.size(); }), 3u);  // the third push answered false
+  EXPECT_TRUE(at([&] { return owner.done.empty(); }));
+}
+
+TEST_F(SyncPump, APausedSyncIsNotResumedWhileItsOwnerIsFull) {
+  library_.script("/d/a", numberedLeaves(10));
+  RecordingOwner owner;
+  owner.room = 3;
+  startSync(owner, {"/d/a"});
+  waitUntil([&] { return library_.pausedWalks() == 1; });
+  const auto [runs, resumes] = at([&] { return std::make_pair(pump_.runs(), library_.resumeCalls); });
+  // A pump that kept trying would have posted itself again: it would run
+  // before this task.
+  at([] {});
+  EXPECT_EQ(at([&] { return pump_.runs(); }), runs) << "no busy resuming while the owner is full";
+  EXPECT_EQ(at([&] { return library_.resumeCalls; }), resumes);
+}
+
+TEST_F(SyncPump, RoomFreedResumesAPausedSyncToItsEnd) {
+  library_.script("/d/a", numberedLeaves(10));
+  RecordingOwner owner;
+  owner.room = 3;
+  startSync(owner, {"/d/a"});
+  waitUntil([&] { return library_.pausedWalks() == 1; });
+  at([&] {
+    owner.room = 100;
+    router_.roomFreed();
+  });
+  waitUntil([&] { return owner.done.size() == 1; });
+  EXPECT_EQ(at([&] { return owner.messages.size(); }), 10u);
+  EXPECT_EQ(at([&] { return library_.pausedWalks(); }), 0u);
+}
+
+TEST_F(SyncPump, WalksThatYieldTheirTurnAreResumedWithoutHelp) {
+  library_.script("/d/a", numberedLeaves(20));
+  library_.quantum = 4;
+  RecordingOwner owner;
+  startSync(owner, {"/d/a"}, srv::SyncKind::Get);
+  waitUntil([&] { return owner.done.size() == 1; });
+  EXPECT_EQ(at([&] { return owner.messages.size(); }), 20u);
+  EXPECT_GE(at([&] { return library_.resumeCalls; }), 4u);
 }
 
 TEST(WalkerFlags, KindsMapToTheLibrarysRequestBitsPlusTheNotifieeOption) {
-  EXPECT_EQ(walkerFlagBits(SyncKind::Get), 2u | 64u);
-  EXPECT_EQ(walkerFlagBits(SyncKind::Subscribe), 4u | 64u);
-  EXPECT_EQ(walkerFlagBits(SyncKind::Watch), 6u | 64u | 16u);
+  EXPECT_EQ(srv::walkerFlagBits(srv::SyncKind::Get), 2u | 64u);
+  EXPECT_EQ(srv::walkerFlagBits(srv::SyncKind::Subscribe), 4u | 64u);
+  EXPECT_EQ(srv::walkerFlagBits(srv::SyncKind::Watch), 6u | 64u | 16u);
 }
 
-TEST(EventLoopTest, TasksRunInOrderAndTimersWhenDue) {
-  EventLoop loop;
+// ---------------------------------------------------------------------------
+// The event loop on a clock a test moves
+
+TEST(EventLoop, TasksRunInTheOrderPostedAndATimerWhenTheClockReachesIt) {
+  srv::ManualClock clock;
+  srv::EventLoop loop(clock);
   loop.start();
   std::vector<int> order;
-  std::promise<void> timerRan;
-  loop.postAfter(std::chrono::milliseconds(30), [&] {
-    order.push_back(3);
-    timerRan.set_value();
-  });
-  const EventLoop::TimerId dropped = loop.postAfter(std::chrono::milliseconds(10), [&] { order.push_back(99); });
-  EXPECT_TRUE(loop.cancel(dropped));
-  EXPECT_FALSE(loop.cancel(dropped));
+  loop.postAfter(30ms, [&] { order.push_back(3); });
   loop.post([&] { order.push_back(1); });
   loop.post([&] { order.push_back(2); });
-  timerRan.get_future().wait();
-  EXPECT_EQ(loop.call([&] { return order; }), (std::vector<int>{1, 2, 3}));
+  EXPECT_THAT(loop.call([&] { return order; }), ElementsAre(1, 2));
+  clock.advance(30ms);
+  ASSERT_TRUE(loop.waitUntil([&] { return order.size() == 3; }));
+  EXPECT_THAT(loop.call([&] { return order; }), ElementsAre(1, 2, 3));
+  loop.stop();
+}
+
+TEST(EventLoop, ACancelledTimerNeverRuns) {
+  srv::ManualClock clock;
+  srv::EventLoop loop(clock);
+  loop.start();
+  bool ran = false;
+  const srv::EventLoop::TimerId dropped = loop.postAfter(10ms, [&] { ran = true; });
+  EXPECT_TRUE(loop.cancel(dropped));
+  EXPECT_FALSE(loop.cancel(dropped)) << "a timer is dropped once";
+  bool later = false;
+  loop.postAfter(10ms, [&] { later = true; });
+  clock.advance(10ms);
+  // The timer due at the same time has run: the dropped one would have too.
+  ASSERT_TRUE(loop.waitUntil([&] { return later; }));
+  EXPECT_FALSE(loop.call([&] { return ran; }));
+  loop.stop();
+}
+
+TEST(EventLoop, CallRunsItsFunctionOnTheLoopsThread) {
+  srv::ManualClock clock;
+  srv::EventLoop loop(clock);
+  loop.start();
   EXPECT_TRUE(loop.call([&] { return loop.inLoopThread(); }));
   EXPECT_FALSE(loop.inLoopThread());
+  loop.stop();
+}
+
+TEST(EventLoop, AStoppedLoopTakesNoMoreTasks) {
+  srv::ManualClock clock;
+  srv::EventLoop loop(clock);
+  loop.start();
   loop.stop();
   EXPECT_FALSE(loop.post([] {}));
   EXPECT_THROW(loop.call([] { return 1; }), std::runtime_error);
 }
 
-}  // namespace
-
-namespace {
-
-using namespace VekGnmi::Server;
-
-// The event loop on a clock a test moves.
-
 TEST(EventLoop, TimersFireOnlyAsTheManualClockAdvancesAndInTheirOrder) {
-  ManualClock clock;
-  EventLoop loop(clock);
+  srv::ManualClock clock;
+  srv::EventLoop loop(clock);
   loop.start();
   std::vector<int> fired;
   loop.call([&] {
@@ -269,18 +372,18 @@ TEST(EventLoop, TimersFireOnlyAsTheManualClockAdvancesAndInTheirOrder) {
 }
 
 TEST(EventLoop, ATimerThatKeepsComingDueDoesNotStarveTasks) {
-  ManualClock clock;
-  EventLoop loop(clock);
+  srv::ManualClock clock;
+  srv::EventLoop loop(clock);
   loop.start();
   // A timer that reposts itself already due, forever.
-  std::function<void()> again = [&] { loop.postAfter(EventLoop::Duration(0), again); };
-  loop.call([&] { loop.postAfter(EventLoop::Duration(0), again); });
+  std::function<void()> again = [&] { loop.postAfter(srv::EventLoop::Duration(0), again); };
+  loop.call([&] { loop.postAfter(srv::EventLoop::Duration(0), again); });
   EXPECT_EQ(loop.call([] { return 7; }), 7);
   loop.stop();
 }
 
 TEST(EventLoop, WaitUntilReturnsWhenTheConditionHoldsAfterSomeTask) {
-  EventLoop loop;
+  srv::EventLoop loop;
   loop.start();
   int state = 0;
   std::thread later([&] {
@@ -292,7 +395,7 @@ TEST(EventLoop, WaitUntilReturnsWhenTheConditionHoldsAfterSomeTask) {
 }
 
 TEST(EventLoop, WaitUntilGivesUpWhenTheLoopStops) {
-  EventLoop loop;
+  srv::EventLoop loop;
   loop.start();
   std::thread stopper([&] { loop.post([&] { loop.stop(); }); });
   EXPECT_FALSE(loop.waitUntil([] { return false; }));
@@ -300,7 +403,7 @@ TEST(EventLoop, WaitUntilGivesUpWhenTheLoopStops) {
 }
 
 TEST(EventLoop, WaitUntilGivesUpAfterItsTimeoutAndForgetsTheCondition) {
-  EventLoop loop;
+  srv::EventLoop loop;
   loop.start();
   {
     bool never = false;

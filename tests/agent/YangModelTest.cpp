@@ -141,7 +141,7 @@ const char* DATA = R"({
   "yt-aug:other": {"x": 1}
 })";
 
-class YangModelTest : public YangFixture {
+class YangModelMapping : public YangFixture {
  protected:
   void SetUp() override {
     YangFixture::SetUp();
@@ -162,7 +162,7 @@ class YangModelTest : public YangFixture {
 // ---------------------------------------------------------------------------
 // Types
 
-TEST_F(YangModelTest, TopLevelContainersOfEveryImplementedModuleArePublishedAtTheirNames) {
+TEST_F(YangModelMapping, TopLevelContainersOfEveryImplementedModuleArePublishedAtTheirNames) {
   ASSERT_EQ(model_->topLevel().size(), 2u);
   EXPECT_EQ(model_->topLevel()[0]->element, "top");
   EXPECT_EQ(model_->topLevel()[0]->type->name(), "/yt-hard:top");
@@ -170,13 +170,13 @@ TEST_F(YangModelTest, TopLevelContainersOfEveryImplementedModuleArePublishedAtTh
   EXPECT_TRUE(model_->topLevel()[1]->state);
 }
 
-TEST_F(YangModelTest, EntitiesHaveNoNameLeafSoALeafMayBeCalledName) {
+TEST_F(YangModelMapping, EntitiesHaveNoNameLeafSoALeafMayBeCalledName) {
   EXPECT_EQ(top().type->attr(Vek::AttributeId(1))->name(), "@name");
   EXPECT_TRUE(topLeaf("name").node);
   EXPECT_STREQ(topLeaf("name").module(), "yt-hard");
 }
 
-TEST_F(YangModelTest, SameNamedChildrenOfAnotherModuleAreQualified) {
+TEST_F(YangModelMapping, SameNamedChildrenOfAnotherModuleAreQualified) {
   EXPECT_STREQ(topLeaf("yt-aug:name").module(), "yt-aug");
   EXPECT_EQ(model_->child(top().node, "name"), topLeaf("name").node);
   EXPECT_EQ(model_->child(top().node, "yt-aug:name"), topLeaf("yt-aug:name").node);
@@ -187,7 +187,7 @@ TEST_F(YangModelTest, SameNamedChildrenOfAnotherModuleAreQualified) {
   EXPECT_EQ(model_->child(top().node, "yt-aug:ratio"), nullptr);
 }
 
-TEST_F(YangModelTest, AugmentedNodesAreAttributesOfTheAugmentedEntity) {
+TEST_F(YangModelMapping, AugmentedNodesAreAttributesOfTheAugmentedEntity) {
   EXPECT_TRUE(topAttr("peer-ref"));
   const YangNode* extra = model_->node(topAttr("extra").base());
   ASSERT_TRUE(extra);
@@ -195,21 +195,21 @@ TEST_F(YangModelTest, AugmentedNodesAreAttributesOfTheAugmentedEntity) {
   EXPECT_EQ(YangModel::jsonName(extra->node, top().node->module), "yt-aug:extra");
 }
 
-TEST_F(YangModelTest, ChoicesAndCasesAreTransparent) {
+TEST_F(YangModelMapping, ChoicesAndCasesAreTransparent) {
   EXPECT_FALSE(topAttr("transport"));
   EXPECT_FALSE(topAttr("tcp-case"));
   EXPECT_TRUE(topAttr("tcp-port"));
   EXPECT_TRUE(model_->node(topAttr("udp").base()));
 }
 
-TEST_F(YangModelTest, GroupingsAreExpandedWhereTheyAreUsed) {
+TEST_F(YangModelMapping, GroupingsAreExpandedWhereTheyAreUsed) {
   const YangNode* server = model_->node(topAttr("server").base());
   ASSERT_TRUE(server);
   EXPECT_TRUE(server->type->attr("host"));
   EXPECT_EQ(model_->leaf(server->type->attr("port").base())->valueType, Vek::builtinType<unsigned short>());
 }
 
-TEST_F(YangModelTest, EachLeafTypeHasItsRuntimeType) {
+TEST_F(YangModelMapping, EachLeafTypeHasItsRuntimeType) {
   using Vek::builtinType;
   const std::map<std::string, Vek::VekType> builtins = {
       {"tiny", builtinType<signed char>()},      {"small", builtinType<short>()},
@@ -233,7 +233,7 @@ TEST_F(YangModelTest, EachLeafTypeHasItsRuntimeType) {
   EXPECT_EQ(mode->enumerator("full")->enumValue(), -2);  // one above the highest before it
 }
 
-TEST_F(YangModelTest, LeavesAreOptionalKeysAreNotAndLeafListsAreOptionalArrays) {
+TEST_F(YangModelMapping, LeavesAreOptionalKeysAreNotAndLeafListsAreOptionalArrays) {
   EXPECT_TRUE(topAttr("name")->isOptional());
   EXPECT_EQ(topAttr("name")->storage(), Vek::AttrStorage::Ref);
   EXPECT_TRUE(topAttr("tags")->isArray());
@@ -244,7 +244,7 @@ TEST_F(YangModelTest, LeavesAreOptionalKeysAreNotAndLeafListsAreOptionalArrays) 
   EXPECT_TRUE(model_->leaf(peer->type->attr("id").base())->key);
 }
 
-TEST_F(YangModelTest, AListWithOneKeyIsKeyedByTheKeyLeafsTypeAndNamesIt) {
+TEST_F(YangModelMapping, AListWithOneKeyIsKeyedByTheKeyLeafsTypeAndNamesIt) {
   const Vek::VekAttr peer = topAttr("peer");
   EXPECT_TRUE(peer->isCollection());
   EXPECT_TRUE(peer->isInstantiating());
@@ -252,7 +252,7 @@ TEST_F(YangModelTest, AListWithOneKeyIsKeyedByTheKeyLeafsTypeAndNamesIt) {
   EXPECT_EQ(peer->keyAttrName(), "id");
 }
 
-TEST_F(YangModelTest, AListWithSeveralKeysIsKeyedByAValueOfItsKeysInKeyOrder) {
+TEST_F(YangModelMapping, AListWithSeveralKeysIsKeyedByAValueOfItsKeysInKeyOrder) {
   const YangNode* link = model_->node(topAttr("link").base());
   ASSERT_TRUE(link);
   ASSERT_EQ(link->keys.size(), 2u);
@@ -265,7 +265,7 @@ TEST_F(YangModelTest, AListWithSeveralKeysIsKeyedByAValueOfItsKeysInKeyOrder) {
   EXPECT_EQ(key->attrAt(1)->name(), "port");
 }
 
-TEST_F(YangModelTest, AKeylessListIsKeyedByPositionUnderAKeyThatIsNeverALeaf) {
+TEST_F(YangModelMapping, AKeylessListIsKeyedByPositionUnderAKeyThatIsNeverALeaf) {
   const Vek::VekAttr sample = topAttr("sample");
   EXPECT_EQ(sample->indexType(), Vek::builtinType<unsigned>());
   EXPECT_EQ(sample->keyAttrName(), YangModel::POSITION_KEY);
@@ -273,13 +273,13 @@ TEST_F(YangModelTest, AKeylessListIsKeyedByPositionUnderAKeyThatIsNeverALeaf) {
   EXPECT_TRUE(model_->node(sample.base())->keyless);
 }
 
-TEST_F(YangModelTest, ConfigFalseIsState) {
+TEST_F(YangModelMapping, ConfigFalseIsState) {
   EXPECT_TRUE(model_->isState(*topAttr("sample")));
   EXPECT_TRUE(model_->isState(*model_->node(topAttr("sample").base())->type->attr("value")));
   EXPECT_FALSE(model_->isState(*topAttr("name")));
 }
 
-TEST_F(YangModelTest, AModuleWithATopLevelListIsRefused) {
+TEST_F(YangModelMapping, AModuleWithATopLevelListIsRefused) {
   const std::string d = writeModules({{"yt-toplist.yang", R"(module yt-toplist {
     namespace "urn:yt:toplist"; prefix t;
     list item { key "k"; leaf k { type string; } }
@@ -295,19 +295,19 @@ TEST_F(YangModelTest, AModuleWithATopLevelListIsRefused) {
 // ---------------------------------------------------------------------------
 // Data: built as it is, published exactly
 
-TEST_F(YangModelTest, ThePublishedLeavesAreExactlyLibyangsPrintOfTheData) {
+TEST_F(YangModelMapping, ThePublishedLeavesAreExactlyLibyangsPrintOfTheData) {
   const nlohmann::json expected = load(*model_, DATA);
   ASSERT_TRUE(root_);
   EXPECT_EQ(sortedLists(published(*model_)), sortedLists(expected));
 }
 
-TEST_F(YangModelTest, TheRuntimeTreePrintsAsLibyangPrintsTheData) {
+TEST_F(YangModelMapping, TheRuntimeTreePrintsAsLibyangPrintsTheData) {
   const nlohmann::json expected = load(*model_, DATA);
   ASSERT_TRUE(root_);
   EXPECT_EQ(sortedLists(YangJson::treeJson(*model_, *root_)), sortedLists(expected));
 }
 
-TEST_F(YangModelTest, ValuesArePublishedInCanonicalFormAndByTheirNativeKinds) {
+TEST_F(YangModelMapping, ValuesArePublishedInCanonicalFormAndByTheirNativeKinds) {
   load(*model_, DATA);
   published(*model_);
   EXPECT_THAT(leaves_, IsSupersetOf({
@@ -330,7 +330,7 @@ TEST_F(YangModelTest, ValuesArePublishedInCanonicalFormAndByTheirNativeKinds) {
                        }));
 }
 
-TEST_F(YangModelTest, ListEntriesArePublishedWithEveryKeyInTheirPath) {
+TEST_F(YangModelMapping, ListEntriesArePublishedWithEveryKeyInTheirPath) {
   load(*model_, DATA);
   published(*model_);
   EXPECT_THAT(leaves_, IsSupersetOf({
@@ -346,7 +346,7 @@ TEST_F(YangModelTest, ListEntriesArePublishedWithEveryKeyInTheirPath) {
   EXPECT_THAT(leaves_, Contains("/top/peer[id=p\\__1]/id = string_val: \"p__1\""));
 }
 
-TEST_F(YangModelTest, UnsetLeavesAndSchemaDefaultsAreNotPublished) {
+TEST_F(YangModelMapping, UnsetLeavesAndSchemaDefaultsAreNotPublished) {
   load(*model_, R"({"yt-hard:top": {"server": {"host": "h"}}})");
   published(*model_);
   // "on" and "mode" have defaults, "debug" is an absent presence container,
@@ -354,14 +354,14 @@ TEST_F(YangModelTest, UnsetLeavesAndSchemaDefaultsAreNotPublished) {
   EXPECT_EQ(leaves_, std::vector<std::string>{"/top/server/host = string_val: \"h\""});
 }
 
-TEST_F(YangModelTest, AnEmptyPresenceContainerIsInTheRuntimeTreeButPublishesNoLeaf) {
+TEST_F(YangModelMapping, AnEmptyPresenceContainerIsInTheRuntimeTreeButPublishesNoLeaf) {
   const nlohmann::json expected = load(*model_, R"({"yt-hard:top": {"debug": {}}})");
   EXPECT_EQ(expected, nlohmann::json::parse(R"({"yt-hard:top": {"debug": {}}})"));
   EXPECT_EQ(YangJson::treeJson(*model_, *root_), expected);
   EXPECT_EQ(published(*model_), nlohmann::json::object());
 }
 
-TEST_F(YangModelTest, UnsettingALeafStreamsADeleteOfItsPath) {
+TEST_F(YangModelMapping, UnsettingALeafStreamsADeleteOfItsPath) {
   load(*model_, DATA);
   published(*model_);
   router_.clear();
@@ -376,7 +376,7 @@ TEST_F(YangModelTest, UnsettingALeafStreamsADeleteOfItsPath) {
 // ---------------------------------------------------------------------------
 // Values
 
-TEST_F(YangModelTest, Decimal64KeepsItsExactValue) {
+TEST_F(YangModelMapping, Decimal64KeepsItsExactValue) {
   const YangLeaf& ratio = topLeaf("ratio");
   auto value = YangValue::runtimeValue(ratio, "-9223372036854775.808");
   ASSERT_TRUE(value.ok()) << value.error();
@@ -388,7 +388,7 @@ TEST_F(YangModelTest, Decimal64KeepsItsExactValue) {
   EXPECT_FALSE(YangValue::runtimeValue(ratio, "9223372036854775.808").ok());
 }
 
-TEST_F(YangModelTest, ValuesAreCheckedAndCanonicalizedByLibyang) {
+TEST_F(YangModelMapping, ValuesAreCheckedAndCanonicalizedByLibyang) {
   EXPECT_EQ(YangValue::canonicalize(topLeaf("ratio"), "2.50").value(), "2.5");
   EXPECT_EQ(YangValue::canonicalize(topLeaf("flags"), "lower-down up").value(), "up lower-down");
   EXPECT_EQ(YangValue::canonicalize(topLeaf("proto"), "yt-aug:udp").value(), "yt-aug:udp");
@@ -403,7 +403,7 @@ TEST_F(YangModelTest, ValuesAreCheckedAndCanonicalizedByLibyang) {
   EXPECT_FALSE(YangValue::canonicalize(topLeaf("proto"), "yt-hard:nosuch").ok());
 }
 
-TEST_F(YangModelTest, UnionValuesTakeTheirMembersJsonForm) {
+TEST_F(YangModelMapping, UnionValuesTakeTheirMembersJsonForm) {
   const std::string d = writeModules({{"yt-union.yang", R"(module yt-union {
     namespace "urn:yt:union"; prefix u;
     container c {
@@ -419,7 +419,7 @@ TEST_F(YangModelTest, UnionValuesTakeTheirMembersJsonForm) {
   EXPECT_EQ(LY_TYPE_INT32, YangValue::realType(u, "-5")->basetype);
 }
 
-TEST_F(YangModelTest, JsonOfEachKindIsRfc7951s) {
+TEST_F(YangModelMapping, JsonOfEachKindIsRfc7951s) {
   EXPECT_EQ(YangValue::json(topLeaf("big"), "-5"), nlohmann::json("-5"));
   EXPECT_EQ(YangValue::json(topLeaf("umed"), "4000000000"), nlohmann::json(4000000000U));
   EXPECT_EQ(YangValue::json(topLeaf("tiny"), "-128"), nlohmann::json(-128));

@@ -55,6 +55,25 @@ struct Stream {
     ADD_FAILURE() << "the stream ended before a sync_response";
     return out;
   }
+  // Reads what is left of the stream and returns how it ended.
+  grpc::Status end() {
+    gnmi::SubscribeResponse r;
+    while (rw->Read(&r)) {
+    }
+    return finish();
+  }
+  // Cancels the stream (unless it has been finished) and waits for its end.
+  void close() {
+    if (finished_) return;
+    context.TryCancel();
+    finish();
+  }
+  // The stream's status, once every response has been read; once only.
+  grpc::Status finish() {
+    EXPECT_FALSE(finished_) << "the stream was finished already";
+    finished_ = true;
+    return rw->Finish();
+  }
   gnmi::Notification next() {
     gnmi::SubscribeResponse r;
     while (rw->Read(&r)) {
@@ -64,6 +83,9 @@ struct Stream {
     ADD_FAILURE() << "the stream ended";
     return {};
   }
+
+ private:
+  bool finished_ = false;
 };
 
 // Every update of `notifications` as "path=value", values rendered compactly.
