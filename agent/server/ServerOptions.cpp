@@ -82,10 +82,26 @@ bool parseServerOptions(const std::vector<std::string>& args, ServerOptions& out
       }
       o.agent.limits.minSampleInterval =
           std::chrono::nanoseconds(static_cast<int64_t>(*seconds * 1e9));
+    } else if (arg == "--yang-dir") {
+      o.yang.dirs.push_back(*v);
+    } else if (arg == "--module") {
+      o.yang.modules.push_back(*v);
+    } else if (arg == "--features") {
+      o.yang.features.push_back(*v);
+    } else if (arg == "--data") {
+      o.yang.data = *v;
     } else {
       error = fmt::format("unknown option '{}'", arg);
       return false;
     }
+  }
+  if (o.yang.modules.empty() && (!o.yang.dirs.empty() || !o.yang.features.empty() || !o.yang.data.empty())) {
+    error = "--yang-dir, --features and --data need at least one --module";
+    return false;
+  }
+  if (!o.yang.modules.empty() && o.yang.dirs.empty()) {
+    error = "--module needs at least one --yang-dir to search";
+    return false;
   }
   out = std::move(o);
   return true;
@@ -95,6 +111,7 @@ std::string serverHelpText() {
   return R"(vekgnmid: a gNMI target serving a demo device through libVekTypeDecoder.
 
 usage: vekgnmid [options]
+       vekgnmid --yang-dir DIR --module NAME [--data FILE.json] [options]
 
   --address HOST:PORT        where to listen, plaintext gRPC (default 127.0.0.1:57400;
                              port 0 picks a free port, printed at start)
@@ -104,6 +121,17 @@ usage: vekgnmid [options]
   --churn RATE               model changes per second (default 0: none):
                              counters advance, operational statuses flap, now
                              and then an interface is removed and re-created
+                             (a YANG model: its config false counters advance,
+                             its config false enumerations flap)
+  --yang-dir DIR             a folder of YANG modules (repeatable, searched in
+                             order); serves a YANG model instead of the demo
+  --module NAME[@REVISION]   a module to serve (repeatable): the newest revision
+                             in the folders unless one is given; its imports and
+                             the modules augmenting it are loaded as needed
+  --features MODULE:F1,F2    enables only these features of MODULE (repeatable;
+                             MODULE: for none); by default all are enabled
+  --data FILE.json           RFC 7951 JSON instance data of the modules, checked
+                             by libyang at start (default: no data)
   --send-timeout SECONDS     a subscriber whose stream has not taken a message
                              for this long is ended with RESOURCE_EXHAUSTED
                              (default 30)
