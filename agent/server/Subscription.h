@@ -26,6 +26,7 @@
 #include "Router.h"
 #include "EventLoop.h"
 #include "ModelSchema.h"
+#include "ModelSource.h"
 #include "PathIndex.h"
 #include "PathResolver.h"
 #include "Requests.h"
@@ -38,6 +39,7 @@ class Subscription final : public SyncOwner, public ChangeSink {
   struct Context {
     EventLoop& loop;
     Router& router;
+    const ModelSource& source;
     ModelSchema& schema;
   };
 
@@ -86,6 +88,8 @@ class Subscription final : public SyncOwner, public ChangeSink {
   // (entities are resolved again for every poll: members come and go).
   void startSync();
   gnmi::TypedValue encoded(const gnmi::Path& prefix, const gnmi::Path& path, const gnmi::TypedValue& value);
+  // Whether some value of `notification` goes out otherwise in PROTO.
+  bool protoChanges(const gnmi::Notification& notification) const;
   void armTimer(Entry& entry);
   void tick(Entry& entry);
   void fail(grpc::Status status);

@@ -1,6 +1,8 @@
 // Values between the library's typed form and what clients send and expect.
 //
-// Out: with PROTO the library's typed values go out as they are. With JSON
+// Out: with PROTO the library's typed values go out as they are, but for
+// floating-point leaves (double travels as 8 bytes, float as the deprecated
+// float_val), which go out as double_val. With JSON
 // and JSON_IETF each leaf goes out as json_val / json_ietf_val holding the
 // JSON of the leaf's runtime type, found from the model (ModelSchema), not
 // from the kind of the typed value, which for several types is a transport
@@ -48,6 +50,12 @@ std::string leafJson(const LeafInfo* leaf, const gnmi::TypedValue& value, bool i
 // `out`.
 void encodeValue(const LeafInfo* leaf, const gnmi::TypedValue& value, gnmi::Encoding encoding,
                  gnmi::TypedValue& out);
+
+// Whether PROTO may send a value of this kind otherwise than the library
+// published it (bytes, float, or a leaf list of them), for some leaf.
+bool protoMayConvert(const gnmi::TypedValue& value);
+// Whether PROTO sends values of `leaf` otherwise (a floating-point leaf).
+bool protoConverts(const LeafInfo* leaf);
 
 // The typed value for the library's Set of `leaf` from a client's `value`.
 // Returns false with a message (for INVALID_ARGUMENT) when the value does
