@@ -7,6 +7,8 @@
 #include <Ostrel/VekKey.h>
 #include <Ostrel/VekTypeWalker.h>
 
+#include "YangModel.h"
+
 namespace VekGnmi::Server {
 
 namespace {
@@ -72,8 +74,8 @@ std::string namesKey(const gnmi::Path& path, int from) {
   return key;
 }
 
-ModelSchema::ModelSchema(Vek::Ptr<Vek::Dir> root, StatePredicate isState)
-    : root_(std::move(root)), isState_(std::move(isState)) {}
+ModelSchema::ModelSchema(Vek::Ptr<Vek::Dir> root, StatePredicate isState, const Yang::YangModel* yang)
+    : root_(std::move(root)), isState_(std::move(isState)), yang_(yang) {}
 
 bool ModelSchema::nodeAt(Vek::VekType entityType, const gnmi::Path& path, int from, NodeInfo& out,
                          std::string& error) const {
@@ -89,6 +91,7 @@ bool ModelSchema::nodeAt(Vek::VekType entityType, const gnmi::Path& path, int fr
   auto leafIs = [&](LeafKind kind, Vek::VekType leafType, const Vek::VekAttrBase* holder) {
     at = At::Leaf;
     leaf = makeLeaf(kind, leafType, holder, state);
+    if (yang_ != nullptr && holder != nullptr) leaf.yang = yang_->leaf(holder);
     type = leafType;
   };
 

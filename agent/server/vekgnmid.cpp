@@ -9,6 +9,7 @@
 
 #include "GnmiService.h"
 #include "ServerOptions.h"
+#include "YangSource.h"
 
 int main(int argc, char** argv) {
   using namespace VekGnmi::Server;
@@ -22,6 +23,15 @@ int main(int argc, char** argv) {
     std::cout << serverHelpText();
     return 0;
   }
+  if (!options.yang.modules.empty()) {
+    auto source = makeYangSource({options.yang.dirs, options.yang.modules, options.yang.features}, options.yang.data);
+    if (!source) {
+      std::cerr << "vekgnmid: " << source.error() << '\n';
+      return 1;
+    }
+    options.agent.source = std::move(source).value();
+  }
+  if (!options.agent.source) options.agent.source = makeDemoSource(options.agent.interfaces);
   // SIGINT and SIGTERM are taken by sigwait below, on this thread only: block
   // them before any other thread starts, so that every thread inherits it.
   sigset_t signals;
@@ -35,9 +45,8 @@ int main(int argc, char** argv) {
     std::cerr << "vekgnmid: " << error << '\n';
     return 1;
   }
-  std::cout << fmt::format("vekgnmid: serving gNMI on {} (port {}), {} interfaces, churn {}/s\n",
-                           options.address, server.port(), options.agent.interfaces,
-                           options.agent.churnRate)
+  std::cout << fmt::format("vekgnmid: serving gNMI on {} (port {}), {}, churn {}/s\n", options.address,
+                           server.port(), options.agent.source->description(), options.agent.churnRate)
             << std::flush;
   int received = 0;
   sigwait(&signals, &received);
