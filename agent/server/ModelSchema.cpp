@@ -1,5 +1,7 @@
 #include "ModelSchema.h"
 
+#include <algorithm>
+
 #include <fmt/format.h>
 
 #include <Ostrel/GifNotifiee.h>
@@ -242,6 +244,18 @@ const LeafInfo* ModelSchema::leafAt(Vek::VekType entityType, const gnmi::Path& p
   std::string error;
   if (!nodeAt(entityType, path, from, info, error) || info.kind != NodeKind::Leaf) return nullptr;
   return &leaves_.emplace(std::move(key), info.leaf).first->second;
+}
+
+const std::vector<std::string>& ModelSchema::memberKeyNames(const Vek::VekAttr& attr) {
+  auto [it, inserted] = keyNames_.try_emplace(attr.base());
+  if (!inserted || attr->indexType()->isEntity()) return it->second;
+  // Any value of the key type is published under the same names.
+  const Vek::Ptr<Vek::GenericIf> sample = attr->indexType().genericIfDefault();
+  if (const std::optional<gnmi::PathElem> elem = sample ? memberElement(attr, sample) : std::nullopt) {
+    for (const auto& [name, value] : elem->key()) it->second.push_back(name);
+    std::sort(it->second.begin(), it->second.end());
+  }
+  return it->second;
 }
 
 const LeafInfo* ModelSchema::leafOf(const gnmi::Path& prefix, const gnmi::Path& path) {

@@ -37,6 +37,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include <Vek/Vek.h>
 
@@ -103,6 +104,12 @@ class ModelSchema {
   bool nodeAt(Vek::VekType entityType, const gnmi::Path& path, int from, NodeInfo& out,
               std::string& error) const;
 
+  // The key names under which the members of the collection `attr` are
+  // published (the names `memberElement` gives them, in published order):
+  // one name for a key of one value, one per field of a composite key (a
+  // YANG list with several keys). Empty for a collection keyed by entities.
+  const std::vector<std::string>& memberKeyNames(const Vek::VekAttr& attr);
+
   // Whether `attr` is state, by the predicate given.
   bool isState(const Vek::VekAttrBase& attr) const { return isState_(attr); }
 
@@ -115,6 +122,7 @@ class ModelSchema {
   const Yang::YangModel* yang_;
   std::unordered_map<std::string, Vek::VekType> prefixTypes_;
   std::unordered_map<std::string, LeafInfo> leaves_;
+  std::unordered_map<const Vek::VekAttrBase*, std::vector<std::string>> keyNames_;
 };
 
 // The path element under which a member of the instantiating collection

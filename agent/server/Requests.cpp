@@ -161,7 +161,7 @@ grpc::Status splitSetPath(ModelSchema& schema, const gnmi::Path& full, SplitPath
     Vek::Ptr<Vek::Entity> next;
     if (attr->isCollection()) {
       Vek::Ptr<Vek::GenericIf> key;
-      const grpc::Status status = memberKey(*attr, e, entityPath, key);
+      const grpc::Status status = memberKey(schema, attr, e, entityPath, key);
       if (!status.ok()) return status;
       next = node->entity(attr, key);
     } else {
@@ -192,7 +192,7 @@ grpc::Status splitSetPath(ModelSchema& schema, const gnmi::Path& full, SplitPath
   const Vek::VekAttr attr = node->type()->attr(first.name());
   if (attr && attr->isCollection() && first.key_size() > 0) {
     Vek::Ptr<Vek::GenericIf> key;
-    const grpc::Status status = memberKey(*attr, first, entityPath, key);
+    const grpc::Status status = memberKey(schema, attr, first, entityPath, key);
     if (!status.ok()) return status;
     if (!attr.genericIfExist(node, key)) {
       return {grpc::StatusCode::NOT_FOUND, fmt::format("{} does not exist under {}",

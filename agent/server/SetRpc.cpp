@@ -16,7 +16,7 @@ void SetRpc::handle(const std::shared_ptr<SetCall>& call) {
   if (!status.ok()) return call->finish(status);
   if (!plan.entities.empty()) {
     std::vector<std::unique_ptr<SetTransaction>> transactions;
-    SetUndo undo;
+    SetUndo undo(context_.schema);
     for (EntitySet& entity : plan.entities) {
       undo.record(entity);
       transactions.push_back(context_.bridge.makeSet(context_.root, std::move(entity.request)));

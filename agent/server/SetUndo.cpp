@@ -38,7 +38,7 @@ void SetUndo::recordOne(const Vek::Ptr<Vek::Entity>& entity, const gnmi::PathEle
   if (!attr || attr->isInstantiating() || attr->isPointer()) return;
   Vek::Ptr<Vek::GenericIf> key;
   if (attr->isCollection()) {
-    if (elem.key_size() != 1 || !memberKey(*attr, elem, gnmi::Path(), key).ok()) return;
+    if (elem.key_size() != 1 || !memberKey(schema_, attr, elem, gnmi::Path(), key).ok()) return;
   }
   for (const Saved& s : saved_) {
     if (s.entity == entity && s.attr == attr && sameValue(s.key, key)) return;  // the oldest value counts

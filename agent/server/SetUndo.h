@@ -25,6 +25,8 @@ namespace VekGnmi::Server {
 
 class SetUndo {
  public:
+  explicit SetUndo(ModelSchema& schema) : schema_(schema) {}
+
   // Records the current values of everything `set`'s operations write.
   void record(const EntitySet& set);
   // Writes back the recorded values that changed; returns how many it wrote
@@ -40,6 +42,7 @@ class SetUndo {
   };
   void recordOne(const Vek::Ptr<Vek::Entity>& entity, const gnmi::PathElem& elem);
 
+  ModelSchema& schema_;
   std::vector<Saved> saved_;
 };
 

@@ -8,6 +8,7 @@
 #include <Zolt/Zolt.h>
 
 #include "CoalescingQueue.h"
+#include "GnmiPathText.h"
 #include "ValueEncoding.h"
 
 namespace VekGnmi::Server {
@@ -52,6 +53,13 @@ void Subscription::startSync() {
   for (const auto& entry : entries_) {
     Resolution r;
     const grpc::Status status = resolvePath(context_.schema, entry->params.path, r);
+    // A path the model cannot hold is not implemented by this target; a
+    // member that does not exist now is no error (see Subscription.h).
+    if (status.error_code() == grpc::StatusCode::NOT_FOUND) {
+      return fail({grpc::StatusCode::UNIMPLEMENTED,
+                   fmt::format("this target does not implement the path {}: {}", pathString(entry->params.path),
+                               status.error_message())});
+    }
     if (!status.ok()) return fail(status);
     for (PublishedEntity& e : r.cover) {
       if (seen.insert(e.entity.ptr()).second) cover.push_back(std::move(e));

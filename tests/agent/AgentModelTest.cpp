@@ -244,7 +244,7 @@ TEST_F(AgentModel, WildcardKeyCoversEveryMember) {
 
 TEST_F(AgentModel, ValuePathsCoverTheEntityThatHoldsThem) {
   Resolution r;
-  ASSERT_TRUE(resolve("/devices/dev1/routes[prefix=10.0.0.2/31]/metric", r).ok());
+  ASSERT_TRUE(resolve("/devices/dev1/routes[routesKey=10.0.0.2/31]/metric", r).ok());
   EXPECT_EQ(paths(r.cover), std::vector<std::string>{"/devices/dev1"});
   EXPECT_FALSE(r.absent);
   ASSERT_TRUE(resolve("/devices/dev1/system/cpuLoad", r).ok());
@@ -261,7 +261,7 @@ TEST_F(AgentModel, AbsentMembersAreNotErrors) {
   EXPECT_TRUE(r.absent);
   EXPECT_TRUE(r.cover.empty());
   EXPECT_EQ(paths(r.watch), std::vector<std::string>{"/devices/dev1"});
-  ASSERT_TRUE(resolve("/devices/dev1/routes[prefix=192.168.0.0/24]", r).ok());
+  ASSERT_TRUE(resolve("/devices/dev1/routes[routesKey=192.168.0.0/24]", r).ok());
   EXPECT_TRUE(r.absent);
 }
 
@@ -285,13 +285,32 @@ TEST_F(AgentModel, MalformedPathsAreInvalidArguments) {
   Resolution r;
   grpc::Status s = resolve("/devices[x=1]/dev1", r);
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
-  s = resolve("/devices/dev1/routes[prefix=bogus]", r);
+  s = resolve("/devices/dev1/routes[routesKey=bogus]", r);
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   EXPECT_NE(s.error_message().find("'bogus' is not a valid key"), std::string::npos);
   s = resolve("/devices/dev1/interfaces[name=eth0][mtu=1]", r);
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   s = resolve("/devices/dev1/system[k=v]/hostname", r);
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+}
+
+TEST_F(AgentModel, AKeyNameTheListDoesNotHaveIsRefusedNamingItsKey) {
+  Resolution r;
+  gnmi::Path emptyName = P("/devices/dev1/interfaces/mtu");  // interfaces[=eth0], which path text cannot say
+  (*emptyName.mutable_elem(2)->mutable_key())[""] = "eth0";
+  for (const gnmi::Path& path : {P("/devices/dev1/interfaces[namex=eth0]"), emptyName,
+                                 P("/devices/dev1/interfaces[namex=*]/mtu"),
+                                 P("/devices/dev1/interfaces[name=eth0][id=1]")}) {
+    const grpc::Status s = resolvePath(schema_, path, r);
+    EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT) << path.ShortDebugString();
+    EXPECT_THAT(s.error_message(), ::testing::StartsWith("'interfaces' under /devices/dev1 is keyed by [name], not "))
+        << path.ShortDebugString();
+  }
+  const grpc::Status s = resolve("/devices/dev1/routes[prefix=10.0.0.0/31]", r);
+  EXPECT_EQ(s.error_message(), "'routes' under /devices/dev1 is keyed by [routesKey], not [prefix=10.0.0.0/31]");
+  EXPECT_EQ(resolve("/devices/dev1/interfaces[name=eth0]/addresses[ip=10.0.0.0]", r).error_code(),
+            grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_TRUE(resolve("/devices/dev1/interfaces[name=eth0]/addresses[addressesKey=10.0.0.0]", r).ok());
 }
 
 TEST_F(AgentModel, OriginsAndJoining) {

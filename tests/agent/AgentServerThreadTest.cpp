@@ -4,6 +4,7 @@
 // output and errors, and shutdown with streams that sent nothing yet.
 #include <thread>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "AgentFixture.h"
@@ -76,8 +77,19 @@ TEST_F(AgentServerTest, GetStatuses) {
   expectStatus(get(r), grpc::StatusCode::NOT_FOUND,
                "nothing exists at /devices/dev1/interfaces[name=eth99]");
   r.clear_path();
-  *r.add_path() = P("/devices/dev1/routes[prefix=x]");
+  *r.add_path() = P("/devices/dev1/routes[routesKey=x]");
   EXPECT_EQ(get(r).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  // A key name the list does not have is refused, not read as eth0's.
+  gnmi::Path emptyName = P("/devices/dev1/interfaces");  // interfaces[=eth0]
+  (*emptyName.mutable_elem(2)->mutable_key())[""] = "eth0";
+  for (const gnmi::Path& path : {P("/devices/dev1/interfaces[namex=eth0]"), emptyName}) {
+    r.clear_path();
+    *r.add_path() = path;
+    const grpc::Status status = get(r);
+    EXPECT_EQ(status.error_code(), grpc::StatusCode::INVALID_ARGUMENT) << path.ShortDebugString();
+    EXPECT_THAT(status.error_message(),
+                ::testing::StartsWith("'interfaces' under /devices/dev1 is keyed by [name], not "));
+  }
   r.set_encoding(gnmi::ASCII);
   expectStatus(get(r), grpc::StatusCode::UNIMPLEMENTED,
                "encoding ASCII is not supported; use JSON, JSON_IETF or PROTO");
@@ -178,8 +190,17 @@ TEST_F(AgentServerTest, SubscribeStatuses) {
   r.mutable_subscribe()->set_encoding(gnmi::BYTES);
   EXPECT_EQ(subscribeOnce(r).error_code(), grpc::StatusCode::UNIMPLEMENTED);
   r.mutable_subscribe()->set_encoding(gnmi::JSON);
+  // A path the model cannot hold is not implemented (it is no absent value),
+  // in every mode.
   *s->mutable_path() = P("/devices/dev1/nosuch");
-  EXPECT_EQ(subscribeOnce(r).error_code(), grpc::StatusCode::NOT_FOUND);
+  expectStatus(subscribeOnce(r), grpc::StatusCode::UNIMPLEMENTED,
+               "this target does not implement the path /devices/dev1/nosuch: Demo::Device has no element 'nosuch' "
+               "(below /devices/dev1)");
+  r.mutable_subscribe()->set_mode(gnmi::SubscriptionList::ONCE);
+  EXPECT_EQ(subscribeOnce(r).error_code(), grpc::StatusCode::UNIMPLEMENTED);
+  r.mutable_subscribe()->set_mode(gnmi::SubscriptionList::STREAM);
+  *s->mutable_path() = P("/devices/dev1/interfaces[namex=eth0]");
+  EXPECT_EQ(subscribeOnce(r).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   // A valid path with nothing under it now is not an error: ONCE ends with
   // OK after an empty sync.
   *s->mutable_path() = P("/devices/dev1/interfaces[name=eth99]");

@@ -169,7 +169,7 @@ TEST_F(SetRequestTest, OperationsSplitIntoOneSetPerEntity) {
   *r.add_update() = update("interfaces[name=eth1]/mtu", "9000");
   *r.add_update() = update("system/hostname", "\"core1\"");
   *r.add_replace() = update("interfaces[name=eth1]/description", "\"uplink\"");
-  *r.add_update() = update("routes[prefix=10.0.0.2/31]/metric", "7");
+  *r.add_update() = update("routes[routesKey=10.0.0.2/31]/metric", "7");
   gnmi::Update ietf;
   *ietf.mutable_path() = P("interfaces[name=eth1]/enabled");
   ietf.mutable_val()->set_json_ietf_val("false");
@@ -192,7 +192,7 @@ TEST_F(SetRequestTest, OperationsSplitIntoOneSetPerEntity) {
   EXPECT_EQ(str(p.entities[1].entityPath), "/devices/dev1/system");
   EXPECT_EQ(p.entities[1].request.update(0).val().string_val(), "core1");
   EXPECT_EQ(str(p.entities[2].entityPath), "/devices/dev1");
-  EXPECT_EQ(str(p.entities[2].request.update(0).path()), "/routes[prefix=10.0.0.2/31]/metric");
+  EXPECT_EQ(str(p.entities[2].request.update(0).path()), "/routes[routesKey=10.0.0.2/31]/metric");
   EXPECT_EQ(p.entities[2].request.update(0).val().uint_val(), 7u);
 }
 
@@ -220,13 +220,13 @@ TEST_F(SetRequestTest, RefusalsNameTheOperation) {
   EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
   s = status("/devices", "1");
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
-  s = status("/devices/dev1/routes[prefix=nope]/metric", "1");
+  s = status("/devices/dev1/routes[routesKey=nope]/metric", "1");
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   EXPECT_NE(s.error_message().find("'nope' is not a valid key of 'routes'"), std::string::npos);
-  s = status("/devices/dev1/routes[prefix=192.168.0.0/24]/metric", "1");
+  s = status("/devices/dev1/routes[routesKey=192.168.0.0/24]/metric", "1");
   EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
   EXPECT_EQ(s.error_message(),
-            "update 0: routes[prefix=192.168.0.0/24] does not exist under /devices/dev1");
+            "update 0: routes[routesKey=192.168.0.0/24] does not exist under /devices/dev1");
   s = status("/devices/dev1/interfaces[name=eth0]/mtu", "70000000000");
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   EXPECT_NE(s.error_message().find("out of range"), std::string::npos);
