@@ -38,6 +38,24 @@ class DemoSource final : public ModelSource {
     encodeValue(leaf, value, encoding, out);
   }
 
+  bool agentWritesLeaves() const override { return false; }
+
+  grpc::Status setValue(const LeafInfo& leaf, const ClientValue& value, SetValue& out) const override {
+    std::string error;
+    const bool ok = value.json ? setValueForJson(leaf, *value.json, out.typed, error)
+                               : setValueForLeaf(leaf, *value.typed, out.typed, error);
+    return ok ? grpc::Status::OK : grpc::Status(grpc::StatusCode::INVALID_ARGUMENT, error);
+  }
+
+  std::string memberElement(Vek::VekType type, const std::string& name) const override {
+    const Vek::VekAttr attr = type->attr(name);
+    return attr && !attr->type()->isCollectionControl() ? name : std::string();
+  }
+
+  bool clearable(const Vek::VekAttrBase& attr) const override { return !isStateAttribute(attr); }
+
+  std::shared_ptr<void> writeAsDevice() const override { return std::make_shared<DeviceWrite>(); }
+
   std::unique_ptr<ChangeSimulator> changeSimulator(double rate, uint64_t seed) override {
     return std::make_unique<ChurnSimulator>(model_, rate, seed);
   }

@@ -14,9 +14,10 @@
 //     module-qualified names and key values in any form libyang reads);
 //   - how published values go out in each encoding (`encode`);
 //   - how a client's value for a leaf is converted and checked for Set
-//     (`setValue`), who writes it (the library's Set, or the agent itself),
-//     how members made or cleared by a Set are completed (`entityCreated`,
-//     `clearsInstead`);
+//     (`setValue`), who writes it (the library's Set, or the agent itself:
+//     `agentWritesLeaves`), how a JSON subtree names its members
+//     (`memberElement`), how entities made or cleared by a Set are completed
+//     (`entityCreated`, `keepsChild`, `clearable`);
 //   - the change simulator (`changeSimulator`).
 //
 // A source is made before the agent starts (errors are reported at start),
@@ -35,12 +36,31 @@
 
 #include <gnmi/gnmi.pb.h>
 
+#include <nlohmann/json.hpp>
+
 #include "ChangeSimulator.h"
 #include "ModelSchema.h"
 
 namespace VekGnmi::Server {
 
 struct DemoModel;
+
+// A client's value for one leaf (or leaf-list) in a Set: a JSON value (from
+// json_val or json_ietf_val, or a member of a JSON subtree) or a typed value
+// (PROTO). Exactly one is set.
+struct ClientValue {
+  const nlohmann::json* json = nullptr;
+  const gnmi::TypedValue* typed = nullptr;
+};
+
+// A client's value converted for its leaf: for a model whose leaves the
+// library's Set writes, the typed value that Set takes; for one whose leaves
+// the agent writes itself, the runtime values (one, or a leaf-list's
+// elements in order).
+struct SetValue {
+  gnmi::TypedValue typed;
+  std::vector<Vek::Ptr<Vek::GenericIf>> values;
+};
 
 class ModelSource {
  public:
@@ -76,6 +96,34 @@ class ModelSource {
   bool protoChanges(const gnmi::Path& prefix, const gnmi::Path& path, const gnmi::TypedValue& value) const {
     return protoMayChange(value) && protoChanges(schema().leafOf(prefix, path), value);
   }
+
+  // Set. Whether the agent writes leaves itself (runtime values from
+  // `setValue`, with the runtime's checks) rather than through the library's
+  // Set (the typed values `setValue` makes, converted and checked by the
+  // library). Structural changes (members made and removed, subtrees
+  // cleared) are the agent's in any case; see SetApply.h.
+  virtual bool agentWritesLeaves() const = 0;
+  // Converts and checks `value` for `leaf`. INVALID_ARGUMENT, naming the
+  // restriction the value breaks, when it is no value of the leaf.
+  virtual grpc::Status setValue(const LeafInfo& leaf, const ClientValue& value, SetValue& out) const = 0;
+  // The element name of the member `name` of a JSON object that stands for
+  // an entity of `entityType` (YANG: "module:name" or "name"); empty when
+  // the entity has no such member.
+  virtual std::string memberElement(Vek::VekType entityType, const std::string& name) const = 0;
+  // Completes an entity the agent has just made through the instantiating
+  // attribute `attr` (with `key` for a list member): YANG sets its key leaves
+  // and makes its non-presence containers.
+  virtual void entityCreated(Vek::Entity&, const Vek::VekAttr&, const Vek::GenericIf*) const {}
+  // Whether deleting the owned child of `attr` empties it instead of
+  // removing it (YANG non-presence containers exist with their parent).
+  virtual bool keepsChild(const Vek::VekAttrBase&) const { return false; }
+  // Whether a Set that clears an entity (a delete or a replace of it)
+  // removes what `attr` holds: its configuration, not its state or keys.
+  virtual bool clearable(const Vek::VekAttrBase& attr) const = 0;
+  // While the returned object lives, this thread writes as the device
+  // itself (state attributes accept its writes): how an undo restores state
+  // that a refused Set removed with its entity.
+  virtual std::shared_ptr<void> writeAsDevice() const { return nullptr; }
 
   // The change simulator of `rate` changes a second; null when the model has
   // nothing to change.

@@ -390,23 +390,63 @@ bool jsonToTyped(const LeafInfo& leaf, const nlohmann::json& json, gnmi::TypedVa
 
 }  // namespace
 
+bool parseClientJson(std::string_view text, nlohmann::json& out, std::string& error) {
+  int depth = 0;
+  bool inString = false;
+  bool escaped = false;
+  for (const char c : text) {
+    if (inString) {
+      if (escaped) {
+        escaped = false;
+      } else if (c == '\\') {
+        escaped = true;
+      } else if (c == '"') {
+        inString = false;
+      }
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > MAX_JSON_DEPTH) {
+        error = fmt::format("the JSON value nests arrays and objects deeper than {} levels", MAX_JSON_DEPTH);
+        return false;
+      }
+    } else if (c == ']' || c == '}') {
+      --depth;
+    }
+  }
+  out = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
+  if (out.is_discarded()) {
+    error = fmt::format("'{}' is not JSON", text.size() > 200 ? std::string(text.substr(0, 200)) + "..." : text);
+    return false;
+  }
+  return true;
+}
+
+namespace {
+
+// Pointers and leaf lists are not set through the library's Set.
+bool settable(const LeafInfo& leaf, std::string& error) {
+  if (leaf.kind != LeafKind::Pointer && leaf.kind != LeafKind::Array) return true;
+  error = fmt::format("{} leaves cannot be set", leaf.kind == LeafKind::Pointer ? "pointer" : "leaf-list");
+  return false;
+}
+
+}  // namespace
+
+bool setValueForJson(const LeafInfo& leaf, const nlohmann::json& value, gnmi::TypedValue& out, std::string& error) {
+  out.Clear();
+  return settable(leaf, error) && jsonToTyped(leaf, value, out, error);
+}
+
 bool setValueForLeaf(const LeafInfo& leaf, const gnmi::TypedValue& value, gnmi::TypedValue& out,
                      std::string& error) {
   out.Clear();
-  if (leaf.kind == LeafKind::Pointer || leaf.kind == LeafKind::Array) {
-    error = fmt::format("{} leaves cannot be set",
-                        leaf.kind == LeafKind::Pointer ? "pointer" : "leaf-list");
-    return false;
-  }
   if (value.has_json_val() || value.has_json_ietf_val()) {
-    const std::string& text = value.has_json_val() ? value.json_val() : value.json_ietf_val();
-    std::optional<nlohmann::json> json = jsonParse(text);
-    if (!json) {
-      error = fmt::format("'{}' is not JSON", text);
-      return false;
-    }
-    return jsonToTyped(leaf, *json, out, error);
+    nlohmann::json json;
+    if (!parseClientJson(value.has_json_val() ? value.json_val() : value.json_ietf_val(), json, error)) return false;
+    return setValueForJson(leaf, json, out, error);
   }
+  if (!settable(leaf, error)) return false;
   const Code code = leaf.type && leaf.type->isBuiltin() ? leaf.type->builtinCode() : Code::None;
   if ((value.has_int_val() || value.has_uint_val()) && isInteger(code)) {
     const Int128 v = value.has_int_val() ? Int128{value.int_val()} : Int128{value.uint_val()};

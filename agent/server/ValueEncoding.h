@@ -27,10 +27,15 @@
 // for the leaf: json_val / json_ietf_val scalars are converted by the leaf's
 // type (64-bit integers may come as strings, as JSON_IETF sends them),
 // integers are range-checked for the leaf's width and given the signedness
-// of the leaf's type.
+// of the leaf's type. JSON from clients is parsed with a bound on its
+// nesting (MAX_JSON_DEPTH levels of arrays and objects): nothing deeper is
+// parsed, printed or walked, so no client value can exhaust the stack.
 #pragma once
 
 #include <string>
+#include <string_view>
+
+#include <nlohmann/json.hpp>
 
 #include <grpcpp/support/status.h>
 
@@ -39,6 +44,14 @@
 #include "ModelSchema.h"
 
 namespace VekGnmi::Server {
+
+// The deepest nesting of arrays and objects a client's JSON value may have.
+inline constexpr int MAX_JSON_DEPTH = 64;
+
+// Parses a client's JSON text; false with `error` when it is not one JSON
+// document or nests deeper than MAX_JSON_DEPTH (found before parsing, in
+// time linear in the text).
+bool parseClientJson(std::string_view text, nlohmann::json& out, std::string& error);
 
 // OK for JSON, JSON_IETF and PROTO; UNIMPLEMENTED for the others.
 grpc::Status checkEncoding(int encoding);
@@ -62,6 +75,8 @@ bool protoConverts(const LeafInfo* leaf);
 // not fit the leaf.
 bool setValueForLeaf(const LeafInfo& leaf, const gnmi::TypedValue& value, gnmi::TypedValue& out,
                      std::string& error);
+// The same from a JSON value (parsed already, e.g. a member of a subtree).
+bool setValueForJson(const LeafInfo& leaf, const nlohmann::json& value, gnmi::TypedValue& out, std::string& error);
 
 // The exact decimal text of a count of nanoseconds as seconds: 1500000000
 // gives "1.5", -1 gives "-0.000000001".

@@ -63,6 +63,18 @@ bool convertsInProto(const YangLeaf& leaf) {
   }
 }
 
+grpc::Status invalid(std::string message) { return {grpc::StatusCode::INVALID_ARGUMENT, std::move(message)}; }
+
+// The text of a client's JSON scalar for `leaf`, as RFC 7951 writes values:
+// strings as they are (64-bit integers and decimal64 may come as strings),
+// numbers and booleans as their JSON, [null] for empty.
+Ostrel::Result<std::string, std::string> jsonText(const YangLeaf& leaf, const nlohmann::json& value) {
+  if (value.is_string()) return value.get<std::string>();
+  if (value.is_number() || value.is_boolean()) return value.dump();
+  if (value == nlohmann::json::array({nullptr})) return std::string();
+  return Ostrel::Failure{fmt::format("{} is no value of leaf {}", value.dump(), leaf.node->name)};
+}
+
 std::string jsonText(const YangLeaf& leaf, const gnmi::TypedValue& value, bool ietf) {
   const auto one = [&](const gnmi::TypedValue& v) {
     const std::string canonical = Yang::YangValue::publishedText(leaf, v);
@@ -135,6 +147,79 @@ class YangSource final : public ModelSource {
     }
   }
 
+
+  bool agentWritesLeaves() const override { return true; }
+
+  grpc::Status setValue(const LeafInfo& leaf, const ClientValue& value, SetValue& out) const override {
+    if (leaf.yang == nullptr) return invalid("it is not a leaf of the YANG model");
+    const YangLeaf& y = *leaf.yang;
+    const auto add = [&](const Ostrel::Result<std::string, std::string>& text) {
+      if (!text) return invalid(text.error());
+      auto canonical = Yang::YangValue::fromClient(y, text.value());
+      if (!canonical) return invalid(canonical.error());
+      auto runtime = Yang::YangValue::runtimeValue(y, canonical.value());
+      if (!runtime) return invalid(runtime.error());
+      out.values.push_back(std::move(runtime).value());
+      return grpc::Status::OK;
+    };
+    if (value.json != nullptr) {
+      const nlohmann::json& json = *value.json;
+      if (!y.leafList) return add(jsonText(y, json));
+      if (!json.is_array()) return invalid(fmt::format("{} is a leaf-list; its value is a JSON array", y.node->name));
+      for (const nlohmann::json& element : json) {
+        const grpc::Status status = add(jsonText(y, element));
+        if (!status.ok()) return status;
+      }
+      return grpc::Status::OK;
+    }
+    const gnmi::TypedValue& typed = *value.typed;
+    if (typed.has_leaflist_val() != y.leafList) {
+      return invalid(y.leafList ? fmt::format("{} is a leaf-list; its value is a leaflist_val", y.node->name)
+                                : fmt::format("{} is a leaf; a leaflist_val is no value of it", y.node->name));
+    }
+    if (!y.leafList) return add(Yang::YangValue::typedText(y, typed));
+    for (const gnmi::TypedValue& element : typed.leaflist_val().element()) {
+      const grpc::Status status = add(Yang::YangValue::typedText(y, element));
+      if (!status.ok()) return status;
+    }
+    return grpc::Status::OK;
+  }
+
+  std::string memberElement(Vek::VekType type, const std::string& name) const override {
+    const YangNode* parent = model_->nodeOfType(type);
+    const lysc_node* schema = parent ? model_->child(parent->node, name) : nullptr;
+    if (schema == nullptr) return {};
+    if (const YangLeaf* leaf = model_->leaf(schema)) return leaf->element;
+    if (const YangNode* node = model_->node(schema)) return node->element;
+    return {};
+  }
+
+  void entityCreated(Vek::Entity& entity, const Vek::VekAttr& attr, const Vek::GenericIf* key) const override {
+    const YangNode* node = model_->node(attr.base());
+    if (node == nullptr) return;
+    if (node->list && !node->keyless && key != nullptr) {
+      for (const YangLeaf* keyLeaf : node->keys) {
+        if (node->keys.size() == 1) {
+          keyLeaf->attr.genericIfSet(&entity, nullptr, key);
+        } else {
+          const Vek::VekAttr field = node->keyType->attr(keyLeaf->element);
+          keyLeaf->attr.genericIfSet(&entity, nullptr, field.genericIfGet(key).ptr());
+        }
+      }
+    }
+    Yang::YangData::populate(*model_, entity);
+  }
+
+  bool keepsChild(const Vek::VekAttrBase& attr) const override {
+    const YangNode* node = model_->node(&attr);
+    return node != nullptr && !node->list && !node->presence;
+  }
+
+  bool clearable(const Vek::VekAttrBase& attr) const override {
+    if (const YangLeaf* leaf = model_->leaf(&attr)) return !leaf->key && !leaf->state;
+    if (const YangNode* node = model_->node(&attr)) return !node->state;
+    return false;
+  }
 
   std::unique_ptr<ChangeSimulator> changeSimulator(double rate, uint64_t seed) override {
     return std::make_unique<YangChurn>(*model_, root(), rate, seed);

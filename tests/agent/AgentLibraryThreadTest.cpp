@@ -316,15 +316,20 @@ TEST(AgentLibrary, SetAppliesAllOrNothingAcrossEntitiesAndGetShowsIt) {
   *bad.mutable_prefix() = P(DEV);
   *bad.add_update() = jsonUpdate("system/hostname", R"("core2")");
   *bad.add_update() = jsonUpdate("interfaces[name=eth1]/mtu", "10");
+  // The device's refusal is an invalid argument, not a path that was not
+  // found (as the library's Set reports it).
   const grpc::Status refused = live.set(bad, response);
-  EXPECT_EQ(refused.error_code(), grpc::StatusCode::NOT_FOUND) << refused.error_message();
+  EXPECT_EQ(refused.error_code(), grpc::StatusCode::INVALID_ARGUMENT) << refused.error_message();
+  EXPECT_EQ(refused.error_message(),
+            "the device refused /devices/dev1/interfaces[name=eth1]/mtu: mtu 10 is outside 64..9216; nothing was "
+            "changed");
   // The same within one entity: the description written before the refused
   // MTU is written back.
   gnmi::SetRequest badOne;
   *badOne.mutable_prefix() = P(ETH1);
   *badOne.add_update() = jsonUpdate("description", R"("never")");
   *badOne.add_update() = jsonUpdate("mtu", "10");
-  EXPECT_EQ(live.set(badOne, response).error_code(), grpc::StatusCode::NOT_FOUND);
+  EXPECT_EQ(live.set(badOne, response).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   EXPECT_EQ(live.onLoop([&] {
     return live.agent().model().device->entity("interfaces", Vek::genericIfOf("eth1"))->value<Vek::String>("description")
         .stdString();

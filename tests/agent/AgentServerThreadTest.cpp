@@ -9,6 +9,7 @@
 
 #include "AgentFixture.h"
 #include "ClientCommands.h"
+#include "SubscribeClient.h"
 
 namespace {
 
@@ -110,10 +111,6 @@ TEST_F(AgentServerTest, GetStatuses) {
 }
 
 TEST_F(AgentServerTest, SetStatuses) {
-  gnmi::SetRequest deletes;
-  *deletes.add_delete_() = P("/devices/dev1/interfaces[name=eth0]/description");
-  expectStatus(set(deletes), grpc::StatusCode::UNIMPLEMENTED,
-               "this target does not apply deletes; nothing was changed");
   gnmi::SetRequest unionReplace;
   gnmi::Update* u = unionReplace.add_union_replace();
   *u->mutable_path() = P("/devices/dev1/system/hostname");
@@ -127,10 +124,10 @@ TEST_F(AgentServerTest, SetStatuses) {
                "update 0: /devices/dev1/interfaces[name=eth0]/mtu: \"large\" is not an integer");
   u->mutable_val()->set_json_ietf_val("{");
   EXPECT_EQ(set(bad).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
-  *u->mutable_path() = P("/devices/dev1/interfaces[name=eth77]/mtu");
+  *u->mutable_path() = P("/devices/dev1/interfaces[name=eth0]/mtux");
   u->mutable_val()->set_json_val("1500");
   expectStatus(set(bad), grpc::StatusCode::NOT_FOUND,
-               "update 0: interfaces[name=eth77] does not exist under /devices/dev1");
+               "update 0: Demo::Interface has no element 'mtux' (below /devices/dev1/interfaces[name=eth0])");
 
   gnmi::SetRequest empty;
   gnmi::SetResponse response;
@@ -138,28 +135,25 @@ TEST_F(AgentServerTest, SetStatuses) {
   EXPECT_GT(response.timestamp(), 0);
   EXPECT_EQ(response.response_size(), 0);
 
-  // The library's refusals come back as they are.
+  // A value the device refuses (its MTU range, checked when the value is
+  // written) is an invalid argument, whatever the library's Set says.
   gnmi::SetRequest outOfRange;
   u = outOfRange.add_update();
   *u->mutable_path() = P("/devices/dev1/interfaces[name=eth0]/mtu");
-  u->mutable_val()->set_json_val("20000");
-  const grpc::Status refused = set(outOfRange);
-  EXPECT_EQ(refused.error_code(), grpc::StatusCode::NOT_FOUND) << refused.error_message();
-  EXPECT_NE(refused.error_message().find("mtu 20000 is outside 64..9216"), std::string::npos)
-      << refused.error_message();
+  u->mutable_val()->set_json_val("10000");
+  expectStatus(set(outOfRange), grpc::StatusCode::INVALID_ARGUMENT,
+               "the device refused /devices/dev1/interfaces[name=eth0]/mtu: mtu 10000 is outside 64..9216; nothing "
+               "was changed");
   // State (written by the device only) and read-only leaves.
   gnmi::SetRequest state;
   u = state.add_update();
   *u->mutable_path() = P("/devices/dev1/interfaces[name=eth0]/macAddress");
   u->mutable_val()->set_json_val("\"02:00:00:00:00:99\"");
-  const grpc::Status stateRefused = set(state);
-  EXPECT_EQ(stateRefused.error_code(), grpc::StatusCode::NOT_FOUND) << stateRefused.error_message();
-  EXPECT_NE(stateRefused.error_message().find("macAddress is state, written by the device only"),
-            std::string::npos)
-      << stateRefused.error_message();
+  expectStatus(set(state), grpc::StatusCode::INVALID_ARGUMENT,
+               "update 0: /devices/dev1/interfaces[name=eth0]/macAddress is state; clients cannot set it");
   *u->mutable_path() = P("/devices/dev1/interfaces[name=eth0]/name");
   u->mutable_val()->set_json_val("\"eth9\"");
-  EXPECT_EQ(set(state).error_code(), grpc::StatusCode::NOT_FOUND);
+  EXPECT_EQ(set(state).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
 
   gnmi::SetRequest valid;
   u = valid.add_update();
@@ -172,6 +166,133 @@ TEST_F(AgentServerTest, SetStatuses) {
     return fixture_.agent().model().device->entity("interfaces", Vek::genericIfOf("eth0"))->value<unsigned>("mtu");
   }),
             1600u);
+}
+
+// The demo device's Set beyond leaves: members made, removed and replaced.
+class AgentSetTest : public AgentServerTest {
+ protected:
+  static gnmi::Update json(const std::string& path, const std::string& value) {
+    gnmi::Update u;
+    *u.mutable_path() = P(path);
+    u.mutable_val()->set_json_ietf_val(value);
+    return u;
+  }
+  // What Get answers for `path` as "path=value" lines; empty when nothing
+  // exists there.
+  std::vector<std::string> got(const std::string& path, gnmi::GetRequest::DataType type = gnmi::GetRequest::ALL) {
+    gnmi::GetRequest r;
+    *r.add_path() = P(path);
+    r.set_type(type);
+    gnmi::GetResponse response;
+    if (!get(r, &response).ok()) return {};
+    return flat({response.notification().begin(), response.notification().end()});
+  }
+  // A stream of every change under the interfaces, after its sync.
+  std::unique_ptr<Stream> watchInterfaces() {
+    auto stream = std::make_unique<Stream>(fixture_.stub(), subscription(gnmi::SubscriptionList::STREAM,
+                                                                         {"/devices/dev1/interfaces"},
+                                                                         gnmi::JSON_IETF, gnmi::ON_CHANGE));
+    stream->untilSync();
+    return stream;
+  }
+  // The stream's notifications as lines, until they hold every one of
+  // `expected` (changes of a leaf may be coalesced to its newest value).
+  static std::vector<std::string> until(Stream& stream, const std::vector<std::string>& expected) {
+    std::vector<std::string> lines;
+    const auto seen = [&] {
+      return std::all_of(expected.begin(), expected.end(), [&](const std::string& line) {
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+      });
+    };
+    for (int i = 0; i < 100 && !seen(); ++i) {
+      for (const std::string& line : flat({stream.next()})) lines.push_back(line);
+    }
+    return lines;
+  }
+};
+
+const std::string ETH = "/devices/dev1/interfaces[name=";
+
+TEST_F(AgentSetTest, DeletingAMemberRemovesItAndStreamsItsDelete) {
+  auto stream = watchInterfaces();
+  gnmi::SetRequest r;
+  *r.add_delete_() = P(ETH + "eth2]");
+  *r.add_delete_() = P(ETH + "eth99]");  // not there: accepted, nothing to do
+  gnmi::SetResponse response;
+  ASSERT_TRUE(set(r, &response).ok());
+  ASSERT_EQ(response.response_size(), 2);
+  EXPECT_EQ(response.response(0).op(), gnmi::UpdateResult::DELETE);
+  EXPECT_EQ(until(*stream, {"delete " + ETH + "eth2]"}), std::vector<std::string>{"delete " + ETH + "eth2]"});
+  EXPECT_TRUE(got(ETH + "eth2]").empty());
+  EXPECT_FALSE(got(ETH + "eth3]").empty());
+  stream->context.TryCancel();
+}
+
+TEST_F(AgentSetTest, AnUpdateBelowAMemberThatDoesNotExistMakesIt) {
+  auto stream = watchInterfaces();
+  gnmi::SetRequest r;
+  *r.add_update() = json(ETH + "eth20]/mtu", "9000");
+  *r.add_update() = json(ETH + "eth20]/addresses[addressesKey=10.9.9.9]/prefixLength", "30");
+  ASSERT_TRUE(set(r).ok());
+  // The new member is published, then the values the Set wrote.
+  const std::vector<std::string> streamed =
+      until(*stream, {ETH + "eth20]/mtu=ietf:9000", ETH + "eth20]/addresses[addressesKey=10.9.9.9]/prefixLength=ietf:30"});
+  EXPECT_THAT(streamed, ::testing::Contains(ETH + "eth20]/name=ietf:\"eth20\""));
+  EXPECT_EQ(got(ETH + "eth20]", gnmi::GetRequest::CONFIG),
+            (std::vector<std::string>{ETH + "eth20]/description=\"\"", ETH + "eth20]/mtu=9000",
+                                      ETH + "eth20]/enabled=true",
+                                      ETH + "eth20]/addresses[addressesKey=10.9.9.9]/addressesKey=\"10.9.9.9\"",
+                                      ETH + "eth20]/addresses[addressesKey=10.9.9.9]/prefixLength=30",
+                                      ETH + "eth20]/addresses[addressesKey=10.9.9.9]/origin=\"static\""}));
+  stream->context.TryCancel();
+}
+
+TEST_F(AgentSetTest, AReplaceMakesASubtreeExactlyItsValue) {
+  gnmi::SetRequest r;
+  *r.add_replace() = json(ETH + "eth1]", R"({"name": "eth1", "description": "replaced",
+                                             "addresses": [{"addressesKey": "10.1.1.1", "prefixLength": 24}]})");
+  ASSERT_TRUE(set(r).ok());
+  // The MTU the value leaves out is back at its default; the old address is
+  // gone; the state stays.
+  EXPECT_EQ(got(ETH + "eth1]", gnmi::GetRequest::CONFIG),
+            (std::vector<std::string>{ETH + "eth1]/description=\"replaced\"", ETH + "eth1]/mtu=1500",
+                                      ETH + "eth1]/enabled=true",
+                                      ETH + "eth1]/addresses[addressesKey=10.1.1.1]/addressesKey=\"10.1.1.1\"",
+                                      ETH + "eth1]/addresses[addressesKey=10.1.1.1]/prefixLength=24",
+                                      ETH + "eth1]/addresses[addressesKey=10.1.1.1]/origin=\"static\""}));
+  EXPECT_EQ(got(ETH + "eth1]/operStatus"), std::vector<std::string>{ETH + "eth1]/operStatus=\"up\""});
+}
+
+TEST_F(AgentSetTest, ARefusedSetChangesNothingItsStructuralStepsDid) {
+  const std::vector<std::string> eth1 = got(ETH + "eth1]");
+  const std::vector<std::string> eth3 = got(ETH + "eth3]");
+  ASSERT_FALSE(eth1.empty());
+  gnmi::SetRequest r;
+  *r.add_delete_() = P(ETH + "eth1]");
+  *r.add_replace() = json(ETH + "eth3]", R"({"description": "replaced"})");
+  *r.add_update() = json(ETH + "eth30]/description", R"("new")");
+  *r.add_update() = json(ETH + "eth2]/mtu", "10000");  // the device refuses it
+  expectStatus(set(r), grpc::StatusCode::INVALID_ARGUMENT,
+               "the device refused /devices/dev1/interfaces[name=eth2]/mtu: mtu 10000 is outside 64..9216; nothing "
+               "was changed");
+  // eth1 is back with its configuration and state, eth3 as it was, eth30
+  // was never made.
+  EXPECT_EQ(got(ETH + "eth1]"), eth1);
+  EXPECT_EQ(got(ETH + "eth3]"), eth3);
+  EXPECT_TRUE(got(ETH + "eth30]").empty());
+  // A member the device does not let clients make.
+  gnmi::SetRequest neighbor;
+  *neighbor.add_update() = json("/devices/dev1/neighbors[name=nbr9]/remoteSystem", R"("x")");
+  EXPECT_EQ(set(neighbor).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_TRUE(got("/devices/dev1/neighbors[name=nbr9]").empty());
+}
+
+TEST_F(AgentSetTest, AValueNestedTooDeeplyIsRefusedAndTheAgentGoesOn) {
+  gnmi::SetRequest r;
+  *r.add_update() = json("/devices/dev1/system/motd", std::string(100000, '[') + std::string(100000, ']'));
+  expectStatus(set(r), grpc::StatusCode::INVALID_ARGUMENT,
+               "update 0: /devices/dev1/system/motd: the JSON value nests arrays and objects deeper than 64 levels");
+  EXPECT_EQ(got("/devices/dev1/system/motd"), std::vector<std::string>{"/devices/dev1/system/motd={\"banner\":\"welcome\"}"});
 }
 
 TEST_F(AgentServerTest, SubscribeStatuses) {
@@ -289,10 +410,12 @@ TEST_F(AgentServerTest, ClientPrintsCapabilitiesAndErrors) {
             "/devices/dev1/interfaces[name=eth0])\n");
   std::ostringstream out3;
   std::ostringstream err3;
-  EXPECT_EQ(VekGnmi::Client::runClient({"-a", fixture_.address(), "set", "--delete", "/devices/dev1"},
-                                       out3, err3),
+  EXPECT_EQ(VekGnmi::Client::runClient(
+                {"-a", fixture_.address(), "set", "--delete", "/devices/dev1/neighbors[name=nbr0]"}, out3, err3),
             1);
-  EXPECT_EQ(err3.str(), "error: UNIMPLEMENTED (12): this target does not apply deletes; nothing was changed\n");
+  EXPECT_EQ(err3.str(),
+            "error: INVALID_ARGUMENT (3): delete 0: /devices/dev1/neighbors[name=nbr0] is state; clients cannot "
+            "delete it\n");
   std::ostringstream out4;
   std::ostringstream err4;
   EXPECT_EQ(VekGnmi::Client::runClient({"-a", fixture_.address(), "subscribe", "--mode", "once",

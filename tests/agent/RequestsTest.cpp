@@ -5,7 +5,9 @@
 #include "GnmiPathText.h"
 #include "TestPaths.h"
 #include "ModelSchema.h"
+#include "ModelSource.h"
 #include "Requests.h"
+#include "SetPlan.h"
 
 namespace {
 
@@ -135,9 +137,10 @@ TEST(GetRequest, DataTypes) {
 
 class SetRequestTest : public ::testing::Test {
  protected:
-  SetRequestTest() : model_(buildDemoModel(4)), schema_(model_.root, isStateAttribute) {}
+  SetRequestTest() : source_(makeDemoSource(4)) { source_->build(); }
+  ~SetRequestTest() override { source_->teardown(); }
 
-  grpc::Status plan(const gnmi::SetRequest& r, SetPlan& out) { return planSet(schema_, r, out); }
+  grpc::Status plan(const gnmi::SetRequest& r, SetPlan& out) { return planSet(*source_, r, out); }
 
   static gnmi::Update update(const std::string& path, const std::string& json) {
     gnmi::Update u;
@@ -146,24 +149,32 @@ class SetRequestTest : public ::testing::Test {
     return u;
   }
 
-  DemoModel model_;
-  ModelSchema schema_;
+  // The steps as "Kind path", a write with its typed value.
+  static std::vector<std::string> steps(const SetPlan& p) {
+    std::vector<std::string> out;
+    for (const SetStep& s : p.steps) {
+      static const char* const KINDS[] = {"Ensure", "Delete", "Clear", "Prune", "Write"};
+      std::string line = std::string(KINDS[static_cast<int>(s.kind)]) + " " + str(s.path);
+      if (s.kind == SetStep::Kind::Write) line += " " + s.value.typed.ShortDebugString();
+      if (s.kind == SetStep::Kind::Write && s.replace) line += " (replace)";
+      out.push_back(line);
+    }
+    return out;
+  }
+
+  std::shared_ptr<ModelSource> source_;
 };
 
-TEST_F(SetRequestTest, DeletesAndUnionReplaceAreUnimplemented) {
-  gnmi::SetRequest r;
-  *r.add_delete_() = P("/devices/dev1/interfaces[name=eth0]/description");
-  *r.add_update() = update("/devices/dev1/interfaces[name=eth0]/mtu", "9000");
-  SetPlan p;
-  grpc::Status s = plan(r, p);
-  EXPECT_EQ(s.error_code(), grpc::StatusCode::UNIMPLEMENTED);
-  EXPECT_EQ(s.error_message(), "this target does not apply deletes; nothing was changed");
+TEST_F(SetRequestTest, UnionReplaceIsUnimplemented) {
   gnmi::SetRequest u;
   *u.add_union_replace() = update("/devices/dev1/system/hostname", "\"x\"");
-  EXPECT_EQ(plan(u, p).error_code(), grpc::StatusCode::UNIMPLEMENTED);
+  SetPlan p;
+  const grpc::Status s = plan(u, p);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::UNIMPLEMENTED);
+  EXPECT_EQ(s.error_message(), "this target does not apply union_replace; nothing was changed");
 }
 
-TEST_F(SetRequestTest, OperationsSplitIntoOneSetPerEntity) {
+TEST_F(SetRequestTest, OperationsBecomeStepsInGnmiOrderWithTheirValuesConverted) {
   gnmi::SetRequest r;
   *r.mutable_prefix() = P("/devices/dev1");
   *r.add_update() = update("interfaces[name=eth1]/mtu", "9000");
@@ -174,26 +185,66 @@ TEST_F(SetRequestTest, OperationsSplitIntoOneSetPerEntity) {
   *ietf.mutable_path() = P("interfaces[name=eth1]/enabled");
   ietf.mutable_val()->set_json_ietf_val("false");
   *r.add_update() = ietf;
+  *r.add_delete_() = P("interfaces[name=eth3]");
   SetPlan p;
   ASSERT_TRUE(plan(r, p).ok());
-  ASSERT_EQ(p.entities.size(), 3u);
-  // Replaces are planned first, as the library applies them.
-  EXPECT_EQ(str(p.entities[0].entityPath), "/devices/dev1/interfaces[name=eth1]");
-  const gnmi::SetRequest& eth1 = p.entities[0].request;
-  EXPECT_EQ(str(eth1.prefix()), "/devices/dev1/interfaces[name=eth1]");
-  ASSERT_EQ(eth1.replace_size(), 1);
-  EXPECT_EQ(str(eth1.replace(0).path()), "/description");
-  EXPECT_EQ(eth1.replace(0).val().string_val(), "uplink");
-  ASSERT_EQ(eth1.update_size(), 2);
-  EXPECT_EQ(str(eth1.update(0).path()), "/mtu");
-  EXPECT_EQ(eth1.update(0).val().uint_val(), 9000u);
-  EXPECT_FALSE(eth1.update(1).val().bool_val());
-  EXPECT_TRUE(eth1.update(1).val().has_bool_val());
-  EXPECT_EQ(str(p.entities[1].entityPath), "/devices/dev1/system");
-  EXPECT_EQ(p.entities[1].request.update(0).val().string_val(), "core1");
-  EXPECT_EQ(str(p.entities[2].entityPath), "/devices/dev1");
-  EXPECT_EQ(str(p.entities[2].request.update(0).path()), "/routes[routesKey=10.0.0.2/31]/metric");
-  EXPECT_EQ(p.entities[2].request.update(0).val().uint_val(), 7u);
+  const std::string eth1 = "/devices/dev1/interfaces[name=eth1]";
+  EXPECT_EQ(steps(p), (std::vector<std::string>{
+                          "Delete /devices/dev1/interfaces[name=eth3]",
+                          "Ensure " + eth1,
+                          "Write " + eth1 + "/description string_val: \"uplink\" (replace)",
+                          "Ensure " + eth1,
+                          "Write " + eth1 + "/mtu uint_val: 9000",
+                          "Ensure /devices/dev1/system",
+                          "Write /devices/dev1/system/hostname string_val: \"core1\"",
+                          "Ensure /devices/dev1/routes[routesKey=10.0.0.2/31]",
+                          "Write /devices/dev1/routes[routesKey=10.0.0.2/31]/metric uint_val: 7",
+                          "Ensure " + eth1,
+                          "Write " + eth1 + "/enabled bool_val: false",
+                      }));
+  EXPECT_EQ(p.steps[4].entityElems, 3);
+  EXPECT_EQ(p.steps[8].entityElems, 2);  // routes[...] is a member of a collection of values
+}
+
+TEST_F(SetRequestTest, AJsonSubtreeBecomesItsEntitiesAndLeaves) {
+  gnmi::SetRequest r;
+  *r.add_update() = update("/devices/dev1/interfaces[name=eth9]",
+                           R"({"name": "eth9", "mtu": 9000, "addresses": [{"addressesKey": "10.9.9.9", "prefixLength": 30}]})");
+  SetPlan p;
+  ASSERT_TRUE(plan(r, p).ok());
+  const std::string eth9 = "/devices/dev1/interfaces[name=eth9]";
+  // Members in the order of their names (the value's own order is not kept).
+  EXPECT_EQ(steps(p), (std::vector<std::string>{
+                          "Ensure " + eth9,
+                          "Ensure " + eth9 + "/addresses[addressesKey=10.9.9.9]",
+                          "Write " + eth9 + "/addresses[addressesKey=10.9.9.9]/prefixLength uint_val: 30",
+                          "Ensure " + eth9,
+                          "Write " + eth9 + "/mtu uint_val: 9000",
+                      }));
+  // A replace empties the entity first, and a whole list keeps only what it lists.
+  gnmi::SetRequest replace;
+  *replace.add_replace() = update("/devices/dev1/interfaces[name=eth1]/addresses", R"([{"addressesKey": "10.0.0.2"}])");
+  *replace.add_replace() = update("/devices/dev1/interfaces[name=eth2]", R"({"mtu": 1400})");
+  ASSERT_TRUE(plan(replace, p).ok());
+  EXPECT_EQ(steps(p), (std::vector<std::string>{
+                          "Prune /devices/dev1/interfaces[name=eth1]/addresses",
+                          "Delete /devices/dev1/interfaces[name=eth1]/addresses[addressesKey=10.0.0.2]",
+                          "Ensure /devices/dev1/interfaces[name=eth1]/addresses[addressesKey=10.0.0.2]",
+                          "Clear /devices/dev1/interfaces[name=eth2]",
+                          "Ensure /devices/dev1/interfaces[name=eth2]",
+                          "Write /devices/dev1/interfaces[name=eth2]/mtu uint_val: 1400 (replace)",
+                      }));
+}
+
+TEST_F(SetRequestTest, ALaterReplaceOverridesEarlierWritesBelowIt) {
+  gnmi::SetRequest r;
+  *r.add_replace() = update("/devices/dev1/interfaces[name=eth1]/description", "\"first\"");
+  *r.add_replace() = update("/devices/dev1/interfaces[name=eth1]", R"({"mtu": 1400})");
+  SetPlan p;
+  ASSERT_TRUE(plan(r, p).ok());
+  const std::string eth1 = "/devices/dev1/interfaces[name=eth1]";
+  EXPECT_EQ(steps(p), (std::vector<std::string>{"Clear " + eth1, "Ensure " + eth1,
+                                                "Write " + eth1 + "/mtu uint_val: 1400 (replace)"}));
 }
 
 TEST_F(SetRequestTest, RefusalsNameTheOperation) {
@@ -203,16 +254,17 @@ TEST_F(SetRequestTest, RefusalsNameTheOperation) {
     *r.add_update() = update(path, json);
     return plan(r, p);
   };
-  grpc::Status s = status("/devices/dev1/interfaces[name=eth9]/mtu", "1");
-  EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
-  EXPECT_EQ(s.error_message(), "update 0: interfaces[name=eth9] does not exist under /devices/dev1");
-  s = status("/devices/dev1/interfaces[name=eth0]/mtu", "\"big\"");
+  grpc::Status s = status("/devices/dev1/interfaces[name=eth0]/mtu", "\"big\"");
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(s.error_message(), "update 0: /devices/dev1/interfaces[name=eth0]/mtu: \"big\" is not an integer");
+  s = status("/devices/dev1/routes[routesKey=10.0.0.2/31]", "1");
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   EXPECT_EQ(s.error_message(),
-            "update 0: /devices/dev1/interfaces[name=eth0]/mtu: \"big\" is not an integer");
-  s = status("/devices/dev1/interfaces[name=eth0]/counters", "1");
+            "update 0: /devices/dev1/routes[routesKey=10.0.0.2/31] is not a leaf; its value is a JSON object of its "
+            "members");
+  s = status("/devices/dev1/interfaces[name=eth0]/counters", "{}");
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
-  EXPECT_NE(s.error_message().find("is not a leaf"), std::string::npos);
+  EXPECT_EQ(s.error_message(), "update 0: /devices/dev1/interfaces[name=eth0]/counters is state; clients cannot set it");
   s = status("/devices/dev1/interfaces[name=*]/mtu", "1");
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   EXPECT_NE(s.error_message().find("wildcards are not allowed"), std::string::npos);
@@ -223,19 +275,41 @@ TEST_F(SetRequestTest, RefusalsNameTheOperation) {
   s = status("/devices/dev1/routes[routesKey=nope]/metric", "1");
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   EXPECT_NE(s.error_message().find("'nope' is not a valid key of 'routes'"), std::string::npos);
-  s = status("/devices/dev1/routes[routesKey=192.168.0.0/24]/metric", "1");
-  EXPECT_EQ(s.error_code(), grpc::StatusCode::NOT_FOUND);
-  EXPECT_EQ(s.error_message(),
-            "update 0: routes[routesKey=192.168.0.0/24] does not exist under /devices/dev1");
   s = status("/devices/dev1/interfaces[name=eth0]/mtu", "70000000000");
   EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
   EXPECT_NE(s.error_message().find("out of range"), std::string::npos);
+  s = status("/devices/dev1/interfaces[name=eth9]", R"({"mtux": 1})");
+  EXPECT_EQ(s.error_message(),
+            "update 0: the value of /devices/dev1/interfaces[name=eth9] has a member 'mtux', which Demo::Interface "
+            "does not have");
+  s = status("/devices/dev1/interfaces[name=eth9]", R"({"name": "eth8"})");
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_NE(s.error_message().find("not the path's"), std::string::npos);
+  gnmi::SetRequest deleteState;
+  *deleteState.add_delete_() = P("/devices/dev1/interfaces[name=eth0]/name");
+  s = plan(deleteState, p);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(s.error_message(), "delete 0: /devices/dev1/interfaces[name=eth0]/name is state; clients cannot delete it");
+}
+
+TEST_F(SetRequestTest, AJsonValueNestedTooDeeplyIsRefusedBeforeItIsParsed) {
+  SetPlan p;
+  gnmi::SetRequest r;
+  *r.add_update() = update("/devices/dev1/system/motd", std::string(100000, '[') + std::string(100000, ']'));
+  const grpc::Status s = plan(r, p);
+  EXPECT_EQ(s.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(s.error_message(),
+            "update 0: /devices/dev1/system/motd: the JSON value nests arrays and objects deeper than 64 levels");
+  // 64 levels are fine.
+  gnmi::SetRequest ok;
+  *ok.add_update() = update("/devices/dev1/system/motd", std::string(64, '[') + std::string(64, ']'));
+  EXPECT_TRUE(plan(ok, p).ok());
 }
 
 TEST_F(SetRequestTest, NothingToDoIsAnEmptyPlan) {
   SetPlan p;
   ASSERT_TRUE(plan(gnmi::SetRequest(), p).ok());
-  EXPECT_TRUE(p.entities.empty());
+  EXPECT_TRUE(p.steps.empty());
 }
 
 TEST(SetResponseTest, ListsOperationsWithTheClientsPaths) {
