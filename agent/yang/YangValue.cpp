@@ -228,6 +228,7 @@ Ostrel::Result<std::string, std::string> fromClient(const YangLeaf& leaf, std::s
 }
 
 Ostrel::Result<std::string, std::string> typedText(const YangLeaf& leaf, const gnmi::TypedValue& value) {
+  if (leaf.base == LY_TYPE_EMPTY && value.has_bool_val() && value.bool_val()) return std::string();  // as PROTO sends it
   switch (value.value_case()) {
     case gnmi::TypedValue::kStringVal: return value.string_val();
     case gnmi::TypedValue::kAsciiVal: return value.ascii_val();

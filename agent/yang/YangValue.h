@@ -87,7 +87,8 @@ Ostrel::Result<std::string, std::string> fromClient(const YangLeaf& leaf, std::s
 // The text of a client's typed value (one scalar of a PROTO Set) for
 // `leaf`: integers, booleans and strings as they read, a double in its
 // shortest exact text, gNMI's Decimal64 as decimal text, bytes as base64
-// (for binary). An error for kinds that hold no scalar.
+// (for binary), bool_val true as the value of an empty leaf (as PROTO sends
+// it). An error for kinds that hold no scalar.
 Ostrel::Result<std::string, std::string> typedText(const YangLeaf& leaf, const gnmi::TypedValue& value);
 
 }  // namespace VekGnmi::Yang::YangValue
