@@ -7,6 +7,7 @@
 // the process's time zone).
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 #include <fstream>
 #include <sstream>
 
@@ -327,6 +328,43 @@ TEST_F(AgentYang, RefusedSetsChangeNothing) {
     EXPECT_THAT(status.error_message(), HasSubstr(c.message)) << c.update.ShortDebugString();
   }
   EXPECT_EQ(interfaces(), before);
+}
+
+TEST_F(AgentYang, TheChangeSimulatorAdvancesStateCountersAndFlapsStatusesOnly) {
+  const auto leaves = [&] {
+    gnmi::GetResponse response;
+    EXPECT_TRUE(get("/interfaces", response).ok());
+    std::map<std::string, std::string> out;
+    for (const std::string& line : flat({response.notification().begin(), response.notification().end()})) {
+      const size_t at = line.find("=ietf:");
+      out[line.substr(0, at)] = line.substr(at + 6);
+    }
+    return out;
+  };
+  const std::map<std::string, std::string> before = leaves();
+  const size_t made = fixture_.agent().loop().call([&] {
+    auto churn = fixture_.agent().source().changeSimulator(1000.0, 3);
+    size_t n = 0;
+    for (int i = 0; i < 20; ++i) n += churn->advance(0.01);
+    return n;
+  });
+  EXPECT_EQ(made, 200u);
+  const std::map<std::string, std::string> after = leaves();
+  ASSERT_EQ(after.size(), before.size()) << "nothing is added or removed";
+  // Counters and gauges of the data (no if-index: it has a range), the
+  // operational and administrative statuses, an address's status and origin.
+  const std::set<std::string> churned = {"admin-status", "oper-status", "speed",  "in-octets", "in-unicast-pkts",
+                                         "in-errors",    "out-octets",  "status", "origin"};
+  std::set<std::string> changed;
+  for (const auto& [path, value] : before) {
+    if (after.at(path) == value) continue;
+    const std::string leafName = path.substr(path.rfind('/') + 1);
+    changed.insert(leafName);
+    EXPECT_TRUE(churned.count(leafName)) << path << ": " << value << " -> " << after.at(path);
+  }
+  EXPECT_TRUE(changed.count("in-octets") || changed.count("out-octets"));
+  EXPECT_TRUE(changed.count("oper-status") || changed.count("admin-status") || changed.count("status") ||
+              changed.count("origin"));
 }
 
 // The module of every leaf type, served with no data.
