@@ -64,6 +64,11 @@ const char* TYPES_MODULE = R"(module yt-types {
       leaf k2 { type uint8; }
       leaf v { type string; }
     }
+    list byKind {
+      key kind;
+      leaf kind { type identityref { base kind; } }
+      leaf v { type string; }
+    }
   }
 }
 )";
@@ -200,6 +205,8 @@ TEST_F(AgentYang, AGetOfTheInterfacesIsWhatLibyangPrintsOfTheData) {
   ASSERT_EQ(response.notification(0).update_size(), 1);
   EXPECT_EQ(response.notification(0).update(0).val().json_ietf_val(), "24");
   EXPECT_EQ(leaf("/interfaces/interface[name=eth0]/statistics/in-octets"), "123456789012") << "a string: 64 bits";
+  // A key value in another form than the canonical one names the same entry.
+  EXPECT_EQ(leaf("/interfaces/interface[name=eth0]/ipv6/address[ip=2001:DB8:0:0::1]/prefix-length"), 64);
 }
 
 TEST_F(AgentYang, ASubscribeOnceSyncMergedIsWhatLibyangPrintsOfTheData) {
@@ -411,6 +418,12 @@ TEST_F(AgentYangTypes, EveryLeafTypeRoundTripsThroughSetAndGet) {
   gnmi::SetRequest oneKey;
   *oneKey.add_update() = jsonIetf("/t/entry[k1=a]/v", R"("x")");
   EXPECT_EQ(set(oneKey).error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  // An identityref key, with or without its module.
+  gnmi::SetRequest byKind;
+  *byKind.add_update() = jsonIetf("/t/byKind[kind=fast]/v", R"("quick")");
+  ASSERT_TRUE(set(byKind).ok());
+  EXPECT_EQ(leaf("/t/byKind[kind=yt-types:fast]/v"), "quick");
+  EXPECT_EQ(leaf("/t/byKind[kind=fast]/kind"), "yt-types:fast");
   // Restrictions.
   for (const auto& [name, value] : std::vector<std::pair<std::string, std::string>>{
            {"i8", "11"}, {"dec", R"("1.234")"}, {"dec", R"("100.01")"}, {"word", R"("ABC")"},
@@ -430,6 +443,12 @@ TEST_F(AgentYangTypes, EveryLeafTypeRoundTripsThroughSetAndGet) {
   EXPECT_EQ(proto["bin"].bytes_val(), std::string("\x00\x01\x02", 3));
   EXPECT_EQ(proto["i64"].int_val(), -9007199254740993LL);
   EXPECT_EQ(proto["either"].string_val(), "x17");
+  // The same in a sync: a shared message that PROTO changes is copied.
+  Stream once(fixture_.stub(), subscription(gnmi::SubscriptionList::ONCE, {"/t/dec"}, gnmi::PROTO));
+  const std::vector<gnmi::Notification> synced = once.untilSync();
+  ASSERT_EQ(synced.size(), 1u);
+  EXPECT_EQ(synced[0].update(0).val().double_val(), 12.5);
+  EXPECT_TRUE(once.rw->Finish().ok());
   gnmi::SetRequest typed;
   gnmi::Update* u = typed.add_update();
   *u->mutable_path() = P("/t/dec");
