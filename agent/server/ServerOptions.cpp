@@ -108,7 +108,8 @@ bool parseServerOptions(const std::vector<std::string>& args, ServerOptions& out
 }
 
 std::string serverHelpText() {
-  return R"(vekgnmid: a gNMI target serving a demo device through libVekTypeDecoder.
+  return R"(vekgnmid: a gNMI target serving a demo device, or YANG modules and their data,
+through libVekTypeDecoder.
 
 usage: vekgnmid [options]
        vekgnmid --yang-dir DIR --module NAME [--data FILE.json] [options]
