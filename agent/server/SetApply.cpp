@@ -94,6 +94,12 @@ class Applier {
                         pathString(step_->path), e.what())};
   }
 
+  // A directory on the way does not exist (directories are not made).
+  static grpc::Status missing(const SetStep& s) {
+    return {grpc::StatusCode::NOT_FOUND,
+            fmt::format("{}: {} lies below a directory entry that does not exist", s.op, pathString(s.path))};
+  }
+
   // Runs `change` (a write of the runtime); a refusal is INVALID_ARGUMENT.
   template <typename Change>
   grpc::Status attempt(const char* what, Change change) {
@@ -345,6 +351,7 @@ class Applier {
       step_ = &s;
       Vek::Ptr<Vek::Entity> entity;
       grpc::Status status = entityAt(s.path, s.entityElems, true, entity);
+      if (status.ok() && !entity) status = missing(s);
       if (!status.ok()) return status;
       const Vek::VekAttr attr = entity->type()->attr(s.path.elem(s.entityElems).name());
       if (attr->isArray()) {
@@ -372,7 +379,8 @@ class Applier {
       }
       if (target == nullptr) {
         Vek::Ptr<Vek::Entity> entity;
-        const grpc::Status status = entityAt(s.path, s.entityElems, true, entity);
+        grpc::Status status = entityAt(s.path, s.entityElems, true, entity);
+        if (status.ok() && !entity) status = missing(s);
         if (!status.ok()) return status;
         target = &sets.emplace_back();
         target->entity = entity;
