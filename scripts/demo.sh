@@ -153,3 +153,58 @@ server_pid=""
 tail -n 1 "$log"
 echo
 echo "More: ./build/agent/vekgnmid --help, ./build/agent/vekgnmi --help and agent/README.md"
+
+# --- Part 2: a YANG model -----------------------------------------------------
+# vekgnmid serving the IETF interface modules Debian installs (libyuma-base)
+# with a small data file written here: a Get in JSON_IETF and one Set.
+yang_dirs=(--yang-dir /usr/share/yuma/nmda-modules/ietf --yang-dir /usr/share/yuma/modules/ietf)
+yang_data=$(mktemp -t vekgnmid-data.XXXXXX.json)
+yang_log=$(mktemp -t vekgnmid-yang.XXXXXX.log)
+yang_pid=""
+stop_yang() {
+  if [ -n "$yang_pid" ] && kill -0 "$yang_pid" 2>/dev/null; then
+    kill -INT "$yang_pid" 2>/dev/null || true
+    wait "$yang_pid" 2>/dev/null || true
+  fi
+  rm -f "$yang_data" "$yang_log"
+}
+trap 'stop_server; stop_yang' EXIT
+cat >"$yang_data" <<'JSON'
+{"ietf-interfaces:interfaces": {"interface": [
+  {"name": "eth0", "type": "iana-if-type:ethernetCsmacd", "description": "uplink",
+   "admin-status": "up", "oper-status": "up", "if-index": 2,
+   "statistics": {"discontinuity-time": "2024-01-01T00:00:00Z", "in-octets": "1234567"},
+   "ietf-ip:ipv4": {"address": [{"ip": "10.0.0.1", "prefix-length": 24}]}},
+  {"name": "lo", "type": "iana-if-type:softwareLoopback", "admin-status": "up", "oper-status": "up",
+   "if-index": 1, "statistics": {"discontinuity-time": "2024-01-01T00:00:00Z"}}]}}
+JSON
+
+say "Serving YANG: ietf-interfaces, ietf-ip and iana-if-type with a small data file"
+server=(./build/agent/vekgnmid --address 127.0.0.1:0 "${yang_dirs[@]}" --module ietf-interfaces --module ietf-ip
+        --module iana-if-type --data "$yang_data")
+show "${server[@]}"
+printf ' &%s\n' "$reset"
+TZ=UTC "${server[@]}" >"$yang_log" 2>&1 &
+yang_pid=$!
+for _ in $(seq 1 100); do
+  if grep -q 'serving gNMI' "$yang_log" || ! kill -0 "$yang_pid" 2>/dev/null; then break; fi
+  sleep 0.1
+done
+cat "$yang_log"
+port=$(sed -n 's/.*(port \([0-9]*\)).*/\1/p' "$yang_log" | head -n 1)
+if [ -z "$port" ]; then echo "vekgnmid did not start" >&2; exit 1; fi
+cli=(./build/agent/vekgnmi --address "127.0.0.1:$port" --timeout 5s)
+
+say "Get /interfaces in JSON_IETF (RFC 7951 values)"
+run "${cli[@]}" get --encoding json_ietf --path /interfaces
+
+say "Set: a new interface with an IPv4 address (made by the update), then Get it"
+eth1='/interfaces/interface[name=eth1]'
+run "${cli[@]}" set --update "$eth1/type=\"ethernetCsmacd\"" \
+  --update "$eth1/ietf-ip:ipv4/address[ip=10.1.1.1]/prefix-length=24"
+run "${cli[@]}" get --encoding json_ietf --path "$eth1"
+
+say "Stopping vekgnmid (pid $yang_pid)"
+kill -INT "$yang_pid"
+wait "$yang_pid" || true
+yang_pid=""

@@ -16,7 +16,8 @@ Agent::Agent(AgentOptions options, BridgeFactory bridgeFactory)
     : options_(std::move(options)),
       clock_(options_.clock ? *options_.clock : systemClock()),
       loop_(clock_),
-      router_(std::make_unique<Router>(clock_, options_.shareWalks)) {
+      router_(std::make_unique<Router>(clock_, options_.shareWalks)),
+      source_(options_.source ? options_.source : makeDemoSource(options_.interfaces)) {
   bridge_ = bridgeFactory(*router_, *router_);
   pump_ = std::make_unique<SyncPump>(loop_, *bridge_);
   router_->bridgeIs(bridge_.get(), pump_.get());
@@ -30,30 +31,34 @@ Agent::~Agent() {
   gets_.reset();
   sets_.reset();
   churn_.reset();
-  schema_.reset();
-  model_ = DemoModel();
+  source_->teardown();
+}
+
+DemoModel& Agent::model() {
+  DemoModel* demo = source_->demoModel();
+  if (demo == nullptr) throw std::logic_error("the agent serves another model than the demo device");
+  return *demo;
 }
 
 void Agent::start() {
   started_ = true;
   loop_.start();
   loop_.call([this] {
-    model_ = buildDemoModel(options_.interfaces);
-    schema_ = std::make_unique<ModelSchema>(model_.root, isStateAttribute);
+    source_->build();
     bridge_->resolverIs([this](const gnmi::Path& path) -> Vek::Ptr<Vek::Entity> {
       Resolution r;
-      if (!resolvePath(*schema_, path, r).ok() || r.absent) return nullptr;
+      if (!resolvePath(source_->schema(), path, r).ok() || r.absent) return nullptr;
       for (PublishedEntity& e : r.cover) {
         if (e.path == path) return std::move(e.entity);
       }
       return nullptr;
     });
-    const AgentContext context{options_, loop_, *router_, *bridge_, *schema_, model_.root};
+    const AgentContext context{options_, loop_, *router_, *bridge_, *source_, source_->schema(), source_->root()};
     gets_ = std::make_unique<GetRpc>(context);
     sets_ = std::make_unique<SetRpc>(context);
     subscribes_ = std::make_unique<SubscribeRpc>(context);
-    if (options_.churnRate > 0) {
-      churn_ = std::make_unique<ChurnSimulator>(model_, options_.churnRate, options_.churnSeed);
+    if (options_.churnRate > 0) churn_ = source_->changeSimulator(options_.churnRate, options_.churnSeed);
+    if (churn_) {
       lastChurn_ = clock_.now();
       loop_.postAfter(churn_->period(), [this] { runChurn(); });
     }
@@ -81,7 +86,7 @@ void Agent::stop() {
 
 gnmi::CapabilityResponse Agent::capabilities() const {
   gnmi::CapabilityResponse response;
-  for (const gnmi::ModelData& model : demoModelData()) *response.add_supported_models() = model;
+  for (const gnmi::ModelData& model : source_->models()) *response.add_supported_models() = model;
   response.add_supported_encodings(gnmi::JSON);
   response.add_supported_encodings(gnmi::JSON_IETF);
   response.add_supported_encodings(gnmi::PROTO);

@@ -67,8 +67,8 @@ class Agent {
   Agent(const Agent&) = delete;
   Agent& operator=(const Agent&) = delete;
 
-  // Builds the model on the loop and starts the churn and the request
-  // handlers.
+  // Builds the model (the source's, or the demo device) on the loop and
+  // starts the churn and the request handlers.
   void start();
   // Ends every open stream and Get with UNAVAILABLE, cancels pending syncs,
   // stops the loop. Idempotent.
@@ -91,8 +91,10 @@ class Agent {
   EventLoop& loop() { return loop_; }
   Clock& clock() { return clock_; }
 
-  // For tests and the benchmark; on the loop thread only.
-  DemoModel& model() { return model_; }
+  // For tests and the benchmark; on the loop thread only. `model` is the
+  // demo model (fatal for another source).
+  ModelSource& source() { return *source_; }
+  DemoModel& model();
   Router& router() { return *router_; }
   LibraryBridge& bridge() { return *bridge_; }
   SyncPump& pump() { return *pump_; }
@@ -115,9 +117,8 @@ class Agent {
   std::unique_ptr<Router> router_;
   std::unique_ptr<LibraryBridge> bridge_;
   std::unique_ptr<SyncPump> pump_;
-  DemoModel model_;
-  std::unique_ptr<ModelSchema> schema_;
-  std::unique_ptr<ChurnSimulator> churn_;
+  std::shared_ptr<ModelSource> source_;
+  std::unique_ptr<ChangeSimulator> churn_;
   Clock::Duration lastChurn_{};
   std::unique_ptr<GetRpc> gets_;
   std::unique_ptr<SetRpc> sets_;

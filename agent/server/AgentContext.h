@@ -1,6 +1,7 @@
 // What the agent's request handlers (GetRpc, SetRpc, SubscribeRpc) share:
 // the event loop and its clock, the router of library messages, the bridge to
-// the library, the model's root and its schema, and the agent's options. All
+// the library, the model (its source, root and schema), and the agent's
+// options. All
 // of it lives on the event-loop thread and outlives the handlers.
 #pragma once
 
@@ -14,6 +15,7 @@
 #include "EventLoop.h"
 #include "LibraryBridge.h"
 #include "ModelSchema.h"
+#include "ModelSource.h"
 #include "Requests.h"
 #include "Router.h"
 #include "StreamQueue.h"
@@ -21,6 +23,8 @@
 namespace VekGnmi::Server {
 
 struct AgentOptions {
+  // The model served; null: the demo device of `interfaces` interfaces.
+  std::shared_ptr<ModelSource> source;
   size_t interfaces = 16;
   double churnRate = 0;  // changes per second; 0: none
   std::chrono::milliseconds sendTimeout{30000};
@@ -49,6 +53,7 @@ struct AgentContext {
   EventLoop& loop;
   Router& router;
   LibraryBridge& bridge;
+  ModelSource& source;
   ModelSchema& schema;
   Vek::Ptr<Vek::Dir> root;
 

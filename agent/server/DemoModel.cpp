@@ -323,39 +323,20 @@ DemoModel buildDemoModel(size_t interfaces) {
 }
 
 ChurnSimulator::ChurnSimulator(DemoModel& model, double rate, uint64_t seed, double maxLag)
-    : model_(model), rate_(rate), maxBurst_(std::max(1.0, rate * maxLag)), random_(seed) {}
+    : ChangeSimulator(rate, maxLag), model_(model), random_(seed) {}
 
-std::chrono::nanoseconds ChurnSimulator::period() const {
-  constexpr double LOWEST = 50e-6;
-  constexpr double HIGHEST = 10e-3;
-  const double seconds = rate_ > 0 ? std::clamp(1.0 / rate_, LOWEST, HIGHEST) : HIGHEST;
-  return std::chrono::nanoseconds(static_cast<int64_t>(seconds * 1e9));
-}
-
-size_t ChurnSimulator::advance(double elapsedSeconds) {
-  if (model_.interfaceCount == 0 || rate_ <= 0) return 0;
-  owed_ += elapsedSeconds * rate_;
-  if (owed_ > maxBurst_) {
-    skipped_ += static_cast<uint64_t>(owed_ - maxBurst_);
-    owed_ = maxBurst_;
-  }
-  size_t made = 0;
+void ChurnSimulator::change() {
   std::uniform_int_distribution<size_t> pick(0, model_.interfaceCount - 1);
   std::uniform_int_distribution<int> kind(0, 499);
-  while (owed_ >= 1.0) {
-    owed_ -= 1.0;
-    const size_t index = pick(random_);
-    const int k = kind(random_);
-    if (k == 0) {
-      recreate(index);
-    } else if (k <= 25) {
-      flapStatus(index);
-    } else {
-      advanceCounters(index);
-    }
-    ++made;
+  const size_t index = pick(random_);
+  const int k = kind(random_);
+  if (k == 0) {
+    recreate(index);
+  } else if (k <= 25) {
+    flapStatus(index);
+  } else {
+    advanceCounters(index);
   }
-  return made;
 }
 
 void ChurnSimulator::advanceCounters(size_t index) {

@@ -41,6 +41,8 @@
 
 #include <gnmi/gnmi.pb.h>
 
+#include "ChangeSimulator.h"
+
 namespace VekGnmi::Server {
 
 struct DemoTypes {
@@ -97,36 +99,17 @@ std::string interfaceName(size_t index);
 // configuration, state, address, and points its neighbour back at it.
 Vek::Ptr<Vek::Entity> createInterface(const Vek::Ptr<Vek::Entity>& device, size_t index);
 
-// Makes `rate` changes per second of model time: counters advance (most
-// changes), operational statuses flap (one change in 20) and now and then
-// (one change in 500) an interface is removed and re-created. Deterministic
-// for a given seed. Runs on the event loop, which calls `advance` every
-// `period()` (one change a call at most rates; never less often than every
-// 10 ms), so changes go out one by one at their own times, not in bursts.
-// It never falls behind by more than `maxLag` seconds of changes: when the
-// loop is too busy to call it in time, the changes beyond that are dropped
-// (counted in `skipped`), so a loaded agent is not asked for ever more
-// changes at once.
-class ChurnSimulator {
+// The demo device's change simulator, paced by ChangeSimulator: counters
+// advance (most changes), operational statuses flap (one change in 20) and
+// now and then (one change in 500) an interface is removed and re-created.
+// Deterministic for a given seed.
+class ChurnSimulator final : public ChangeSimulator {
  public:
-  static constexpr double DEFAULT_MAX_LAG = 0.05;
-
   ChurnSimulator(DemoModel& model, double rate, uint64_t seed = 1, double maxLag = DEFAULT_MAX_LAG);
-
-  // Makes the changes due after `elapsedSeconds` more seconds (at most
-  // `maxLag` seconds' worth, and at least one when one is due); returns how
-  // many it made.
-  size_t advance(double elapsedSeconds);
-
-  // How long to wait between calls of `advance`: the time between two
-  // changes, kept between 50 us and 10 ms.
-  std::chrono::nanoseconds period() const;
 
   uint64_t counterChanges() const { return counterChanges_; }
   uint64_t statusFlaps() const { return statusFlaps_; }
   uint64_t recreations() const { return recreations_; }
-  // Changes dropped because the loop called too late.
-  uint64_t skipped() const { return skipped_; }
 
   // One change of each kind, on interface `index`.
   void advanceCounters(size_t index);
@@ -134,11 +117,10 @@ class ChurnSimulator {
   void recreate(size_t index);
 
  private:
+  bool canChange() const override { return model_.interfaceCount > 0; }
+  void change() override;
+
   DemoModel& model_;
-  double rate_;
-  double maxBurst_;
-  double owed_ = 0;
-  uint64_t skipped_ = 0;
   std::mt19937_64 random_;
   uint64_t counterChanges_ = 0;
   uint64_t statusFlaps_ = 0;

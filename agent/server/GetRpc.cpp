@@ -48,7 +48,7 @@ class GetOperation final : public SyncOwner {
       if (!passesDataType(params_.type, leaf)) continue;
       gnmi::Update* copy = out.add_update();
       fullPath(in.prefix(), u.path(), *copy->mutable_path());
-      encodeValue(leaf, u.val(), params_.encoding, *copy->mutable_val());
+      context_.source.encode(leaf, u.val(), params_.encoding, *copy->mutable_val());
     }
     out.set_timestamp(std::max(out.timestamp(), in.timestamp()));
     return true;
@@ -104,7 +104,9 @@ void GetRpc::handle(std::shared_ptr<GetCall> call) {
   grpc::Status status = parseGet(call->request, params);
   if (!status.ok()) return call->finish(status);
   std::vector<std::vector<PublishedEntity>> covers;
-  for (const gnmi::Path& path : params.paths) {
+  for (gnmi::Path& path : params.paths) {
+    status = context_.source.normalizePath(path);
+    if (!status.ok()) return call->finish(status);
     Resolution r;
     status = resolvePath(context_.schema, path, r);
     if (!status.ok()) return call->finish(status);

@@ -1,11 +1,15 @@
 #include "ModelSchema.h"
 
+#include <algorithm>
+
 #include <fmt/format.h>
 
 #include <Ostrel/GifNotifiee.h>
 #include <Ostrel/Path.h>
 #include <Ostrel/VekKey.h>
 #include <Ostrel/VekTypeWalker.h>
+
+#include "YangModel.h"
 
 namespace VekGnmi::Server {
 
@@ -72,8 +76,8 @@ std::string namesKey(const gnmi::Path& path, int from) {
   return key;
 }
 
-ModelSchema::ModelSchema(Vek::Ptr<Vek::Dir> root, StatePredicate isState)
-    : root_(std::move(root)), isState_(std::move(isState)) {}
+ModelSchema::ModelSchema(Vek::Ptr<Vek::Dir> root, StatePredicate isState, const Yang::YangModel* yang)
+    : root_(std::move(root)), isState_(std::move(isState)), yang_(yang) {}
 
 bool ModelSchema::nodeAt(Vek::VekType entityType, const gnmi::Path& path, int from, NodeInfo& out,
                          std::string& error) const {
@@ -89,6 +93,7 @@ bool ModelSchema::nodeAt(Vek::VekType entityType, const gnmi::Path& path, int fr
   auto leafIs = [&](LeafKind kind, Vek::VekType leafType, const Vek::VekAttrBase* holder) {
     at = At::Leaf;
     leaf = makeLeaf(kind, leafType, holder, state);
+    if (yang_ != nullptr && holder != nullptr) leaf.yang = yang_->leaf(holder);
     type = leafType;
   };
 
@@ -239,6 +244,18 @@ const LeafInfo* ModelSchema::leafAt(Vek::VekType entityType, const gnmi::Path& p
   std::string error;
   if (!nodeAt(entityType, path, from, info, error) || info.kind != NodeKind::Leaf) return nullptr;
   return &leaves_.emplace(std::move(key), info.leaf).first->second;
+}
+
+const std::vector<std::string>& ModelSchema::memberKeyNames(const Vek::VekAttr& attr) {
+  auto [it, inserted] = keyNames_.try_emplace(attr.base());
+  if (!inserted || attr->indexType()->isEntity()) return it->second;
+  // Any value of the key type is published under the same names.
+  const Vek::Ptr<Vek::GenericIf> sample = attr->indexType().genericIfDefault();
+  if (const std::optional<gnmi::PathElem> elem = sample ? memberElement(attr, sample) : std::nullopt) {
+    for (const auto& [name, value] : elem->key()) it->second.push_back(name);
+    std::sort(it->second.begin(), it->second.end());
+  }
+  return it->second;
 }
 
 const LeafInfo* ModelSchema::leafOf(const gnmi::Path& prefix, const gnmi::Path& path) {

@@ -22,6 +22,13 @@
 // then by type. Key values never change a type, so lookups are cached by
 // element names alone.
 //
+// A model built from YANG (YangModel.h) publishes the same shapes: its
+// containers and lists are owned entities, its leaves scalars and arrays
+// (leaf-lists) of entities whose name is no leaf (TypeFlag::NAME_NOT_DATA).
+// Each leaf found there carries its `YangLeaf` as well (schema node, YANG
+// type, config or state), so that one lookup per leaf serves the encodings,
+// Get's data types and Set's conversion and checks alike.
+//
 // Used on the event-loop thread only (directories are read live).
 #pragma once
 
@@ -30,10 +37,16 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include <Vek/Vek.h>
 
 #include <gnmi/gnmi.pb.h>
+
+namespace VekGnmi::Yang {
+struct YangLeaf;
+class YangModel;
+}  // namespace VekGnmi::Yang
 
 namespace VekGnmi::Server {
 
@@ -50,6 +63,7 @@ struct LeafInfo {
   Vek::VekType type;
   const Vek::VekAttrBase* attr = nullptr;  // the attribute that holds the leaf
   bool state = false;                      // read-only to clients
+  const Yang::YangLeaf* yang = nullptr;    // a YANG model's leaf: its schema node and type
 };
 
 // What a path names below an entity, for request validation: an entity (an
@@ -66,10 +80,11 @@ struct NodeInfo {
 
 class ModelSchema {
  public:
-  // `isState` tells which attributes are read-only to clients.
+  // `isState` tells which attributes are read-only to clients; `yang`, the
+  // model the types were built from, if any (it must outlive the schema).
   using StatePredicate = std::function<bool(const Vek::VekAttrBase&)>;
 
-  ModelSchema(Vek::Ptr<Vek::Dir> root, StatePredicate isState);
+  ModelSchema(Vek::Ptr<Vek::Dir> root, StatePredicate isState, const Yang::YangModel* yang = nullptr);
 
   // The type of the entity published at `prefix`, or null when the prefix
   // names no entity (directories are not published and have no type here).
@@ -89,16 +104,25 @@ class ModelSchema {
   bool nodeAt(Vek::VekType entityType, const gnmi::Path& path, int from, NodeInfo& out,
               std::string& error) const;
 
+  // The key names under which the members of the collection `attr` are
+  // published (the names `memberElement` gives them, in published order):
+  // one name for a key of one value, one per field of a composite key (a
+  // YANG list with several keys). Empty for a collection keyed by entities.
+  const std::vector<std::string>& memberKeyNames(const Vek::VekAttr& attr);
+
   // Whether `attr` is state, by the predicate given.
   bool isState(const Vek::VekAttrBase& attr) const { return isState_(attr); }
 
   const Vek::Ptr<Vek::Dir>& root() const { return root_; }
+  const Yang::YangModel* yang() const { return yang_; }
 
  private:
   Vek::Ptr<Vek::Dir> root_;
   StatePredicate isState_;
+  const Yang::YangModel* yang_;
   std::unordered_map<std::string, Vek::VekType> prefixTypes_;
   std::unordered_map<std::string, LeafInfo> leaves_;
+  std::unordered_map<const Vek::VekAttrBase*, std::vector<std::string>> keyNames_;
 };
 
 // The path element under which a member of the instantiating collection

@@ -123,6 +123,10 @@ class Resolver {
     if (attr && attr->isInstantiating()) {
       if (attr->isCollection()) {
         watch(entity, at);
+        if (e.key_size() != 0) {
+          grpc::Status status = checkKeyNames(schema_, attr, e, at);
+          if (!status.ok()) return status;
+        }
         if (isWildcardKey(e)) {
           for (Vek::CollectionIterator it = attr.genericIfIteratorConst(entity); it; ++it) {
             Vek::Ptr<Vek::Entity> member = entityOf(it.ptr());
@@ -135,7 +139,7 @@ class Resolver {
           return grpc::Status::OK;
         }
         Vek::Ptr<Vek::GenericIf> key;
-        grpc::Status status = memberKey(*attr, e, at, key);
+        grpc::Status status = memberKey(schema_, attr, e, at, key);
         if (!status.ok()) return status;
         Vek::Ptr<Vek::Entity> member = entity->entity(attr, key);
         if (!member) {
@@ -170,9 +174,13 @@ class Resolver {
     if (!schema_.nodeAt(entity->type(), path_, i, node, error)) {
       return {grpc::StatusCode::NOT_FOUND, fmt::format("{} (below {})", error, pathString(at))};
     }
+    if (attr && attr->isCollection() && e.key_size() != 0) {
+      grpc::Status status = checkKeyNames(schema_, attr, e, at);
+      if (!status.ok()) return status;
+    }
     if (attr && attr->isCollection() && !isWildcardKey(e)) {
       Vek::Ptr<Vek::GenericIf> key;
-      grpc::Status status = memberKey(*attr, e, at, key);
+      grpc::Status status = memberKey(schema_, attr, e, at, key);
       if (!status.ok()) return status;
       if (!attr.genericIfExist(entity, key)) out_.absent = true;
     }
@@ -254,19 +262,48 @@ bool hasWildcard(const gnmi::Path& path) {
   return false;
 }
 
-grpc::Status memberKey(const Vek::VekAttrBase& attr, const gnmi::PathElem& elem, const gnmi::Path& at,
-                       Vek::Ptr<Vek::GenericIf>& key) {
-  if (elem.key_size() != 1) {
+grpc::Status checkKeyNames(ModelSchema& schema, const Vek::VekAttr& attr, const gnmi::PathElem& elem,
+                           const gnmi::Path& at) {
+  const std::vector<std::string>& names = schema.memberKeyNames(attr);
+  bool all = elem.key_size() == static_cast<int>(names.size());
+  for (const std::string& name : names) all = all && elem.key().count(name) == 1;
+  if (all && !names.empty()) return grpc::Status::OK;
+  std::string keys;
+  for (const std::string& name : names) keys += fmt::format("{}[{}]", keys.empty() ? "" : ", ", name);
+  std::string given;
+  for (const auto& [name, value] : elem.key()) given += fmt::format("[{}={}]", name, value);
+  if (names.empty()) {
     return {grpc::StatusCode::INVALID_ARGUMENT,
-            fmt::format("'{}' under {} is keyed by one value, not {}", elem.name(), pathString(at),
-                        elem.key_size())};
+            fmt::format("'{}' under {} has members keyed by entities, which paths cannot name", elem.name(),
+                        pathString(at))};
   }
-  const std::string& text = singleKeyValue(elem);
-  key = attr.indexType().genericIf(Vek::String(text), false);
-  if (!key) {
-    return {grpc::StatusCode::INVALID_ARGUMENT,
-            fmt::format("'{}' is not a valid key of '{}' under {} (a {})", text, elem.name(),
-                        pathString(at), attr.indexType()->qualifiedName())};
+  return {grpc::StatusCode::INVALID_ARGUMENT,
+          fmt::format("'{}' under {} is keyed by {}, not {}", elem.name(), pathString(at),
+                      names.size() == 1 ? fmt::format("[{}]", names.front()) : keys, given.empty() ? "nothing" : given)};
+}
+
+grpc::Status memberKey(ModelSchema& schema, const Vek::VekAttr& attr, const gnmi::PathElem& elem,
+                       const gnmi::Path& at, Vek::Ptr<Vek::GenericIf>& key) {
+  grpc::Status status = checkKeyNames(schema, attr, elem, at);
+  if (!status.ok()) return status;
+  const Vek::VekType keyType = attr->indexType();
+  const auto refuse = [&](const std::string& text, const Vek::VekType& type) {
+    return grpc::Status(grpc::StatusCode::INVALID_ARGUMENT,
+                        fmt::format("'{}' is not a valid key of '{}' under {} (a {})", text, elem.name(),
+                                    pathString(at), type->qualifiedName()));
+  };
+  if (elem.key_size() == 1) {
+    const std::string& text = singleKeyValue(elem);
+    key = keyType.genericIf(Vek::String(text), false);
+    return key ? grpc::Status::OK : refuse(text, keyType);
+  }
+  // A composite key: one field per key name.
+  key = keyType.genericIfDefault();
+  for (const auto& [name, text] : elem.key()) {
+    const Vek::VekAttr field = keyType->attr(name);
+    const Vek::Ptr<Vek::GenericIf> part = field ? field->type().genericIf(Vek::String(text), false) : nullptr;
+    if (!part) return refuse(text, field ? field->type() : keyType);
+    field.genericIfSet(key.ptr(), nullptr, part.ptr());
   }
   return grpc::Status::OK;
 }

@@ -51,11 +51,19 @@ const std::string& singleKeyValue(const gnmi::PathElem& elem);
 // Whether any element of `path` is "*" or "...", or any key value "*".
 bool hasWildcard(const gnmi::Path& path);
 
+// Checks the key names of element `elem` of the collection `attr`, met below
+// `at`: INVALID_ARGUMENT, naming the collection's keys, unless it names
+// exactly the keys the collection's members are published with (its key
+// names in `schema`), each once.
+grpc::Status checkKeyNames(ModelSchema& schema, const Vek::VekAttr& attr, const gnmi::PathElem& elem,
+                           const gnmi::Path& at);
+
 // The key object that element `elem` names for the collection `attr`, met
-// below `at`: INVALID_ARGUMENT unless it has exactly one key whose value is
-// a value of the collection's key type.
-grpc::Status memberKey(const Vek::VekAttrBase& attr, const gnmi::PathElem& elem, const gnmi::Path& at,
-                       Vek::Ptr<Vek::GenericIf>& key);
+// below `at`: INVALID_ARGUMENT unless its keys pass `checkKeyNames` and each
+// value is a value of its key (of the collection's key type, or of the field
+// of a composite key).
+grpc::Status memberKey(ModelSchema& schema, const Vek::VekAttr& attr, const gnmi::PathElem& elem,
+                       const gnmi::Path& at, Vek::Ptr<Vek::GenericIf>& key);
 
 // Checks the origin of a request path: "" and "openconfig" are ours.
 grpc::Status checkOrigin(const gnmi::Path& path, const char* what);

@@ -1,7 +1,6 @@
-// Validation of Subscribe, Get and Set requests into what the agent acts on,
-// with the exact status of each refusal. Everything here runs before the
-// library is asked anything; Get and Set also resolve their paths against
-// the model (event-loop thread).
+// Validation of Subscribe and Get requests into what the agent acts on,
+// with the exact status of each refusal, and the response of a Set.
+// Everything here runs before the library is asked anything.
 #pragma once
 
 #include <chrono>
@@ -42,7 +41,11 @@ struct SubscribeParams {
 // SubscriptionList with at least one subscription, a known list mode and,
 // for STREAM, known subscription modes and intervals the target supports;
 // INVALID_ARGUMENT for an origin other than "" or "openconfig";
-// UNIMPLEMENTED for encodings other than JSON, JSON_IETF and PROTO.
+// UNIMPLEMENTED for encodings other than JSON, JSON_IETF and PROTO. The
+// paths are resolved when the subscription starts (Subscription.h): as the
+// gNMI specification's table of Subscribe responses has it, a path the
+// model cannot hold is UNIMPLEMENTED (it is not an absent value), a
+// malformed one INVALID_ARGUMENT, and one that names nothing now is no error.
 grpc::Status parseSubscribe(const gnmi::SubscribeRequest& request, const SubscribeLimits& limits,
                             SubscribeParams& out);
 
@@ -61,29 +64,10 @@ grpc::Status parseGet(const gnmi::GetRequest& request, GetParams& out);
 // writable ones, STATE and OPERATIONAL the read-only ones.
 bool passesDataType(gnmi::GetRequest::DataType type, const LeafInfo* leaf);
 
-// One library Set: an entity and the operations on values below it.
-struct EntitySet {
-  Vek::Ptr<Vek::Entity> entity;  // the entity the operations write
-  gnmi::Path entityPath;   // as the client named it (directories, members)
-  gnmi::SetRequest request;  // prefix = entityPath, value paths and typed values
-};
-
-struct SetPlan {
-  std::vector<EntitySet> entities;  // in order of first appearance
-};
-
-// A SetRequest, checked and split: UNIMPLEMENTED (nothing changed) when it
-// has deletes or union_replace; INVALID_ARGUMENT for origins, wildcards, keys
-// that are no value of their key type, paths that do not end on a leaf and
-// values that do not fit their leaf; NOT_FOUND for elements, members and
-// entities that do not exist. Each operation's full path (prefix + path) is
-// split into the entity that holds the leaf and the value path below it;
-// replaces and updates keep their kind and order.
-grpc::Status planSet(ModelSchema& schema, const gnmi::SetRequest& request, SetPlan& out);
-
 // The response of a Set: the prefix echoed, one result per operation with
-// the path the client sent (replaces, then updates, as the library applies
-// them), and the time.
+// the path the client sent (deletes, then replaces, then updates, as they
+// are applied), and the time. (Checking and applying a Set: SetPlan.h,
+// SetApply.h.)
 gnmi::SetResponse setResponse(const gnmi::SetRequest& request, int64_t timestamp);
 
 }  // namespace VekGnmi::Server

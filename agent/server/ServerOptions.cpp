@@ -11,9 +11,13 @@ namespace VekGnmi::Server {
 
 namespace {
 
-constexpr const char* DESCRIPTION = "vekgnmid: a gNMI target serving a demo device through libVekTypeDecoder.";
+constexpr const char* DESCRIPTION =
+    "vekgnmid: a gNMI target serving a demo device, or YANG modules and their data, through libVekTypeDecoder.";
 
 constexpr const char* FOOTER = R"(
+A YANG model instead of the demo device:
+  vekgnmid --yang-dir DIR --module NAME [--data FILE.json] [options]
+
 Service gnmi.gNMI, gNMI 0.10.0: Capabilities, Get, Set, Subscribe (ONCE, POLL,
 STREAM with ON_CHANGE, SAMPLE and TARGET_DEFINED); encodings JSON, JSON_IETF
 and PROTO.
@@ -53,9 +57,35 @@ std::optional<int> parseServerOptions(const std::vector<std::string>& args, Serv
       ->check(CLI::Range(size_t{0}, size_t{10000000}));
   app.add_option("--churn", o.agent.churnRate,
                  "model changes per second (default 0: none): counters advance, operational statuses flap, now "
-                 "and then an interface is removed and re-created")
+                 "and then an interface is removed and re-created (a YANG model: its config false counters "
+                 "advance, its config false enumerations flap)")
       ->option_text("RATE")
       ->check(CLI::NonNegativeNumber);
+  CLI::Option* yangDir =
+      app.add_option("--yang-dir", o.yang.dirs,
+                     "a folder of YANG modules (repeatable, searched in order); serves a YANG model instead of "
+                     "the demo")
+          ->option_text("DIR")
+          ->take_all();
+  CLI::Option* module =
+      app.add_option("--module", o.yang.modules,
+                     "a module to serve (repeatable): the newest revision in the folders unless one is given; its "
+                     "imports and the modules augmenting it are loaded as needed")
+          ->option_text("NAME[@REVISION]")
+          ->take_all();
+  CLI::Option* features = app.add_option("--features", o.yang.features,
+                                         "enables only these features of MODULE (repeatable; MODULE: for none); "
+                                         "by default all are enabled")
+                              ->option_text("MODULE:F1,F2")
+                              ->take_all();
+  CLI::Option* data =
+      app.add_option("--data", o.yang.data, "RFC 7951 JSON instance data of the modules, checked by libyang at "
+                                            "start (default: no data)")
+          ->option_text("FILE.json");
+  module->needs(yangDir);
+  yangDir->needs(module);
+  features->needs(module);
+  data->needs(module);
   app.add_option("--send-timeout", sendTimeout,
                  "a subscriber whose stream has not taken a message for this long is ended with "
                  "RESOURCE_EXHAUSTED (default 30)")

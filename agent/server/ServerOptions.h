@@ -12,10 +12,20 @@
 
 namespace VekGnmi::Server {
 
+// The YANG model to serve instead of the demo device (served when `modules`
+// is empty).
+struct YangOptions {
+  std::vector<std::string> dirs;      // search folders, in lookup order
+  std::vector<std::string> modules;   // NAME or NAME@REVISION
+  std::vector<std::string> features;  // MODULE:F1,F2 narrows MODULE's features
+  std::string data;                   // RFC 7951 JSON instance data; empty: none
+};
+
 struct ServerOptions {
   std::string address = "127.0.0.1:57400";
   AgentOptions agent;
   ServiceOptions service;
+  YangOptions yang;
   std::string auditLog = "-";  // "-": standard output
   std::chrono::milliseconds shutdownTimeout{5000};
   bool hashPassword = false;  // print the hash of a password read from standard input, then exit

@@ -2,7 +2,8 @@
 
 #include <Zolt/Zolt.h>
 
-#include "SetUndo.h"
+#include "SetApply.h"
+#include "SetPlan.h"
 
 namespace VekGnmi::Server {
 
@@ -12,28 +13,11 @@ Zolt::Debuggable& dbg = Zolt::Platform::getDebugHandler("AgentSet");
 
 void SetRpc::handle(const std::shared_ptr<SetCall>& call) {
   SetPlan plan;
-  grpc::Status status = planSet(context_.schema, call->request, plan);
-  if (!status.ok()) return call->finish(status);
-  if (!plan.entities.empty()) {
-    std::vector<std::unique_ptr<SetTransaction>> transactions;
-    SetUndo undo;
-    for (EntitySet& entity : plan.entities) {
-      undo.record(entity);
-      transactions.push_back(context_.bridge.makeSet(context_.root, std::move(entity.request)));
-    }
-    for (auto& tx : transactions) {
-      status = tx->prepare();
-      if (!status.ok()) return call->finish(status);
-    }
-    for (auto& tx : transactions) {
-      status = tx->commit();
-      if (!status.ok()) {
-        const size_t restored = undo.restore();
-        ZOLT_TRACE(dbg, 2, "Set", "Set refused at commit ({}); {} values restored", status.error_message(),
-                   restored);
-        return call->finish(status);
-      }
-    }
+  grpc::Status status = planSet(context_.source, call->request, plan);
+  if (status.ok()) status = applySet(plan, context_.source, context_.bridge);
+  if (!status.ok()) {
+    ZOLT_TRACE(dbg, 2, "Set", "Set refused: {}", status.error_message());
+    return call->finish(status);
   }
   call->response = setResponse(call->request, context_.clock().utcNanos());
   call->finish(grpc::Status::OK);

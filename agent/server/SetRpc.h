@@ -1,8 +1,9 @@
-// Set: the request is checked and split into one library Set per entity
-// (planSet); every one is prepared before any commits, so that a request is
-// applied all or nothing across entities; a write the runtime refuses while
-// committing is undone with everything committed before it (SetUndo). The
-// response lists one result per operation.
+// Set: the request is checked completely and planned before anything
+// changes (SetPlan.h), then applied all or nothing: the agent's structural
+// changes (members made and removed, subtrees emptied), then the leaf
+// writes, every library Set prepared before any commits; a refusal undoes
+// everything applied (SetApply.h, SetUndo.h). The response lists one result
+// per operation: deletes, replaces, updates.
 //
 // Event-loop thread only.
 #pragma once

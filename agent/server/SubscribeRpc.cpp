@@ -39,12 +39,16 @@ void SubscribeRpc::request(const std::shared_ptr<StreamChannel>& channel, const 
   if (channel->ended()) return;
   SubscribeParams params;
   grpc::Status status = parseSubscribe(request, context_.options.limits, params);
+  for (size_t i = 0; status.ok() && i < params.entries.size(); ++i) {
+    status = context_.source.normalizePath(params.entries[i].path);
+  }
   if (!status.ok()) {
     channel->abort(status);
     return;
   }
   auto sub = std::make_unique<Subscription>(
-      Subscription::Context{context_.loop, context_.router, context_.schema}, channel, std::move(params));
+      Subscription::Context{context_.loop, context_.router, context_.source, context_.schema}, channel,
+      std::move(params));
   Subscription* raw = sub.get();
   subscriptions_[channel.get()] = std::move(sub);
   raw->start();

@@ -8,6 +8,7 @@
 #include <Zolt/Zolt.h>
 
 #include "CoalescingQueue.h"
+#include "GnmiPathText.h"
 #include "ValueEncoding.h"
 
 namespace VekGnmi::Server {
@@ -52,6 +53,13 @@ void Subscription::startSync() {
   for (const auto& entry : entries_) {
     Resolution r;
     const grpc::Status status = resolvePath(context_.schema, entry->params.path, r);
+    // A path the model cannot hold is not implemented by this target; a
+    // member that does not exist now is no error (see Subscription.h).
+    if (status.error_code() == grpc::StatusCode::NOT_FOUND) {
+      return fail({grpc::StatusCode::UNIMPLEMENTED,
+                   fmt::format("this target does not implement the path {}: {}", pathString(entry->params.path),
+                               status.error_message())});
+    }
     if (!status.ok()) return fail(status);
     for (PublishedEntity& e : r.cover) {
       if (seen.insert(e.entity.ptr()).second) cover.push_back(std::move(e));
@@ -109,9 +117,9 @@ void Subscription::fail(grpc::Status status) {
 
 gnmi::TypedValue Subscription::encoded(const gnmi::Path& prefix, const gnmi::Path& path,
                                        const gnmi::TypedValue& value) {
-  if (params_.encoding == gnmi::PROTO) return value;
+  if (params_.encoding == gnmi::PROTO && !context_.source.protoChanges(prefix, path, value)) return value;
   gnmi::TypedValue out;
-  encodeValue(context_.schema.leafOf(prefix, path), value, params_.encoding, out);
+  context_.source.encode(context_.schema.leafOf(prefix, path), value, params_.encoding, out);
   return out;
 }
 
@@ -163,9 +171,10 @@ bool Subscription::onSyncMessage(Ostrel::SyncId syncId, const Ostrel::ArenaRespM
 bool Subscription::queueSync(const Ostrel::ArenaRespMsgPtr& message, bool whole) {
   StreamQueue& queue = channel_->queue();
   const gnmi::Notification& notification = message->response->update();
-  if (whole && params_.encoding == gnmi::PROTO && params_.target.empty()) {
+  if (whole && params_.encoding == gnmi::PROTO && params_.target.empty() && !protoChanges(notification)) {
     // The library's message goes out as it is, the same handle for every
-    // subscription that shares its sync: nobody changes it.
+    // subscription that shares its sync: nobody changes it. A message
+    // whose values PROTO sends otherwise is copied below.
     return queue.pushSync(OutMessage(message));
   }
   auto response = std::make_shared<gnmi::SubscribeResponse>();
@@ -191,6 +200,13 @@ bool Subscription::queueSync(const Ostrel::ArenaRespMsgPtr& message, bool whole)
   }
   if (out->update_size() == 0 && out->delete__size() == 0) return queue.hasRoom();
   return queue.pushSync(OutMessage(std::move(response)));
+}
+
+bool Subscription::protoChanges(const gnmi::Notification& notification) const {
+  for (const gnmi::Update& u : notification.update()) {
+    if (context_.source.protoChanges(notification.prefix(), u.path(), u.val())) return true;
+  }
+  return false;
 }
 
 bool Subscription::hasRoom() const { return !ended_ && channel_->queue().hasRoom(); }

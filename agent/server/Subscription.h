@@ -11,8 +11,13 @@
 //           suppress_redundant, all of them again at least every
 //           heartbeat_interval); ON_CHANGE entries with a heartbeat_interval
 //           re-send their leaves that often.
-// A path with nothing under it now keeps the stream open: members created
-// later are published by their owner's notifiee and pass the filter.
+// Paths are answered as the gNMI specification's table of Subscribe
+// responses says: a path with nothing under it now keeps the stream open
+// (ONCE and POLL send nothing for it), since members created later are
+// published by their owner's notifiee and pass the filter; a path the model
+// cannot hold (an element its schema does not have) ends the stream with
+// UNIMPLEMENTED; a malformed path (a key the list does not have, a key value
+// that is no value of its key) with INVALID_ARGUMENT.
 //
 // Lives on the event-loop thread; ended by `end`, after which it takes
 // nothing more.
@@ -26,6 +31,7 @@
 #include "Router.h"
 #include "EventLoop.h"
 #include "ModelSchema.h"
+#include "ModelSource.h"
 #include "PathIndex.h"
 #include "PathResolver.h"
 #include "Requests.h"
@@ -38,6 +44,7 @@ class Subscription final : public SyncOwner, public ChangeSink {
   struct Context {
     EventLoop& loop;
     Router& router;
+    const ModelSource& source;
     ModelSchema& schema;
   };
 
@@ -86,6 +93,8 @@ class Subscription final : public SyncOwner, public ChangeSink {
   // (entities are resolved again for every poll: members come and go).
   void startSync();
   gnmi::TypedValue encoded(const gnmi::Path& prefix, const gnmi::Path& path, const gnmi::TypedValue& value);
+  // Whether some value of `notification` goes out otherwise in PROTO.
+  bool protoChanges(const gnmi::Notification& notification) const;
   void armTimer(Entry& entry);
   void tick(Entry& entry);
   void fail(grpc::Status status);

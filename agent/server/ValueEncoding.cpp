@@ -39,6 +39,15 @@ std::string charText(uint64_t byte) {
   return jsonString(utf8);
 }
 
+// A double as the library sends it: 8 big-endian IEEE bytes.
+bool doubleOfBytes(const gnmi::TypedValue& v, double& out) {
+  if (!v.has_bytes_val() || v.bytes_val().size() != 8) return false;
+  uint64_t bits = 0;
+  for (const char c : v.bytes_val()) bits = (bits << 8) | static_cast<unsigned char>(c);
+  out = std::bit_cast<double>(bits);
+  return true;
+}
+
 // Integer builtins (bool and char apart, which travel as their own kinds).
 template <typename T>
 constexpr bool isIntegerBuiltin = std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, char>;
@@ -89,10 +98,9 @@ std::string builtinJson(Code code, const gnmi::TypedValue& v, bool ietf) {
       return floatText(v.float_val());
 #pragma GCC diagnostic pop
     } else if constexpr (std::is_same_v<T, double>) {
-      if (!v.has_bytes_val() || v.bytes_val().size() != 8) return {};
-      uint64_t bits = 0;
-      for (const char c : v.bytes_val()) bits = (bits << 8) | static_cast<unsigned char>(c);
-      return floatText(std::bit_cast<double>(bits));
+      double d = 0;
+      if (!doubleOfBytes(v, d)) return {};
+      return floatText(d);
     } else if constexpr (std::is_same_v<T, Vek::String>) {
       if (!v.has_string_val()) return {};
       return jsonString(v.string_val());
@@ -186,12 +194,67 @@ std::string leafJson(const LeafInfo* leaf, const gnmi::TypedValue& value, bool i
   return text.empty() ? fallbackJson(value) : text;
 }
 
+namespace {
+
+// The builtin code of a floating-point leaf's values; None for other leaves.
+Code floatingCode(const LeafInfo* leaf) {
+  if (leaf == nullptr || leaf->kind == LeafKind::Pointer || leaf->kind == LeafKind::JsonText || !leaf->type) {
+    return Code::None;
+  }
+  const Code code = leaf->type->builtinCode();
+  return code == Code::Double || code == Code::Float ? code : Code::None;
+}
+
+gnmi::TypedValue protoScalar(Code code, const gnmi::TypedValue& v) {
+  gnmi::TypedValue out;
+  double d = 0;
+  if (code == Code::Double && doubleOfBytes(v, d)) {
+    out.set_double_val(d);
+    return out;
+  }
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  if (code == Code::Float && v.has_float_val()) {
+    out.set_double_val(static_cast<double>(v.float_val()));
+    return out;
+  }
+#pragma GCC diagnostic pop
+  return v;
+}
+
+}  // namespace
+
+bool protoMayConvert(const gnmi::TypedValue& value) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  if (value.has_bytes_val() || value.has_float_val()) return true;
+#pragma GCC diagnostic pop
+  if (!value.has_leaflist_val()) return false;
+  for (const gnmi::TypedValue& element : value.leaflist_val().element()) {
+    if (protoMayConvert(element)) return true;
+  }
+  return false;
+}
+
+bool protoConverts(const LeafInfo* leaf) { return floatingCode(leaf) != Code::None; }
+
 void encodeValue(const LeafInfo* leaf, const gnmi::TypedValue& value, gnmi::Encoding encoding,
                  gnmi::TypedValue& out) {
   switch (encoding) {
     case gnmi::JSON: out.set_json_val(leafJson(leaf, value, false)); return;
     case gnmi::JSON_IETF: out.set_json_ietf_val(leafJson(leaf, value, true)); return;
-    default: out = value; return;
+    default: break;
+  }
+  const Code code = floatingCode(leaf);
+  if (code == Code::None) {
+    out = value;
+  } else if (value.has_leaflist_val()) {
+    out.Clear();
+    for (const gnmi::TypedValue& element : value.leaflist_val().element()) {
+      *out.mutable_leaflist_val()->add_element() = protoScalar(code, element);
+    }
+  } else {
+    out = protoScalar(code, value);
   }
 }
 
@@ -327,23 +390,63 @@ bool jsonToTyped(const LeafInfo& leaf, const nlohmann::json& json, gnmi::TypedVa
 
 }  // namespace
 
+bool parseClientJson(std::string_view text, nlohmann::json& out, std::string& error) {
+  int depth = 0;
+  bool inString = false;
+  bool escaped = false;
+  for (const char c : text) {
+    if (inString) {
+      if (escaped) {
+        escaped = false;
+      } else if (c == '\\') {
+        escaped = true;
+      } else if (c == '"') {
+        inString = false;
+      }
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > MAX_JSON_DEPTH) {
+        error = fmt::format("the JSON value nests arrays and objects deeper than {} levels", MAX_JSON_DEPTH);
+        return false;
+      }
+    } else if (c == ']' || c == '}') {
+      --depth;
+    }
+  }
+  out = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
+  if (out.is_discarded()) {
+    error = fmt::format("'{}' is not JSON", text.size() > 200 ? std::string(text.substr(0, 200)) + "..." : text);
+    return false;
+  }
+  return true;
+}
+
+namespace {
+
+// Pointers and leaf lists are not set through the library's Set.
+bool settable(const LeafInfo& leaf, std::string& error) {
+  if (leaf.kind != LeafKind::Pointer && leaf.kind != LeafKind::Array) return true;
+  error = fmt::format("{} leaves cannot be set", leaf.kind == LeafKind::Pointer ? "pointer" : "leaf-list");
+  return false;
+}
+
+}  // namespace
+
+bool setValueForJson(const LeafInfo& leaf, const nlohmann::json& value, gnmi::TypedValue& out, std::string& error) {
+  out.Clear();
+  return settable(leaf, error) && jsonToTyped(leaf, value, out, error);
+}
+
 bool setValueForLeaf(const LeafInfo& leaf, const gnmi::TypedValue& value, gnmi::TypedValue& out,
                      std::string& error) {
   out.Clear();
-  if (leaf.kind == LeafKind::Pointer || leaf.kind == LeafKind::Array) {
-    error = fmt::format("{} leaves cannot be set",
-                        leaf.kind == LeafKind::Pointer ? "pointer" : "leaf-list");
-    return false;
-  }
   if (value.has_json_val() || value.has_json_ietf_val()) {
-    const std::string& text = value.has_json_val() ? value.json_val() : value.json_ietf_val();
-    std::optional<nlohmann::json> json = jsonParse(text);
-    if (!json) {
-      error = fmt::format("'{}' is not JSON", text);
-      return false;
-    }
-    return jsonToTyped(leaf, *json, out, error);
+    nlohmann::json json;
+    if (!parseClientJson(value.has_json_val() ? value.json_val() : value.json_ietf_val(), json, error)) return false;
+    return setValueForJson(leaf, json, out, error);
   }
+  if (!settable(leaf, error)) return false;
   const Code code = leaf.type && leaf.type->isBuiltin() ? leaf.type->builtinCode() : Code::None;
   if ((value.has_int_val() || value.has_uint_val()) && isInteger(code)) {
     const Int128 v = value.has_int_val() ? Int128{value.int_val()} : Int128{value.uint_val()};

@@ -17,6 +17,7 @@
 #include "SecretInput.h"
 #include "ServerOptions.h"
 #include "ShutdownWatchdog.h"
+#include "YangSource.h"
 
 namespace {
 
@@ -60,6 +61,15 @@ int main(int argc, char** argv) {
     std::cerr << "vekgnmid: " << error << '\n';
     return 1;
   }
+  if (!options.yang.modules.empty()) {
+    auto source = makeYangSource({options.yang.dirs, options.yang.modules, options.yang.features}, options.yang.data);
+    if (!source) {
+      std::cerr << "vekgnmid: " << source.error() << '\n';
+      return 1;
+    }
+    options.agent.source = std::move(source).value();
+  }
+  if (!options.agent.source) options.agent.source = makeDemoSource(options.agent.interfaces);
   // SIGINT, SIGTERM and SIGHUP are taken by sigwait below, on this thread
   // only: block them before any other thread starts, so that every thread
   // inherits it.
@@ -80,11 +90,11 @@ int main(int argc, char** argv) {
   }
   const char* security = options.service.tls.enabled() ? (options.service.tls.ca.empty() ? "TLS" : "mutual TLS")
                                                        : "plaintext";
-  std::cout << fmt::format("vekgnmid: serving gNMI on {} (port {}), {}, {}, {} interfaces, churn {}/s\n",
+  std::cout << fmt::format("vekgnmid: serving gNMI on {} (port {}), {}, {}, {}, churn {}/s\n",
                            options.address, server.port(), security,
                            server.authenticator()->enabled() ? "users from " + options.service.usersFile
                                                              : std::string("no authentication"),
-                           options.agent.interfaces, options.agent.churnRate)
+                           options.agent.source->description(), options.agent.churnRate)
             << std::flush;
   int received = 0;
   for (;;) {

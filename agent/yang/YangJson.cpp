@@ -123,6 +123,35 @@ bool PublishedJson::add(const gnmi::Path& prefix, const gnmi::Update& update, st
   std::vector<const gnmi::PathElem*> elems;
   for (const auto& e : prefix.elem()) elems.push_back(&e);
   for (const auto& e : update.path().elem()) elems.push_back(&e);
+  const YangLeaf* leaf = nullptr;
+  std::string name;
+  Node* at = leafParent(elems, leaf, name, error);
+  if (!at) return false;
+  if (update.val().has_leaflist_val()) {
+    nlohmann::json values = nlohmann::json::array();
+    for (const gnmi::TypedValue& v : update.val().leaflist_val().element()) {
+      values.push_back(YangValue::json(*leaf, YangValue::publishedText(*leaf, v)));
+    }
+    at->leaves[name] = std::move(values);
+  } else {
+    at->leaves[name] = YangValue::json(*leaf, YangValue::publishedText(*leaf, update.val()));
+  }
+  return true;
+}
+
+bool PublishedJson::add(const gnmi::Path& path, const nlohmann::json& value, std::string& error) {
+  std::vector<const gnmi::PathElem*> elems;
+  for (const auto& e : path.elem()) elems.push_back(&e);
+  const YangLeaf* leaf = nullptr;
+  std::string name;
+  Node* at = leafParent(elems, leaf, name, error);
+  if (!at) return false;
+  at->leaves[name] = value;
+  return true;
+}
+
+PublishedJson::Node* PublishedJson::leafParent(const std::vector<const gnmi::PathElem*>& elems, const YangLeaf*& leaf,
+                                               std::string& leafName, std::string& error) {
   Node* at = root_.get();
   const lysc_node* parent = nullptr;
   std::string walked;
@@ -132,29 +161,21 @@ bool PublishedJson::add(const gnmi::Path& prefix, const gnmi::Update& update, st
     const lysc_node* schema = model_.child(parent, elem.name());
     if (!schema) {
       error = fmt::format("{} is not in the model", walked);
-      return false;
+      return nullptr;
     }
     const std::string name = YangModel::jsonName(schema, parent ? parent->module : nullptr);
-    if (const YangLeaf* leaf = model_.leaf(schema)) {
+    if ((leaf = model_.leaf(schema))) {
       if (i + 1 != elems.size()) {
         error = fmt::format("{} is a leaf inside the path", walked);
-        return false;
+        return nullptr;
       }
-      if (update.val().has_leaflist_val()) {
-        nlohmann::json values = nlohmann::json::array();
-        for (const gnmi::TypedValue& v : update.val().leaflist_val().element()) {
-          values.push_back(YangValue::json(*leaf, YangValue::publishedText(*leaf, v)));
-        }
-        at->leaves[name] = std::move(values);
-      } else {
-        at->leaves[name] = YangValue::json(*leaf, YangValue::publishedText(*leaf, update.val()));
-      }
-      return true;
+      leafName = name;
+      return at;
     }
     const YangNode* node = model_.node(schema);
     if (!node) {
       error = fmt::format("{} is not published", walked);
-      return false;
+      return nullptr;
     }
     if (!node->list) {
       at = &at->container(name);
@@ -176,11 +197,11 @@ bool PublishedJson::add(const gnmi::Path& prefix, const gnmi::Update& update, st
     std::vector<std::pair<const YangLeaf*, std::string>> keys;
     if (node->keyless) {
       std::string position;
-      if (!keyOf(YangModel::POSITION_KEY, position)) return false;
+      if (!keyOf(YangModel::POSITION_KEY, position)) return nullptr;
     }
     for (const YangLeaf* key : node->keys) {
       std::string value;
-      if (!keyOf(key->element, value)) return false;
+      if (!keyOf(key->element, value)) return nullptr;
       keys.emplace_back(key, unescapedKey(value));
     }
     Node::List& list = at->lists[name];
@@ -195,7 +216,7 @@ bool PublishedJson::add(const gnmi::Path& prefix, const gnmi::Update& update, st
     parent = schema;
   }
   error = fmt::format("{} names no leaf", walked);
-  return false;
+  return nullptr;
 }
 
 nlohmann::json PublishedJson::json() const { return root_->json(); }

@@ -39,7 +39,8 @@ nlohmann::json entityJson(const YangModel& model, const Vek::Entity& entity);
 }  // namespace YangJson
 
 // Assembles the leaves of published updates (notification prefix + update
-// path, as the library names them) into one RFC 7951 document.
+// path, as the library names them), or of the JSON_IETF updates a gNMI client
+// receives, into one RFC 7951 document.
 class PublishedJson {
  public:
   explicit PublishedJson(const YangModel& model);
@@ -50,11 +51,17 @@ class PublishedJson {
   bool add(const gnmi::Path& prefix, const gnmi::Update& update, std::string& error);
   // Adds every update of `notification`; false at the first that fails.
   bool add(const gnmi::Notification& notification, std::string& error);
+  // Adds the leaf at `path` (all its elements) holding `value`, its RFC
+  // 7951 JSON (a json_ietf_val as a client reads it).
+  bool add(const gnmi::Path& path, const nlohmann::json& value, std::string& error);
 
   nlohmann::json json() const;
 
  private:
   struct Node;
+  // Finds or makes the object holding the leaf at `elems`; null with `error`.
+  Node* leafParent(const std::vector<const gnmi::PathElem*>& elems, const YangLeaf*& leaf, std::string& name,
+                   std::string& error);
   const YangModel& model_;
   std::unique_ptr<Node> root_;
 };

@@ -161,7 +161,7 @@ class YangModel::Builder {
         if (leaf->leafList) {
           def.array(names[i], leaf->valueType).attrFlagsIs(Vek::AttrFlag::ARRAY | Vek::AttrFlag::OPTIONAL);
         } else if (leaf->key) {
-          def.scalar(names[i], leaf->valueType);
+          def.attr(optionalAttr(names[i], leaf->valueType));
           node.keys.push_back(leaf);
         } else {
           def.attr(optionalAttr(names[i], leaf->valueType));

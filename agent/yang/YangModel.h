@@ -24,8 +24,10 @@
 //   choice, case                  transparent: their data nodes are
 //                                 attributes of the enclosing entity
 //   leaf                          optional scalar (AttrFlag::OPTIONAL)  .../leaf = value; nothing while unset
-//   key leaf                      plain scalar, set when the entry is   .../list[k=v]/k = value
-//                                 made
+//   key leaf                      optional scalar, set as soon as the   .../list[k=v]/k = value
+//                                 entry is made (so an entry made in a
+//                                 live model publishes no empty key
+//                                 before its key is set)
 //   leaf-list                     optional array (leaf list)            .../leaf-list = [values]
 //   anydata, anyxml, rpc, action, not mapped: the loader refuses data
 //   notification, top-level leaf  that holds anydata or anyxml; a

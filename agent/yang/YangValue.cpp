@@ -1,6 +1,7 @@
 #include "YangValue.h"
 
 #include <charconv>
+#include <optional>
 
 #include <fmt/format.h>
 #include <libyang/libyang.h>
@@ -89,6 +90,171 @@ nlohmann::json json(const YangLeaf& leaf, std::string_view canonical) {
     case LY_TYPE_BOOL: return canonical == "true";
     case LY_TYPE_EMPTY: return nlohmann::json::array({nullptr});
     default: return std::string(canonical);
+  }
+}
+
+namespace {
+
+// The base type the canonical text of `leaf` reads as.
+LY_DATA_TYPE baseOf(const YangLeaf& leaf, std::string_view canonical) {
+  const lysc_type* type = realType(leaf, canonical);
+  return type ? type->basetype : LY_TYPE_UNKNOWN;
+}
+
+template <typename T>
+bool parseNumber(std::string_view text, T& out) {
+  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), out);
+  return ec == std::errc() && end == text.data() + text.size();
+}
+
+gnmi::TypedValue protoScalar(const YangLeaf& leaf, const gnmi::TypedValue& published) {
+  if (!published.has_string_val()) return published;  // integers and booleans go out as published
+  const std::string& text = published.string_val();
+  gnmi::TypedValue out;
+  switch (baseOf(leaf, text)) {
+    case LY_TYPE_INT8:
+    case LY_TYPE_INT16:
+    case LY_TYPE_INT32:
+    case LY_TYPE_INT64: {
+      int64_t v = 0;
+      if (!parseNumber(text, v)) return published;
+      out.set_int_val(v);
+      return out;
+    }
+    case LY_TYPE_UINT8:
+    case LY_TYPE_UINT16:
+    case LY_TYPE_UINT32:
+    case LY_TYPE_UINT64: {
+      uint64_t v = 0;
+      if (!parseNumber(text, v)) return published;
+      out.set_uint_val(v);
+      return out;
+    }
+    case LY_TYPE_BOOL:
+      out.set_bool_val(text == "true");
+      return out;
+    case LY_TYPE_DEC64: {
+      double v = 0;
+      if (!parseNumber(text, v)) return published;
+      out.set_double_val(v);
+      return out;
+    }
+    case LY_TYPE_EMPTY:
+      out.set_bool_val(true);
+      return out;
+    case LY_TYPE_BINARY: {
+      std::optional<std::string> bytes = base64Decode(text);
+      if (!bytes) return published;
+      out.set_bytes_val(std::move(*bytes));
+      return out;
+    }
+    default:
+      return published;
+  }
+}
+
+// The identity named `name` derived (at any depth) from `base`, or null;
+// `ambiguous` is set when two modules have one.
+const lysc_ident* derivedNamed(const lysc_ident* base, std::string_view name, bool& ambiguous) {
+  const lysc_ident* found = nullptr;
+  LY_ARRAY_COUNT_TYPE i;
+  LY_ARRAY_FOR(base->derived, i) {
+    const lysc_ident* d = base->derived[i];
+    const lysc_ident* match = name == d->name ? d : derivedNamed(d, name, ambiguous);
+    if (!match) continue;
+    if (found && found != match) ambiguous = true;
+    found = match;
+  }
+  return found;
+}
+
+const lysc_ident* identityNamed(const lysc_type* type, std::string_view name, bool& ambiguous) {
+  if (!type) return nullptr;
+  if (type->basetype == LY_TYPE_UNION) {
+    const auto* u = reinterpret_cast<const lysc_type_union*>(type);
+    const lysc_ident* found = nullptr;
+    LY_ARRAY_COUNT_TYPE i;
+    LY_ARRAY_FOR(u->types, i) {
+      const lysc_ident* match = identityNamed(followLeafrefs(u->types[i]), name, ambiguous);
+      if (match && found && found != match) ambiguous = true;
+      if (match) found = match;
+    }
+    return found;
+  }
+  if (type->basetype != LY_TYPE_IDENT) return nullptr;
+  const auto* ident = reinterpret_cast<const lysc_type_identityref*>(type);
+  const lysc_ident* found = nullptr;
+  LY_ARRAY_COUNT_TYPE i;
+  LY_ARRAY_FOR(ident->bases, i) {
+    const lysc_ident* match = derivedNamed(ident->bases[i], name, ambiguous);
+    if (match && found && found != match) ambiguous = true;
+    if (match) found = match;
+  }
+  return found;
+}
+
+}  // namespace
+
+gnmi::TypedValue protoValue(const YangLeaf& leaf, const gnmi::TypedValue& published) {
+  if (!published.has_leaflist_val()) return protoScalar(leaf, published);
+  gnmi::TypedValue out;
+  for (const gnmi::TypedValue& element : published.leaflist_val().element()) {
+    *out.mutable_leaflist_val()->add_element() = protoScalar(leaf, element);
+  }
+  return out;
+}
+
+std::string plainJsonText(const YangLeaf& leaf, std::string_view canonical) {
+  switch (baseOf(leaf, canonical)) {
+    case LY_TYPE_INT64:
+    case LY_TYPE_UINT64:
+    case LY_TYPE_DEC64:
+      return std::string(canonical);
+    default:
+      return json(leaf, canonical).dump();
+  }
+}
+
+std::string qualifiedText(const YangLeaf& leaf, std::string_view text) {
+  if (text.empty() || text.find(':') != std::string_view::npos) return std::string(text);
+  bool ambiguous = false;
+  const lysc_ident* identity = identityNamed(leaf.type, text, ambiguous);
+  if (!identity || ambiguous) return std::string(text);
+  return fmt::format("{}:{}", identity->module->name, identity->name);
+}
+
+Ostrel::Result<std::string, std::string> fromClient(const YangLeaf& leaf, std::string_view text) {
+  return canonicalize(leaf, qualifiedText(leaf, text));
+}
+
+Ostrel::Result<std::string, std::string> typedText(const YangLeaf& leaf, const gnmi::TypedValue& value) {
+  if (leaf.base == LY_TYPE_EMPTY && value.has_bool_val() && value.bool_val()) return std::string();  // as PROTO sends it
+  switch (value.value_case()) {
+    case gnmi::TypedValue::kStringVal: return value.string_val();
+    case gnmi::TypedValue::kAsciiVal: return value.ascii_val();
+    case gnmi::TypedValue::kIntVal: return std::to_string(value.int_val());
+    case gnmi::TypedValue::kUintVal: return std::to_string(value.uint_val());
+    case gnmi::TypedValue::kBoolVal: return std::string(value.bool_val() ? "true" : "false");
+    case gnmi::TypedValue::kDoubleVal: return fmt::format("{}", value.double_val());
+    case gnmi::TypedValue::kBytesVal: return base64Encode(value.bytes_val());
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    case gnmi::TypedValue::kDecimalVal: {
+      const int64_t digits = value.decimal_val().digits();
+      const uint32_t precision = value.decimal_val().precision();
+      if (precision > 18) return Ostrel::Failure{fmt::format("decimal precision {} is above 18", precision)};
+      const uint64_t magnitude = digits < 0 ? 0 - static_cast<uint64_t>(digits) : static_cast<uint64_t>(digits);
+      const std::string all = fmt::format("{:0{}}", magnitude, precision + 1);
+      const std::string_view whole = std::string_view(all).substr(0, all.size() - precision);
+      const std::string_view fraction = std::string_view(all).substr(all.size() - precision);
+      return fmt::format("{}{}{}{}", digits < 0 ? "-" : "", whole, fraction.empty() ? "" : ".", fraction);
+    }
+#pragma GCC diagnostic pop
+    default: {
+      const auto* field = gnmi::TypedValue::descriptor()->FindFieldByNumber(static_cast<int>(value.value_case()));
+      return Ostrel::Failure{fmt::format("a {} is no value of leaf {}", field ? field->name() : std::string("missing value"),
+                                         leaf.node->name)};
+    }
   }
 }
 

@@ -8,6 +8,11 @@
 //   canonicalize (client text, validated by libyang: range, length, pattern,
 //                 enumeration, identity base, fraction digits)
 //
+// and what gNMI clients read and write: `protoValue` and `plainJsonText`
+// give a published value in the PROTO and JSON encodings (JSON_IETF is
+// `json`); `clientText` reads a client's PROTO typed value as text, and
+// `fromClient` checks and canonicalizes a client's text.
+//
 // Every function takes the `YangLeaf` of the leaf (its schema node and
 // runtime type), so one lookup serves encoding, conversion and validation.
 #pragma once
@@ -58,5 +63,32 @@ const lysc_type* followLeafrefs(const lysc_type* type);
 // and 32-bit integers, strings for 64-bit integers and decimal64, true /
 // false, [null] for empty, strings for the rest.
 nlohmann::json json(const YangLeaf& leaf, std::string_view canonical);
+
+// The PROTO form of a value the library published for `leaf`: integers,
+// booleans and strings as published (a union's member read as its type),
+// decimal64 as double_val, empty as bool_val true, binary as bytes_val (the
+// decoded bytes); a leaf list element by element.
+gnmi::TypedValue protoValue(const YangLeaf& leaf, const gnmi::TypedValue& published);
+
+// The text of one canonical value of `leaf` in gNMI's JSON encoding: RFC
+// 7951's JSON (`json`), but 64-bit integers and decimal64 as JSON numbers of
+// the exact canonical text.
+std::string plainJsonText(const YangLeaf& leaf, std::string_view canonical);
+
+// `text` as the YANG JSON value libyang reads for `leaf`: an identity named
+// without its module ("ethernetCsmacd") gets the module of the one identity
+// of that name derived from the leaf's bases; other texts stay as they are.
+std::string qualifiedText(const YangLeaf& leaf, std::string_view text);
+
+// libyang's canonical text of a client's `text` for `leaf`
+// (`qualifiedText`, then `canonicalize`).
+Ostrel::Result<std::string, std::string> fromClient(const YangLeaf& leaf, std::string_view text);
+
+// The text of a client's typed value (one scalar of a PROTO Set) for
+// `leaf`: integers, booleans and strings as they read, a double in its
+// shortest exact text, gNMI's Decimal64 as decimal text, bytes as base64
+// (for binary), bool_val true as the value of an empty leaf (as PROTO sends
+// it). An error for kinds that hold no scalar.
+Ostrel::Result<std::string, std::string> typedText(const YangLeaf& leaf, const gnmi::TypedValue& value);
 
 }  // namespace VekGnmi::Yang::YangValue

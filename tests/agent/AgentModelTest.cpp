@@ -26,6 +26,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
+using ::testing::StartsWith;
 using VekGnmiTest::IsOk;
 using VekGnmiTest::P;
 using VekGnmiTest::StatusIs;
@@ -276,7 +277,7 @@ TEST_F(AgentModel, ACollectionCoversEveryMember) {
 
 TEST_F(AgentModel, AValueMembersPathCoversTheEntityThatHoldsIt) {
   Resolution r;
-  ASSERT_THAT(resolve("/devices/dev1/routes[prefix=10.0.0.2/31]/metric", r), IsOk());
+  ASSERT_THAT(resolve("/devices/dev1/routes[routesKey=10.0.0.2/31]/metric", r), IsOk());
   EXPECT_THAT(paths(r.cover), ElementsAre("/devices/dev1"));
   EXPECT_FALSE(r.absent);
 }
@@ -305,7 +306,7 @@ TEST_F(AgentModel, AnAbsentMemberIsNotAnErrorAndItsOwnerIsWatched) {
 
 TEST_F(AgentModel, AnAbsentMemberOfAValueCollectionIsNotAnError) {
   Resolution r;
-  ASSERT_THAT(resolve("/devices/dev1/routes[prefix=192.168.0.0/24]", r), IsOk());
+  ASSERT_THAT(resolve("/devices/dev1/routes[routesKey=192.168.0.0/24]", r), IsOk());
   EXPECT_TRUE(r.absent);
 }
 
@@ -339,8 +340,32 @@ TEST_F(AgentModel, AKeyOnADirectoryIsAnInvalidArgument) {
 
 TEST_F(AgentModel, AKeyValueOfTheWrongFormIsAnInvalidArgument) {
   Resolution r;
-  EXPECT_THAT(resolve("/devices/dev1/routes[prefix=bogus]", r),
+  EXPECT_THAT(resolve("/devices/dev1/routes[routesKey=bogus]", r),
               StatusIs(grpc::StatusCode::INVALID_ARGUMENT, HasSubstr("'bogus' is not a valid key")));
+}
+
+TEST_F(AgentModel, AKeyNameTheListDoesNotHaveIsRefusedNamingItsKey) {
+  Resolution r;
+  gnmi::Path emptyName = P("/devices/dev1/interfaces/mtu");  // interfaces[=eth0], which path text cannot say
+  (*emptyName.mutable_elem(2)->mutable_key())[""] = "eth0";
+  for (const gnmi::Path& path : {P("/devices/dev1/interfaces[namex=eth0]"), emptyName,
+                                 P("/devices/dev1/interfaces[namex=*]/mtu"),
+                                 P("/devices/dev1/interfaces[name=eth0][id=1]")}) {
+    EXPECT_THAT(resolvePath(schema_, path, r),
+                StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                         StartsWith("'interfaces' under /devices/dev1 is keyed by [name], not ")))
+        << path.ShortDebugString();
+  }
+}
+
+TEST_F(AgentModel, AKeyNameOfAValueKeyedListIsTheOneItPublishes) {
+  Resolution r;
+  EXPECT_THAT(resolve("/devices/dev1/routes[prefix=10.0.0.0/31]", r),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                       "'routes' under /devices/dev1 is keyed by [routesKey], not [prefix=10.0.0.0/31]"));
+  EXPECT_THAT(resolve("/devices/dev1/interfaces[name=eth0]/addresses[ip=10.0.0.0]", r),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT));
+  EXPECT_THAT(resolve("/devices/dev1/interfaces[name=eth0]/addresses[addressesKey=10.0.0.0]", r), IsOk());
 }
 
 TEST_F(AgentModel, MoreKeysThanTheCollectionHasIsAnInvalidArgument) {

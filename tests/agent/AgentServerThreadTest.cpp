@@ -15,6 +15,7 @@
 #include "ClientCommands.h"
 #include "Golden.h"
 #include "StatusMatchers.h"
+#include "SubscribeClient.h"
 
 namespace {
 
@@ -114,19 +115,32 @@ TEST_F(AgentGetStatus, AMissingMemberIsNotFound) {
               StatusIs(grpc::StatusCode::NOT_FOUND, "nothing exists at /devices/dev1/interfaces[name=eth99]"));
 }
 
-TEST_F(AgentGetStatus, AKeyTheListDoesNotHaveIsAnInvalidArgument) {
-  EXPECT_THAT(get(getOf("/devices/dev1/routes[prefix=x]")), StatusIs(grpc::StatusCode::INVALID_ARGUMENT));
+TEST_F(AgentGetStatus, AKeyValueOfTheWrongFormIsAnInvalidArgument) {
+  EXPECT_THAT(get(getOf("/devices/dev1/routes[routesKey=x]")), StatusIs(grpc::StatusCode::INVALID_ARGUMENT));
+}
+
+TEST_F(AgentGetStatus, AKeyNameTheListDoesNotHaveIsAnInvalidArgumentNotAnotherMembersData) {
+  EXPECT_THAT(get(getOf("/devices/dev1/interfaces[namex=eth0]")),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                       "'interfaces' under /devices/dev1 is keyed by [name], not [namex=eth0]"));
+}
+
+TEST_F(AgentGetStatus, AnEmptyKeyNameIsAnInvalidArgument) {
+  gnmi::GetRequest r = getOf("/devices/dev1/interfaces");  // interfaces[=eth0], which path text cannot say
+  (*r.mutable_path(0)->mutable_elem(2)->mutable_key())[""] = "eth0";
+  EXPECT_THAT(get(r), StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                               ::testing::StartsWith("'interfaces' under /devices/dev1 is keyed by [name], not ")));
 }
 
 TEST_F(AgentGetStatus, AnEncodingOtherThanJsonJsonIetfAndProtoIsUnimplemented) {
-  gnmi::GetRequest r = getOf("/devices/dev1/routes[prefix=x]");
+  gnmi::GetRequest r = getOf("/devices/dev1/routes[routesKey=x]");
   r.set_encoding(gnmi::ASCII);
   EXPECT_THAT(get(r), StatusIs(grpc::StatusCode::UNIMPLEMENTED,
                                "encoding ASCII is not supported; use JSON, JSON_IETF or PROTO"));
 }
 
 TEST_F(AgentGetStatus, AnUnknownDataTypeIsAnInvalidArgument) {
-  gnmi::GetRequest r = getOf("/devices/dev1/routes[prefix=x]");
+  gnmi::GetRequest r = getOf("/devices/dev1/routes[routesKey=x]");
   r.set_type(static_cast<gnmi::GetRequest::DataType>(9));
   EXPECT_THAT(get(r), StatusIs(grpc::StatusCode::INVALID_ARGUMENT, "unknown data type 9"));
 }
@@ -157,13 +171,6 @@ class AgentSetStatus : public LiveAgent {
   }
 };
 
-TEST_F(AgentSetStatus, ADeleteIsUnimplementedAndChangesNothing) {
-  gnmi::SetRequest deletes;
-  *deletes.add_delete_() = P(ETH0 + "/description");
-  EXPECT_THAT(set(deletes), StatusIs(grpc::StatusCode::UNIMPLEMENTED,
-                                     "this target does not apply deletes; nothing was changed"));
-}
-
 TEST_F(AgentSetStatus, AUnionReplaceIsUnimplemented) {
   gnmi::SetRequest unionReplace;
   *unionReplace.add_union_replace()->mutable_path() = P("/devices/dev1/system/hostname");
@@ -182,9 +189,10 @@ TEST_F(AgentSetStatus, MalformedJsonIetfIsAnInvalidArgument) {
   EXPECT_THAT(set(bad), StatusIs(grpc::StatusCode::INVALID_ARGUMENT));
 }
 
-TEST_F(AgentSetStatus, AMissingMemberIsNotFound) {
-  EXPECT_THAT(set(updateOf("/devices/dev1/interfaces[name=eth77]/mtu", "1500")),
-              StatusIs(grpc::StatusCode::NOT_FOUND, "update 0: interfaces[name=eth77] does not exist under /devices/dev1"));
+TEST_F(AgentSetStatus, AnElementTheModelDoesNotHaveIsNotFound) {
+  EXPECT_THAT(set(updateOf(ETH0 + "/mtux", "1500")),
+              StatusIs(grpc::StatusCode::NOT_FOUND,
+                       "update 0: Demo::Interface has no element 'mtux' (below /devices/dev1/interfaces[name=eth0])"));
 }
 
 TEST_F(AgentSetStatus, AnEmptySetSucceedsWithATimeAndNoResults) {
@@ -194,19 +202,34 @@ TEST_F(AgentSetStatus, AnEmptySetSucceedsWithATimeAndNoResults) {
   EXPECT_EQ(response.response_size(), 0);
 }
 
-TEST_F(AgentSetStatus, AValueTheDeviceRefusesComesBackAsTheLibrarysNotFound) {
-  EXPECT_THAT(set(updateOf(ETH0 + "/mtu", "20000")),
-              StatusIs(grpc::StatusCode::NOT_FOUND, HasSubstr("mtu 20000 is outside 64..9216")));
+// The device checks its MTU range when the value is written: its refusal is
+// an invalid argument, whatever the library's Set says.
+TEST_F(AgentSetStatus, AValueTheDeviceRefusesIsAnInvalidArgumentAndChangesNothing) {
+  EXPECT_THAT(set(updateOf(ETH0 + "/mtu", "10000")),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                       "the device refused /devices/dev1/interfaces[name=eth0]/mtu: mtu 10000 is outside 64..9216; "
+                       "nothing was changed"));
   EXPECT_EQ(eth0Mtu(), 9000u);
 }
 
-TEST_F(AgentSetStatus, AStateLeafIsNotFound) {
+TEST_F(AgentSetStatus, AStateLeafIsAnInvalidArgument) {
   EXPECT_THAT(set(updateOf(ETH0 + "/macAddress", "\"02:00:00:00:00:99\"")),
-              StatusIs(grpc::StatusCode::NOT_FOUND, HasSubstr("macAddress is state, written by the device only")));
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                       "update 0: /devices/dev1/interfaces[name=eth0]/macAddress is state; clients cannot set it"));
 }
 
-TEST_F(AgentSetStatus, AKeyLeafIsNotFound) {
-  EXPECT_THAT(set(updateOf(ETH0 + "/name", "\"eth9\"")), StatusIs(grpc::StatusCode::NOT_FOUND));
+TEST_F(AgentSetStatus, AKeyLeafIsAnInvalidArgument) {
+  EXPECT_THAT(set(updateOf(ETH0 + "/name", "\"eth9\"")), StatusIs(grpc::StatusCode::INVALID_ARGUMENT));
+}
+
+TEST_F(AgentSetStatus, AValueNestedTooDeeplyIsRefusedAndTheAgentGoesOn) {
+  EXPECT_THAT(set(updateOf("/devices/dev1/system/motd", std::string(100000, '[') + std::string(100000, ']'))),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                       "update 0: /devices/dev1/system/motd: the JSON value nests arrays and objects deeper than 64 "
+                       "levels"));
+  gnmi::GetResponse response;
+  ASSERT_THAT(get(getOf("/devices/dev1/system/motd"), &response), IsOk());
+  EXPECT_EQ(response.notification(0).update(0).val().json_val(), R"({"banner":"welcome"})");
 }
 
 TEST_F(AgentSetStatus, AValidUpdateIsAppliedAndAnswered) {
@@ -215,6 +238,126 @@ TEST_F(AgentSetStatus, AValidUpdateIsAppliedAndAnswered) {
   ASSERT_EQ(response.response_size(), 1);
   EXPECT_EQ(response.response(0).op(), gnmi::UpdateResult::UPDATE);
   EXPECT_EQ(eth0Mtu(), 1600u);
+}
+
+// ---------------------------------------------------------------------------
+// Set beyond leaves: members made, removed and replaced
+
+class AgentSet : public LiveAgent {
+ protected:
+  static gnmi::Update json(const std::string& path, const std::string& value) {
+    gnmi::Update u;
+    *u.mutable_path() = P(path);
+    u.mutable_val()->set_json_ietf_val(value);
+    return u;
+  }
+  // What Get answers for `path` as "path=value" lines; empty when nothing
+  // exists there.
+  std::vector<std::string> got(const std::string& path, gnmi::GetRequest::DataType type = gnmi::GetRequest::ALL) {
+    gnmi::GetRequest r = getOf(path);
+    r.set_type(type);
+    gnmi::GetResponse response;
+    if (!get(r, &response).ok()) return {};
+    return flat({response.notification().begin(), response.notification().end()});
+  }
+  // A stream of every change under the interfaces, after its sync.
+  std::unique_ptr<Stream> watchInterfaces() {
+    auto stream = std::make_unique<Stream>(fixture_.stub(), subscription(gnmi::SubscriptionList::STREAM,
+                                                                         {"/devices/dev1/interfaces"},
+                                                                         gnmi::JSON_IETF, gnmi::ON_CHANGE));
+    stream->untilSync();
+    return stream;
+  }
+  // The stream's notifications as lines, until they hold every one of
+  // `expected` (changes of a leaf may be coalesced to its newest value).
+  static std::vector<std::string> until(Stream& stream, const std::vector<std::string>& expected) {
+    std::vector<std::string> lines;
+    const auto seen = [&] {
+      return std::all_of(expected.begin(), expected.end(), [&](const std::string& line) {
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+      });
+    };
+    for (int i = 0; i < 100 && !seen(); ++i) {
+      for (const std::string& line : flat({stream.next()})) lines.push_back(line);
+    }
+    return lines;
+  }
+};
+
+const std::string ETH = "/devices/dev1/interfaces[name=";
+
+TEST_F(AgentSet, DeletingAMemberRemovesItAndStreamsItsDelete) {
+  auto stream = watchInterfaces();
+  gnmi::SetRequest r;
+  *r.add_delete_() = P(ETH + "eth2]");
+  *r.add_delete_() = P(ETH + "eth99]");  // not there: accepted, nothing to do
+  gnmi::SetResponse response;
+  ASSERT_THAT(set(r, &response), IsOk());
+  ASSERT_EQ(response.response_size(), 2);
+  EXPECT_EQ(response.response(0).op(), gnmi::UpdateResult::DELETE);
+  EXPECT_THAT(until(*stream, {"delete " + ETH + "eth2]"}), ElementsAre("delete " + ETH + "eth2]"));
+  EXPECT_TRUE(got(ETH + "eth2]").empty());
+  EXPECT_FALSE(got(ETH + "eth3]").empty());
+  stream->close();
+}
+
+TEST_F(AgentSet, AnUpdateBelowAMemberThatDoesNotExistMakesIt) {
+  auto stream = watchInterfaces();
+  gnmi::SetRequest r;
+  *r.add_update() = json(ETH + "eth20]/mtu", "9000");
+  *r.add_update() = json(ETH + "eth20]/addresses[addressesKey=10.9.9.9]/prefixLength", "30");
+  ASSERT_THAT(set(r), IsOk());
+  // The new member is published, then the values the Set wrote.
+  const std::vector<std::string> streamed = until(
+      *stream, {ETH + "eth20]/mtu=ietf:9000", ETH + "eth20]/addresses[addressesKey=10.9.9.9]/prefixLength=ietf:30"});
+  EXPECT_THAT(streamed, ::testing::Contains(ETH + "eth20]/name=ietf:\"eth20\""));
+  EXPECT_THAT(got(ETH + "eth20]", gnmi::GetRequest::CONFIG),
+              ElementsAre(ETH + "eth20]/description=\"\"", ETH + "eth20]/mtu=9000", ETH + "eth20]/enabled=true",
+                          ETH + "eth20]/addresses[addressesKey=10.9.9.9]/addressesKey=\"10.9.9.9\"",
+                          ETH + "eth20]/addresses[addressesKey=10.9.9.9]/prefixLength=30",
+                          ETH + "eth20]/addresses[addressesKey=10.9.9.9]/origin=\"static\""));
+  stream->close();
+}
+
+TEST_F(AgentSet, AReplaceMakesASubtreeExactlyItsValue) {
+  gnmi::SetRequest r;
+  *r.add_replace() = json(ETH + "eth1]", R"({"name": "eth1", "description": "replaced",
+                                             "addresses": [{"addressesKey": "10.1.1.1", "prefixLength": 24}]})");
+  ASSERT_THAT(set(r), IsOk());
+  // The MTU the value leaves out is back at its default; the old address is
+  // gone; the state stays.
+  EXPECT_THAT(got(ETH + "eth1]", gnmi::GetRequest::CONFIG),
+              ElementsAre(ETH + "eth1]/description=\"replaced\"", ETH + "eth1]/mtu=1500", ETH + "eth1]/enabled=true",
+                          ETH + "eth1]/addresses[addressesKey=10.1.1.1]/addressesKey=\"10.1.1.1\"",
+                          ETH + "eth1]/addresses[addressesKey=10.1.1.1]/prefixLength=24",
+                          ETH + "eth1]/addresses[addressesKey=10.1.1.1]/origin=\"static\""));
+  EXPECT_THAT(got(ETH + "eth1]/operStatus"), ElementsAre(ETH + "eth1]/operStatus=\"up\""));
+}
+
+TEST_F(AgentSet, ARefusedSetChangesNothingItsStructuralStepsDid) {
+  const std::vector<std::string> eth1 = got(ETH + "eth1]");
+  const std::vector<std::string> eth3 = got(ETH + "eth3]");
+  ASSERT_FALSE(eth1.empty());
+  gnmi::SetRequest r;
+  *r.add_delete_() = P(ETH + "eth1]");
+  *r.add_replace() = json(ETH + "eth3]", R"({"description": "replaced"})");
+  *r.add_update() = json(ETH + "eth30]/description", R"("new")");
+  *r.add_update() = json(ETH + "eth2]/mtu", "10000");  // the device refuses it
+  EXPECT_THAT(set(r), StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                               "the device refused /devices/dev1/interfaces[name=eth2]/mtu: mtu 10000 is outside "
+                               "64..9216; nothing was changed"));
+  // eth1 is back with its configuration and state, eth3 as it was, eth30
+  // was never made.
+  EXPECT_EQ(got(ETH + "eth1]"), eth1);
+  EXPECT_EQ(got(ETH + "eth3]"), eth3);
+  EXPECT_TRUE(got(ETH + "eth30]").empty());
+}
+
+TEST_F(AgentSet, AMemberTheDeviceDoesNotLetClientsMakeIsRefused) {
+  gnmi::SetRequest neighbor;
+  *neighbor.add_update() = json("/devices/dev1/neighbors[name=nbr9]/remoteSystem", R"("x")");
+  EXPECT_THAT(set(neighbor), StatusIs(grpc::StatusCode::INVALID_ARGUMENT));
+  EXPECT_TRUE(got("/devices/dev1/neighbors[name=nbr9]").empty());
 }
 
 // ---------------------------------------------------------------------------
@@ -252,10 +395,25 @@ TEST_F(AgentSubscribeStatus, AnUnsupportedEncodingIsUnimplemented) {
   EXPECT_THAT(subscribeOnce(r), StatusIs(grpc::StatusCode::UNIMPLEMENTED));
 }
 
-TEST_F(AgentSubscribeStatus, AnUnknownElementIsNotFound) {
+TEST_F(AgentSubscribeStatus, APathTheModelCannotHoldIsUnimplemented) {
   gnmi::SubscribeRequest r = eth0In(gnmi::TARGET_DEFINED);
   *r.mutable_subscribe()->mutable_subscription(0)->mutable_path() = P("/devices/dev1/nosuch");
-  EXPECT_THAT(subscribeOnce(r), StatusIs(grpc::StatusCode::NOT_FOUND));
+  EXPECT_THAT(subscribeOnce(r), StatusIs(grpc::StatusCode::UNIMPLEMENTED,
+                                         "this target does not implement the path /devices/dev1/nosuch: "
+                                         "Demo::Device has no element 'nosuch' (below /devices/dev1)"));
+}
+
+TEST_F(AgentSubscribeStatus, APathTheModelCannotHoldIsUnimplementedInOnceToo) {
+  gnmi::SubscribeRequest r = eth0In(gnmi::TARGET_DEFINED);
+  r.mutable_subscribe()->set_mode(gnmi::SubscriptionList::ONCE);
+  *r.mutable_subscribe()->mutable_subscription(0)->mutable_path() = P("/devices/dev1/nosuch");
+  EXPECT_THAT(subscribeOnce(r), StatusIs(grpc::StatusCode::UNIMPLEMENTED));
+}
+
+TEST_F(AgentSubscribeStatus, AKeyNameTheListDoesNotHaveIsAnInvalidArgument) {
+  gnmi::SubscribeRequest r = eth0In(gnmi::ON_CHANGE);
+  *r.mutable_subscribe()->mutable_subscription(0)->mutable_path() = P("/devices/dev1/interfaces[namex=eth0]");
+  EXPECT_THAT(subscribeOnce(r), StatusIs(grpc::StatusCode::INVALID_ARGUMENT));
 }
 
 TEST_F(AgentSubscribeStatus, OnceOfAPathWithNothingUnderItEndsWithOkAfterAnEmptySync) {
@@ -355,8 +513,10 @@ TEST_F(AgentClientOutput, AGetErrorIsPrintedWithItsCodeAndExitsWithOne) {
 }
 
 TEST_F(AgentClientOutput, ASetErrorIsPrintedWithItsCodeAndExitsWithOne) {
-  EXPECT_EQ(run({"-a", fixture_.address(), "set", "--delete", "/devices/dev1"}), 1);
-  EXPECT_EQ(err_.str(), "error: UNIMPLEMENTED (12): this target does not apply deletes; nothing was changed\n");
+  EXPECT_EQ(run({"-a", fixture_.address(), "set", "--delete", "/devices/dev1/neighbors[name=nbr0]"}), 1);
+  EXPECT_EQ(err_.str(),
+            "error: INVALID_ARGUMENT (3): delete 0: /devices/dev1/neighbors[name=nbr0] is state; clients cannot "
+            "delete it\n");
 }
 
 TEST_F(AgentClientOutput, ASubscribeErrorIsPrintedWithItsCodeAndExitsWithOne) {
@@ -450,7 +610,7 @@ std::vector<SetCase> setCases() {
     *r.add_update() = update(ETH0 + "/macAddress", json("\"02:00:00:00:00:99\""));
   });
   add("a key leaf", [](gnmi::SetRequest& r) { *r.add_update() = update(ETH0 + "/name", json("\"eth9\"")); });
-  add("a member that does not exist", [](gnmi::SetRequest& r) {
+  add("an update below a member that does not exist makes it", [](gnmi::SetRequest& r) {
     *r.add_update() = update("/devices/dev1/interfaces[name=eth77]/mtu", json("1500"));
   });
   add("an element the model does not have", [](gnmi::SetRequest& r) {
@@ -459,7 +619,7 @@ std::vector<SetCase> setCases() {
   add("a wildcard", [](gnmi::SetRequest& r) {
     *r.add_update() = update("/devices/dev1/interfaces[name=*]/mtu", json("1500"));
   });
-  add("a delete", [](gnmi::SetRequest& r) { *r.add_delete_() = P(ETH0 + "/description"); });
+  add("a delete of a leaf (back to its default)", [](gnmi::SetRequest& r) { *r.add_delete_() = P(ETH0 + "/description"); });
   add("a union_replace", [](gnmi::SetRequest& r) {
     *r.add_union_replace() = update("/devices/dev1/system/hostname", json("\"core3\""));
   });

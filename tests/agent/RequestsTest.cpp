@@ -5,7 +5,9 @@
 #include "DemoModel.h"
 #include "GnmiPathText.h"
 #include "ModelSchema.h"
+#include "ModelSource.h"
 #include "Requests.h"
+#include "SetPlan.h"
 #include "StatusMatchers.h"
 #include "TestPaths.h"
 
@@ -13,6 +15,7 @@ namespace {
 
 using namespace VekGnmi::Server;
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using VekGnmiTest::IsOk;
 using VekGnmiTest::P;
@@ -194,9 +197,10 @@ TEST(GetRequest, StateAndOperationalPassStateLeavesOnly) {
 
 class SetRequest : public ::testing::Test {
  protected:
-  SetRequest() : model_(buildDemoModel(4)), schema_(model_.root, isStateAttribute) {}
+  SetRequest() : source_(makeDemoSource(4)) { source_->build(); }
+  ~SetRequest() override { source_->teardown(); }
 
-  grpc::Status plan(const gnmi::SetRequest& r, SetPlan& out) { return planSet(schema_, r, out); }
+  grpc::Status plan(const gnmi::SetRequest& r, SetPlan& out) { return planSet(*source_, r, out); }
   // The status of a Set of one update of `path` to `json`.
   grpc::Status planOf(const std::string& path, const std::string& json) {
     gnmi::SetRequest r;
@@ -212,62 +216,97 @@ class SetRequest : public ::testing::Test {
     return u;
   }
 
-  DemoModel model_;
-  ModelSchema schema_;
-};
+  // The steps as "Kind path", a write with its typed value.
+  static std::vector<std::string> steps(const SetPlan& p) {
+    std::vector<std::string> out;
+    for (const SetStep& s : p.steps) {
+      static const char* const KINDS[] = {"Ensure", "Delete", "Clear", "Prune", "Write"};
+      std::string line = std::string(KINDS[static_cast<int>(s.kind)]) + " " + str(s.path);
+      if (s.kind == SetStep::Kind::Write) line += " " + s.value.typed.ShortDebugString();
+      if (s.kind == SetStep::Kind::Write && s.replace) line += " (replace)";
+      out.push_back(line);
+    }
+    return out;
+  }
 
-TEST_F(SetRequest, ADeleteIsUnimplemented) {
-  gnmi::SetRequest r;
-  *r.add_delete_() = P("/devices/dev1/interfaces[name=eth0]/description");
-  *r.add_update() = update("/devices/dev1/interfaces[name=eth0]/mtu", "9000");
-  SetPlan p;
-  EXPECT_THAT(plan(r, p), StatusIs(grpc::StatusCode::UNIMPLEMENTED,
-                                   "this target does not apply deletes; nothing was changed"));
-}
+  std::shared_ptr<ModelSource> source_;
+};
 
 TEST_F(SetRequest, AUnionReplaceIsUnimplemented) {
   gnmi::SetRequest u;
   *u.add_union_replace() = update("/devices/dev1/system/hostname", "\"x\"");
   SetPlan p;
-  EXPECT_THAT(plan(u, p), StatusIs(grpc::StatusCode::UNIMPLEMENTED));
+  EXPECT_THAT(plan(u, p), StatusIs(grpc::StatusCode::UNIMPLEMENTED,
+                                   "this target does not apply union_replace; nothing was changed"));
 }
 
-TEST_F(SetRequest, OperationsSplitIntoOneSetPerEntityReplacesFirst) {
+TEST_F(SetRequest, OperationsBecomeStepsInGnmiOrderWithTheirValuesConverted) {
   gnmi::SetRequest r;
   *r.mutable_prefix() = P("/devices/dev1");
   *r.add_update() = update("interfaces[name=eth1]/mtu", "9000");
   *r.add_update() = update("system/hostname", "\"core1\"");
   *r.add_replace() = update("interfaces[name=eth1]/description", "\"uplink\"");
-  *r.add_update() = update("routes[prefix=10.0.0.2/31]/metric", "7");
+  *r.add_update() = update("routes[routesKey=10.0.0.2/31]/metric", "7");
   gnmi::Update ietf;
   *ietf.mutable_path() = P("interfaces[name=eth1]/enabled");
   ietf.mutable_val()->set_json_ietf_val("false");
   *r.add_update() = ietf;
+  *r.add_delete_() = P("interfaces[name=eth3]");
   SetPlan p;
   ASSERT_THAT(plan(r, p), IsOk());
-  ASSERT_EQ(p.entities.size(), 3u);
-  // Replaces are planned first, as the library applies them.
-  EXPECT_EQ(str(p.entities[0].entityPath), "/devices/dev1/interfaces[name=eth1]");
-  const gnmi::SetRequest& eth1 = p.entities[0].request;
-  EXPECT_EQ(str(eth1.prefix()), "/devices/dev1/interfaces[name=eth1]");
-  ASSERT_EQ(eth1.replace_size(), 1);
-  EXPECT_EQ(str(eth1.replace(0).path()), "/description");
-  EXPECT_EQ(eth1.replace(0).val().string_val(), "uplink");
-  ASSERT_EQ(eth1.update_size(), 2);
-  EXPECT_EQ(str(eth1.update(0).path()), "/mtu");
-  EXPECT_EQ(eth1.update(0).val().uint_val(), 9000u);
-  EXPECT_FALSE(eth1.update(1).val().bool_val());
-  EXPECT_TRUE(eth1.update(1).val().has_bool_val());
-  EXPECT_EQ(str(p.entities[1].entityPath), "/devices/dev1/system");
-  EXPECT_EQ(p.entities[1].request.update(0).val().string_val(), "core1");
-  EXPECT_EQ(str(p.entities[2].entityPath), "/devices/dev1");
-  EXPECT_EQ(str(p.entities[2].request.update(0).path()), "/routes[prefix=10.0.0.2/31]/metric");
-  EXPECT_EQ(p.entities[2].request.update(0).val().uint_val(), 7u);
+  const std::string eth1 = "/devices/dev1/interfaces[name=eth1]";
+  EXPECT_THAT(steps(p), ElementsAre("Delete /devices/dev1/interfaces[name=eth3]",
+                                    "Ensure " + eth1,
+                                    "Write " + eth1 + "/description string_val: \"uplink\" (replace)",
+                                    "Ensure " + eth1,
+                                    "Write " + eth1 + "/mtu uint_val: 9000",
+                                    "Ensure /devices/dev1/system",
+                                    "Write /devices/dev1/system/hostname string_val: \"core1\"",
+                                    "Ensure /devices/dev1/routes[routesKey=10.0.0.2/31]",
+                                    "Write /devices/dev1/routes[routesKey=10.0.0.2/31]/metric uint_val: 7",
+                                    "Ensure " + eth1,
+                                    "Write " + eth1 + "/enabled bool_val: false"));
+  EXPECT_EQ(p.steps[4].entityElems, 3);
+  EXPECT_EQ(p.steps[8].entityElems, 2);  // routes[...] is a member of a collection of values
 }
 
-TEST_F(SetRequest, AMissingMemberIsNotFoundNamingTheOperation) {
-  EXPECT_THAT(planOf("/devices/dev1/interfaces[name=eth9]/mtu", "1"),
-              StatusIs(grpc::StatusCode::NOT_FOUND, "update 0: interfaces[name=eth9] does not exist under /devices/dev1"));
+TEST_F(SetRequest, AJsonSubtreeBecomesItsEntitiesAndLeaves) {
+  gnmi::SetRequest r;
+  *r.add_update() = update("/devices/dev1/interfaces[name=eth9]",
+                           R"({"name": "eth9", "mtu": 9000, "addresses": [{"addressesKey": "10.9.9.9", "prefixLength": 30}]})");
+  SetPlan p;
+  ASSERT_THAT(plan(r, p), IsOk());
+  const std::string eth9 = "/devices/dev1/interfaces[name=eth9]";
+  // Members in the order of their names (the value's own order is not kept).
+  EXPECT_THAT(steps(p), ElementsAre("Ensure " + eth9,
+                                    "Ensure " + eth9 + "/addresses[addressesKey=10.9.9.9]",
+                                    "Write " + eth9 + "/addresses[addressesKey=10.9.9.9]/prefixLength uint_val: 30",
+                                    "Ensure " + eth9,
+                                    "Write " + eth9 + "/mtu uint_val: 9000"));
+}
+
+TEST_F(SetRequest, AReplaceEmptiesTheEntityFirstAndAWholeListKeepsOnlyWhatItLists) {
+  gnmi::SetRequest replace;
+  *replace.add_replace() = update("/devices/dev1/interfaces[name=eth1]/addresses", R"([{"addressesKey": "10.0.0.2"}])");
+  *replace.add_replace() = update("/devices/dev1/interfaces[name=eth2]", R"({"mtu": 1400})");
+  SetPlan p;
+  ASSERT_THAT(plan(replace, p), IsOk());
+  EXPECT_THAT(steps(p), ElementsAre("Prune /devices/dev1/interfaces[name=eth1]/addresses",
+                                    "Delete /devices/dev1/interfaces[name=eth1]/addresses[addressesKey=10.0.0.2]",
+                                    "Ensure /devices/dev1/interfaces[name=eth1]/addresses[addressesKey=10.0.0.2]",
+                                    "Clear /devices/dev1/interfaces[name=eth2]",
+                                    "Ensure /devices/dev1/interfaces[name=eth2]",
+                                    "Write /devices/dev1/interfaces[name=eth2]/mtu uint_val: 1400 (replace)"));
+}
+
+TEST_F(SetRequest, ALaterReplaceOverridesEarlierWritesBelowIt) {
+  gnmi::SetRequest r;
+  *r.add_replace() = update("/devices/dev1/interfaces[name=eth1]/description", "\"first\"");
+  *r.add_replace() = update("/devices/dev1/interfaces[name=eth1]", R"({"mtu": 1400})");
+  SetPlan p;
+  ASSERT_THAT(plan(r, p), IsOk());
+  const std::string eth1 = "/devices/dev1/interfaces[name=eth1]";
+  EXPECT_THAT(steps(p), ElementsAre("Clear " + eth1, "Ensure " + eth1, "Write " + eth1 + "/mtu uint_val: 1400 (replace)"));
 }
 
 TEST_F(SetRequest, AValueOfTheWrongTypeIsRefused) {
@@ -276,9 +315,17 @@ TEST_F(SetRequest, AValueOfTheWrongTypeIsRefused) {
                        "update 0: /devices/dev1/interfaces[name=eth0]/mtu: \"big\" is not an integer"));
 }
 
-TEST_F(SetRequest, APathThatIsNotALeafIsRefused) {
-  EXPECT_THAT(planOf("/devices/dev1/interfaces[name=eth0]/counters", "1"),
-              StatusIs(grpc::StatusCode::INVALID_ARGUMENT, HasSubstr("is not a leaf")));
+TEST_F(SetRequest, AScalarForAMemberIsRefusedAsNotALeaf) {
+  EXPECT_THAT(planOf("/devices/dev1/routes[routesKey=10.0.0.2/31]", "1"),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                       "update 0: /devices/dev1/routes[routesKey=10.0.0.2/31] is not a leaf; its value is a JSON "
+                       "object of its members"));
+}
+
+TEST_F(SetRequest, AStateSubtreeIsRefused) {
+  EXPECT_THAT(planOf("/devices/dev1/interfaces[name=eth0]/counters", "{}"),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                       "update 0: /devices/dev1/interfaces[name=eth0]/counters is state; clients cannot set it"));
 }
 
 TEST_F(SetRequest, AWildcardIsRefused) {
@@ -295,14 +342,8 @@ TEST_F(SetRequest, ADirectoryIsRefused) {
 }
 
 TEST_F(SetRequest, AKeyThatIsNotValidIsRefused) {
-  EXPECT_THAT(planOf("/devices/dev1/routes[prefix=nope]/metric", "1"),
+  EXPECT_THAT(planOf("/devices/dev1/routes[routesKey=nope]/metric", "1"),
               StatusIs(grpc::StatusCode::INVALID_ARGUMENT, HasSubstr("'nope' is not a valid key of 'routes'")));
-}
-
-TEST_F(SetRequest, AMissingMemberOfAValueKeyedCollectionIsNotFound) {
-  EXPECT_THAT(planOf("/devices/dev1/routes[prefix=192.168.0.0/24]/metric", "1"),
-              StatusIs(grpc::StatusCode::NOT_FOUND,
-                       "update 0: routes[prefix=192.168.0.0/24] does not exist under /devices/dev1"));
 }
 
 TEST_F(SetRequest, AnIntegerOutOfTheLeafsRangeIsRefused) {
@@ -310,10 +351,42 @@ TEST_F(SetRequest, AnIntegerOutOfTheLeafsRangeIsRefused) {
               StatusIs(grpc::StatusCode::INVALID_ARGUMENT, HasSubstr("out of range")));
 }
 
+TEST_F(SetRequest, AMemberOfTheValueThatTheTypeDoesNotHaveIsRefused) {
+  EXPECT_THAT(planOf("/devices/dev1/interfaces[name=eth9]", R"({"mtux": 1})"),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                       "update 0: the value of /devices/dev1/interfaces[name=eth9] has a member 'mtux', which "
+                       "Demo::Interface does not have"));
+}
+
+TEST_F(SetRequest, AKeyInTheValueOtherThanThePathsIsRefused) {
+  EXPECT_THAT(planOf("/devices/dev1/interfaces[name=eth9]", R"({"name": "eth8"})"),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT, HasSubstr("not the path's")));
+}
+
+TEST_F(SetRequest, ADeleteOfStateIsRefused) {
+  gnmi::SetRequest deleteState;
+  *deleteState.add_delete_() = P("/devices/dev1/interfaces[name=eth0]/name");
+  SetPlan p;
+  EXPECT_THAT(plan(deleteState, p),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                       "delete 0: /devices/dev1/interfaces[name=eth0]/name is state; clients cannot delete it"));
+}
+
+TEST_F(SetRequest, AJsonValueNestedTooDeeplyIsRefusedBeforeItIsParsed) {
+  EXPECT_THAT(planOf("/devices/dev1/system/motd", std::string(100000, '[') + std::string(100000, ']')),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                       "update 0: /devices/dev1/system/motd: the JSON value nests arrays and objects deeper than 64 "
+                       "levels"));
+}
+
+TEST_F(SetRequest, AJsonValueNested64LevelsIsAccepted) {
+  EXPECT_THAT(planOf("/devices/dev1/system/motd", std::string(64, '[') + std::string(64, ']')), IsOk());
+}
+
 TEST_F(SetRequest, NothingToDoIsAnEmptyPlan) {
   SetPlan p;
   ASSERT_THAT(plan(gnmi::SetRequest(), p), IsOk());
-  EXPECT_TRUE(p.entities.empty());
+  EXPECT_TRUE(p.steps.empty());
 }
 
 TEST(SetResponse, ListsOperationsWithTheClientsPaths) {

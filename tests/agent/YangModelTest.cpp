@@ -233,14 +233,14 @@ TEST_F(YangModelMapping, EachLeafTypeHasItsRuntimeType) {
   EXPECT_EQ(mode->enumerator("full")->enumValue(), -2);  // one above the highest before it
 }
 
-TEST_F(YangModelMapping, LeavesAreOptionalKeysAreNotAndLeafListsAreOptionalArrays) {
+TEST_F(YangModelMapping, LeavesAndKeysAreOptionalAndLeafListsAreOptionalArrays) {
   EXPECT_TRUE(topAttr("name")->isOptional());
   EXPECT_EQ(topAttr("name")->storage(), Vek::AttrStorage::Ref);
   EXPECT_TRUE(topAttr("tags")->isArray());
   EXPECT_TRUE(topAttr("tags")->isOptional());
   const YangNode* peer = model_->node(topAttr("peer").base());
   ASSERT_TRUE(peer);
-  EXPECT_FALSE(peer->type->attr("id")->isOptional());
+  EXPECT_TRUE(peer->type->attr("id")->isOptional());
   EXPECT_TRUE(model_->leaf(peer->type->attr("id").base())->key);
 }
 

@@ -21,6 +21,7 @@
 #include <Ostrel/Path.h>
 #include <Ostrel/VekTypeWalker.h>
 
+#include "SortedLists.h"
 #include "WalkSupport.h"
 #include "YangData.h"
 #include "YangJson.h"
@@ -44,21 +45,6 @@ inline std::string writeModules(const std::map<std::string, std::string>& module
   std::filesystem::create_directories(dir);
   for (const auto& [name, text] : modules) std::ofstream(dir / name) << text;
   return dir.string();
-}
-
-// `json` with the entries of every list (arrays of objects) sorted, so that
-// data order and key order compare equal; leaf-lists keep their order.
-inline nlohmann::json sortedLists(const nlohmann::json& json) {
-  if (json.is_object()) {
-    nlohmann::json out = nlohmann::json::object();
-    for (const auto& [name, value] : json.items()) out[name] = sortedLists(value);
-    return out;
-  }
-  if (!json.is_array() || json.empty() || !json.front().is_object()) return json;
-  std::vector<nlohmann::json> entries;
-  for (const auto& entry : json) entries.push_back(sortedLists(entry));
-  std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.dump() < b.dump(); });
-  return entries;
 }
 
 // Loads models and data, and syncs them on the test clock; every entity is
