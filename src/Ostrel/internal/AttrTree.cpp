@@ -194,18 +194,20 @@ Result<bool, Error> CompositeNode::buildReplacement() {
   // give them their values, the constructor arguments (already in place, so
   // nothing changes) because the runtime's constructor does not run the
   // attributes' checks, and a Replace must refuse what an Update refuses.
-  for (const auto& child : attrs_.nodes()) {
-    Result<bool, Error> written = child->set(object);
-    if (!written) return written;
-  }
+  Result<bool, Error> written = writeChildren(object);
+  if (!written) return written;
   data_.value = std::move(object);
   return true;
 }
 
 Result<bool, Error> CompositeNode::applyUpdates() {
   ZOLT_TRACE(dbg, 7, COMPOSITE_NODE, "PathElem: {}, perform Update", elem_);
+  return writeChildren(data_.value);
+}
+
+Result<bool, Error> CompositeNode::writeChildren(const Vek::Ptr<Vek::GenericIf>& object) {
   for (const auto& child : attrs_.nodes()) {
-    Result<bool, Error> written = child->set(data_.value);
+    Result<bool, Error> written = child->set(object);
     if (!written) return written;
   }
   return true;
@@ -252,11 +254,7 @@ void EntityNode::pruneSubTree() {
 
 Result<bool, Error> EntityNode::commit() {
   ZOLT_TRACE(dbg, 7, ENTITY_NODE, "PathElem: {}, commit sub-attrs", elem_);
-  for (const auto& child : attrs_.nodes()) {
-    Result<bool, Error> written = child->set(data_.value);
-    if (!written) return written;
-  }
-  return true;
+  return writeChildren(data_.value);
 }
 
 }  // namespace Ostrel::VekGnmiSet::AttrTree

@@ -249,6 +249,10 @@ class OSTREL_EXPORT CompositeNode : public ValueNode {
                                   const gnmi::TypedValue& value);
   // The position of `attr` among the constructor parameters, if it is one.
   std::optional<size_t> constructorParamPosition(const Vek::VekAttr& attr) const;
+  // Writes every child's value into `object` through the runtime's checked
+  // setter, in insertion order. The first refusal stops it and is returned
+  // (relative to the child); children written before it stay written.
+  Result<bool, Error> writeChildren(const Vek::Ptr<Vek::GenericIf>& object);
 
   AttrQueue attrs_;
 
