@@ -234,12 +234,14 @@ class SubscribeReactor final : public grpc::ServerBidiReactor<grpc::ByteBuffer, 
   }
   void finish(const grpc::Status& status) override { Finish(status); }
   void post(std::function<void()> task) override {
-    // An alarm due now runs its callback on one of gRPC's executor threads.
-    // Each post has an alarm of its own, deleted by its callback, which runs
-    // exactly once (ok false when gRPC shuts down first): the task holds
-    // what it needs, never this reactor, which may be gone by then.
+    // An alarm already due runs its callback on one of gRPC's executor
+    // threads at once. (One due "now" does not: gRPC rounds a deadline up to
+    // the next millisecond and its timer thread fires it, which made the
+    // hop cost 0.6 ms at the median.) Each post has an alarm of its own,
+    // deleted by its callback, which runs exactly once: the task holds what
+    // it needs, never this reactor, which may be gone by then.
     auto* alarm = new grpc::Alarm;
-    alarm->Set(std::chrono::system_clock::now(), [alarm, task = std::move(task)](bool) {
+    alarm->Set(gpr_inf_past(GPR_CLOCK_MONOTONIC), [alarm, task = std::move(task)](bool) {
       delete alarm;
       task();
     });
