@@ -88,19 +88,25 @@ class Wire {
     inspect_ = std::move(shared);
   }
   void write(StreamChannel* channel, const gnmi::SubscribeResponse* response) {
-    {
-      std::lock_guard lock(mutex_);
-      writes_.push_back({channel, response});
-    }
-    // A write started from a completion runs on the wire's own thread.
-    if (std::this_thread::get_id() != thread_.get_id()) wake_.notify_one();
+    push({channel, response, nullptr});
   }
+  // Runs `task` on the wire's thread (a writer's posted turn).
+  void post(std::function<void()> task) { push({nullptr, nullptr, std::move(task)}); }
 
  private:
   struct Write {
     StreamChannel* channel;
     const gnmi::SubscribeResponse* response;
+    std::function<void()> task;  // set: a posted turn, not a write
   };
+  void push(Write w) {
+    {
+      std::lock_guard lock(mutex_);
+      writes_.push_back(std::move(w));
+    }
+    // A write started from a completion runs on the wire's own thread.
+    if (std::this_thread::get_id() != thread_.get_id()) wake_.notify_one();
+  }
   void run() {
     std::string buffer;
     for (;;) {
@@ -110,9 +116,13 @@ class Wire {
         std::unique_lock lock(mutex_);
         wake_.wait(lock, [&] { return stop_ || !writes_.empty(); });
         if (writes_.empty()) return;
-        w = writes_.front();
+        w = std::move(writes_.front());
         writes_.pop_front();
         inspect = inspect_;
+      }
+      if (w.task) {
+        w.task();
+        continue;
       }
       buffer.clear();
       w.response->SerializeToString(&buffer);
@@ -134,9 +144,10 @@ class WireWriter final : public StreamWriter {
  public:
   explicit WireWriter(Wire& wire) : wire_(wire) {}
   void channelIs(StreamChannel* channel) { channel_ = channel; }
-  void startWrite(const gnmi::SubscribeResponse& response) override { wire_.write(channel_, &response); }
+  void startWrite(const OutMessage& message) override { wire_.write(channel_, &message.response()); }
   void finish(const grpc::Status&) override {}
   void cancel(const grpc::Status&) override {}
+  void post(std::function<void()> task) override { wire_.post(std::move(task)); }
 
  private:
   Wire& wire_;

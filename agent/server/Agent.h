@@ -14,8 +14,10 @@
 // work to the loop with `post` (a request arrived, a client went away) and
 // take finished messages from each stream's bounded outbound queue
 // (StreamChannel / StreamQueue, the only structures both sides share, under
-// their own mutex). A message's last handle may be dropped on a gRPC thread:
-// the library's message pool has its own lock.
+// their own mutex). The loop never writes to a stream itself: it queues and
+// wakes the stream's writer, which writes on gRPC's threads. A message's
+// last handle may be dropped on a gRPC thread: the library's message pool
+// has its own lock.
 //
 // Slow subscribers
 // ----------------

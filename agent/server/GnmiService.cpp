@@ -168,7 +168,8 @@ class UnaryRpc final : public grpc::ServerUnaryReactor {
 // One Subscribe stream: authenticated and admitted before the agent opens
 // it; each request decoded, limited and authorized before the agent sees
 // it, so a refused stream sends nothing but its status. Writes go through
-// the StreamChannel (see its header), each response serialised once.
+// the StreamChannel (see its header), each response serialised once (once
+// for every stream it goes to, when it is shared: OutMessage).
 class SubscribeReactor final : public grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>, public StreamWriter {
  public:
   SubscribeReactor(const Gate& gate, grpc::CallbackServerContext* context) : gate_(gate), context_(context) {}
@@ -224,15 +225,27 @@ class SubscribeReactor final : public grpc::ServerBidiReactor<grpc::ByteBuffer, 
   }
 
   // StreamWriter
-  void startWrite(const gnmi::SubscribeResponse& response) override {
-    out_.Clear();
-    if (!MessageCodec::encode(response, out_)) {
+  void startWrite(const OutMessage& message) override {
+    if (!message.serialise(out_)) {
       cancel({grpc::StatusCode::INTERNAL, "a response could not be serialised"});
       return;
     }
     StartWrite(&out_);
   }
   void finish(const grpc::Status& status) override { Finish(status); }
+  void post(std::function<void()> task) override {
+    // An alarm already due runs its callback on one of gRPC's executor
+    // threads at once. (One due "now" does not: gRPC rounds a deadline up to
+    // the next millisecond and its timer thread fires it, which made the
+    // hop cost 0.6 ms at the median.) Each post has an alarm of its own,
+    // deleted by its callback, which runs exactly once: the task holds what
+    // it needs, never this reactor, which may be gone by then.
+    auto* alarm = new grpc::Alarm;
+    alarm->Set(gpr_inf_past(GPR_CLOCK_MONOTONIC), [alarm, task = std::move(task)](bool) {
+      delete alarm;
+      task();
+    });
+  }
   void cancel(const grpc::Status& status) override {
     // Cancelling with a status makes gRPC send that status in trailers that
     // overtake whatever data is still blocked by the client's flow control,

@@ -113,6 +113,15 @@ void Router::removeChangeSink(ChangeSink* sink) {
   changeSinks_.erase(it);
 }
 
+OutMessage Router::outMessageOf(const Ostrel::ArenaRespMsgPtr& message) {
+  const bool same = !lastOut_.expired() && !lastOut_.owner_before(message) && !message.owner_before(lastOut_);
+  if (!same) {
+    lastOut_ = message;
+    lastWire_ = std::make_shared<SharedWire>();
+  }
+  return OutMessage(message, lastWire_);
+}
+
 void Router::roomFreed() {
   bridge_->roomFreed();
   pump_->schedule();

@@ -23,6 +23,11 @@
 // whose owner is full waits without holding back anyone else's until
 // `roomFreed`. When every entity of a sync has been published the owner is
 // told (`onSyncDone`). `cancel` drops an owner's syncs.
+//
+// A library message that goes out as it is (`outMessageOf`) shares its
+// bytes with every stream it goes to: the syncs of one shared walk are
+// handed the same message one after the other, and each gets it with the
+// same SharedWire, so that it is serialised once, not once per stream.
 #pragma once
 
 #include <chrono>
@@ -37,6 +42,7 @@
 #include "LibraryBridge.h"
 #include "PathIndex.h"
 #include "PathResolver.h"
+#include "StreamQueue.h"
 #include "SyncPump.h"
 
 namespace VekGnmi::Server {
@@ -100,6 +106,11 @@ class Router final : public MessageRouter, public SyncEvents {
   void addChangeSink(ChangeSink* sink, const std::vector<gnmi::Path>& paths);
   void removeChangeSink(ChangeSink* sink);
 
+  // `message` to queue as it is: with the bytes it shares with the streams
+  // that queued it last (the same message, still held by them), else with
+  // bytes of its own, serialised when the first writer needs them.
+  OutMessage outMessageOf(const Ostrel::ArenaRespMsgPtr& message);
+
   // A subscriber's queue has room again: resume paused syncs.
   void roomFreed();
 
@@ -131,6 +142,10 @@ class Router final : public MessageRouter, public SyncEvents {
   std::vector<std::pair<ChangeSink*, ChangeMatch>> matches_;
   uint64_t nextSyncId_ = 1;
   bool shareWalks_;
+  // The message outMessageOf last saw, and its bytes; not held: a message
+  // released (and maybe reused by the library) no longer matches.
+  std::weak_ptr<Ostrel::ArenaRespMsg> lastOut_;
+  std::shared_ptr<SharedWire> lastWire_;
 };
 
 }  // namespace VekGnmi::Server

@@ -14,6 +14,22 @@ void StreamChannel::onRoomFreed(std::function<void()> callback) {
 
 void StreamChannel::kick() {
   std::unique_lock lock(mutex_);
+  postTurn(lock);
+}
+
+void StreamChannel::postTurn(std::unique_lock<std::mutex>& lock) {
+  if (detached_ || writing_ || finishIssued_ || turnPosted_) return;
+  if (!finishWanted_ && queue_.syncQueued() == 0 && queue_.changesQueued() == 0) return;
+  turnPosted_ = true;
+  lock.unlock();
+  // The turn holds the channel: it may run after the RPC is done.
+  std::shared_ptr<StreamChannel> self = shared_from_this();
+  withWriter([&](StreamWriter& writer) { writer.post([self] { self->turn(); }); });
+}
+
+void StreamChannel::turn() {
+  std::unique_lock lock(mutex_);
+  turnPosted_ = false;
   next(lock);
 }
 
@@ -30,12 +46,12 @@ void StreamChannel::next(std::unique_lock<std::mutex>& lock) {
     writing_ = true;
     writeStarted_ = clock_.now();
     inFlight_ = std::move(next.message);
-    const gnmi::SubscribeResponse& response = inFlight_.response();
+    const OutMessage& message = inFlight_;
     std::function<void()> roomFreed = next.roomFreed ? onRoomFreed_ : nullptr;
     lock.unlock();
     // `writing_` is ours: no other thread starts a write or a normal finish
     // until this write completes.
-    withWriter([&](StreamWriter& writer) { writer.startWrite(response); });
+    withWriter([&](StreamWriter& writer) { writer.startWrite(message); });
     if (roomFreed) roomFreed();
     return;
   }
@@ -51,16 +67,17 @@ void StreamChannel::finishWhenDrained(grpc::Status status) {
   std::unique_lock lock(mutex_);
   if (finishWanted_) return;
   finishWanted_ = std::move(status);
-  next(lock);
+  postTurn(lock);
 }
 
 bool StreamChannel::abort(grpc::Status status) {
   queue_.close();
   std::unique_lock lock(mutex_);
-  if (finishIssued_ || cancelIssued_ || detached_) return false;
+  if (aborted_ || finishIssued_ || cancelIssued_ || detached_) return false;
+  aborted_ = true;
   finishWanted_ = std::move(status);
   if (!writing_) {
-    next(lock);
+    postTurn(lock);
     return true;
   }
   // A write is outstanding and may never complete: a Finish would wait
@@ -88,7 +105,7 @@ Clock::Duration StreamChannel::writeBlockedFor() const {
 
 bool StreamChannel::ended() const {
   std::lock_guard lock(mutex_);
-  return finishIssued_ || cancelIssued_ || detached_;
+  return aborted_ || finishIssued_ || cancelIssued_ || detached_;
 }
 
 void StreamChannel::writeDone(bool ok) {

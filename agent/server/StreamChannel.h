@@ -3,27 +3,36 @@
 //
 // gRPC's callback API allows one outstanding write per stream and no write
 // after Finish. The channel keeps that rule under its mutex: whoever turns
-// `writing_` from false to true (the event loop after queueing, or the
-// previous write's completion on a gRPC thread) starts the next write;
-// Finish is issued once, when no write is outstanding.
+// `writing_` from false to true starts the next write; Finish is issued
+// once, when no write is outstanding.
+//
+// The event loop never starts a write (nor a Finish) itself: starting one
+// runs gRPC's write inline on the calling thread, serialisation and
+// `sendmsg` included, and the loop that applies changes would pay a system
+// call per change with every change behind it waiting. The loop only queues
+// and `kick`s; a kick of an idle stream posts one turn to the writer
+// (`StreamWriter::post`, one of gRPC's threads), which starts the write.
+// Further writes are started by the previous write's completion, on gRPC's
+// threads too. At most one turn is posted at a time.
 //
 // `abort` ends a stream at once. With no write outstanding it finishes with
-// its status. With a write outstanding (a subscriber that does not read: the
-// write waits for the client's flow-control window) a Finish would queue its
-// status behind the blocked data, where the client never sees it; so the
-// RPC is cancelled with the status instead, which gRPC sends in trailers
-// that overtake the blocked data, and the Finish that the callback API still
-// requires follows when the write completes (failed).
+// its status (on the writer's turn). With a write outstanding (a subscriber
+// that does not read: the write waits for the client's flow-control window) a
+// Finish would queue its status behind the blocked data, where the client
+// never sees it; so the RPC is cancelled with the status instead, which gRPC
+// sends in trailers that overtake the blocked data, and the Finish that the
+// callback API still requires follows when the write completes (failed).
 //
 // How long a write has been blocked is measured on the agent's Clock, so
 // that the send timeout runs on the same time as the loop's timers.
 //
 // The gRPC side is reached through `StreamWriter` (the reactor); it detaches
-// itself when the RPC is done, after which every call is a no-op. Calls into
-// the writer are made under `writerMutex_` (recursive, so that a reaction
-// gRPC runs inline on the calling thread may call back in), never under
-// `mutex_`; `detach` takes `writerMutex_`, so the writer cannot go away
-// during a call.
+// itself when the RPC is done, after which every call is a no-op. A posted
+// turn holds the channel, never the writer, so it may run after the RPC is
+// done. Calls into the writer are made under `writerMutex_` (recursive, so
+// that a reaction gRPC runs inline on the calling thread may call back in),
+// never under `mutex_`; `detach` takes `writerMutex_`, so the writer cannot
+// go away during a call.
 #pragma once
 
 #include <chrono>
@@ -42,14 +51,18 @@ namespace VekGnmi::Server {
 class StreamWriter {
  public:
   virtual ~StreamWriter();
-  // Sends `response` (serialised before the call returns); the completion
-  // comes back through `StreamChannel::writeDone`.
-  virtual void startWrite(const gnmi::SubscribeResponse& response) = 0;
+  // Sends `message` (its bytes taken, OutMessage::serialise, before the
+  // call returns); the completion comes back through
+  // `StreamChannel::writeDone`.
+  virtual void startWrite(const OutMessage& message) = 0;
   // Ends the RPC with `status` after the outstanding write, if any.
   virtual void finish(const grpc::Status& status) = 0;
   // Ends the RPC now, with `status` delivered to the client even past data
   // its flow control holds back; an outstanding write then fails.
   virtual void cancel(const grpc::Status& status) = 0;
+  // Runs `task` soon on one of the writer's threads, never inside this call.
+  // `task` runs once, whether or not the RPC has ended meanwhile.
+  virtual void post(std::function<void()> task) = 0;
 };
 
 class StreamChannel : public std::enable_shared_from_this<StreamChannel> {
@@ -63,13 +76,16 @@ class StreamChannel : public std::enable_shared_from_this<StreamChannel> {
   // to half: the agent resumes paused syncs.
   void onRoomFreed(std::function<void()> callback);
 
-  // Starts a write if none is outstanding and something is queued.
+  // Has the writer start a write, on its own thread, if none is outstanding
+  // and something is queued. Never calls `startWrite` itself.
   void kick();
-  // Ends the stream with `status` once everything queued has been written.
+  // Ends the stream with `status` once everything queued has been written
+  // (the Finish issued on the writer's thread).
   void finishWhenDrained(grpc::Status status);
   // Ends the stream now: drops what is queued and ends the RPC with
   // `status`, even while a write is outstanding (see above). Returns false
-  // when it had ended.
+  // when it had ended. Never calls `startWrite` or `finish` itself; the
+  // cancel of a stream whose write is outstanding is issued here.
   bool abort(grpc::Status status);
   // For a stream aborted while a write stayed blocked: cancels the RPC (with
   // the abort's status) if it has not ended yet.
@@ -77,7 +93,7 @@ class StreamChannel : public std::enable_shared_from_this<StreamChannel> {
 
   // How long the outstanding write has been waiting (zero when none).
   Clock::Duration writeBlockedFor() const;
-  // Whether the stream has been ended (finish issued or RPC gone).
+  // Whether the stream has been ended (aborted, finish issued or RPC gone).
   bool ended() const;
 
   // Writer side: the outstanding write completed (ok false: the RPC broke).
@@ -90,6 +106,11 @@ class StreamChannel : public std::enable_shared_from_this<StreamChannel> {
  private:
   // Starts the next write or the finish; called with `lock` held, releases it.
   void next(std::unique_lock<std::mutex>& lock);
+  // Posts a turn of the writer (which runs `next`) unless one is posted or
+  // there is nothing it could start; called with `lock` held, releases it.
+  void postTurn(std::unique_lock<std::mutex>& lock);
+  // The posted turn, on the writer's thread.
+  void turn();
 
   // Calls the writer if it is still attached.
   template <typename Fn>
@@ -107,6 +128,8 @@ class StreamChannel : public std::enable_shared_from_this<StreamChannel> {
   std::optional<grpc::Status> finishWanted_;
   bool finishIssued_ = false;
   bool cancelIssued_ = false;  // aborted while a write was outstanding
+  bool aborted_ = false;
+  bool turnPosted_ = false;
   std::function<void()> onRoomFreed_;
 };
 

@@ -1,6 +1,24 @@
 #include "StreamQueue.h"
 
+#include "MessageCodec.h"
+
 namespace VekGnmi::Server {
+
+bool SharedWire::bytesOf(const gnmi::SubscribeResponse& response, grpc::ByteBuffer& out) {
+  std::lock_guard lock(mutex_);
+  if (!serialised_) {
+    serialised_ = true;
+    ok_ = MessageCodec::encode(response, bytes_);
+  }
+  if (ok_) out = bytes_;
+  return ok_;
+}
+
+bool OutMessage::serialise(grpc::ByteBuffer& out) const {
+  if (wire_) return wire_->bytesOf(response(), out);
+  out.Clear();
+  return MessageCodec::encode(response(), out);
+}
 
 StreamQueue::StreamQueue(size_t syncLimit, size_t updatesPerMessage)
     : syncLimit_(syncLimit == 0 ? 1 : syncLimit),

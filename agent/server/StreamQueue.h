@@ -22,6 +22,7 @@
 #include <optional>
 
 #include <Ostrel/ArenaRespMsg.h>
+#include <grpcpp/support/byte_buffer.h>
 
 #include <gnmi/gnmi.pb.h>
 
@@ -29,12 +30,31 @@
 
 namespace VekGnmi::Server {
 
-// One response to write: a library message sent as it is, or one the agent
-// built. Either handle may be dropped on any thread.
+// The bytes of one response that several streams send (a library message
+// shared by the syncs of one walk): serialised once, by the first writer that
+// needs them, and handed to every stream as a copy of one grpc::ByteBuffer
+// (copies share its reference-counted slices, not the bytes). Thread-safe.
+class SharedWire {
+ public:
+  // Copies the bytes of `response` (serialised on the first call) into
+  // `out`; false when it cannot be serialised (a message over 2 GiB).
+  bool bytesOf(const gnmi::SubscribeResponse& response, grpc::ByteBuffer& out);
+
+ private:
+  std::mutex mutex_;
+  bool serialised_ = false;  // guarded by mutex_
+  bool ok_ = false;          // guarded by mutex_
+  grpc::ByteBuffer bytes_;   // guarded by mutex_
+};
+
+// One response to write: a library message sent as it is (with the bytes it
+// shares with other streams, if it goes to several), or one the agent built.
+// Either handle may be dropped on any thread.
 class OutMessage {
  public:
   OutMessage() = default;
-  explicit OutMessage(Ostrel::ArenaRespMsgPtr library) : library_(std::move(library)) {}
+  explicit OutMessage(Ostrel::ArenaRespMsgPtr library, std::shared_ptr<SharedWire> wire = nullptr)
+      : library_(std::move(library)), wire_(std::move(wire)) {}
   explicit OutMessage(std::shared_ptr<gnmi::SubscribeResponse> own) : own_(std::move(own)) {}
 
   const gnmi::SubscribeResponse& response() const {
@@ -43,8 +63,13 @@ class OutMessage {
   explicit operator bool() const { return library_ || own_; }
   bool isLibraryMessage() const { return static_cast<bool>(library_); }
 
+  // The response's bytes into `out`: the shared ones when there are, else
+  // serialised now. False when it cannot be serialised.
+  bool serialise(grpc::ByteBuffer& out) const;
+
  private:
   Ostrel::ArenaRespMsgPtr library_;
+  std::shared_ptr<SharedWire> wire_;
   std::shared_ptr<gnmi::SubscribeResponse> own_;
 };
 

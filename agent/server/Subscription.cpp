@@ -173,9 +173,10 @@ bool Subscription::queueSync(const Ostrel::ArenaRespMsgPtr& message, bool whole)
   const gnmi::Notification& notification = message->response->update();
   if (whole && params_.encoding == gnmi::PROTO && params_.target.empty() && !protoChanges(notification)) {
     // The library's message goes out as it is, the same handle for every
-    // subscription that shares its sync: nobody changes it. A message
-    // whose values PROTO sends otherwise is copied below.
-    return queue.pushSync(OutMessage(message));
+    // subscription that shares its sync (nobody changes it), serialised once
+    // for all of them. A message whose values PROTO sends otherwise is
+    // copied below.
+    return queue.pushSync(context_.router.outMessageOf(message));
   }
   auto response = std::make_shared<gnmi::SubscribeResponse>();
   gnmi::Notification* out = response->mutable_update();

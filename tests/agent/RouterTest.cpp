@@ -92,6 +92,62 @@ class Router : public ::testing::Test {
   srv::SyncPump pump_;
 };
 
+// The slices of `message`'s bytes as its writer would send them.
+std::vector<grpc::Slice> bytesOf(const srv::OutMessage& message) {
+  grpc::ByteBuffer bytes;
+  EXPECT_TRUE(message.serialise(bytes));
+  std::vector<grpc::Slice> slices;
+  EXPECT_TRUE(bytes.Dump(&slices).ok());
+  return slices;
+}
+
+std::string textOf(const std::vector<grpc::Slice>& slices) {
+  std::string text;
+  for (const grpc::Slice& s : slices) text.append(reinterpret_cast<const char*>(s.begin()), s.size());
+  return text;
+}
+
+Ostrel::ArenaRespMsgPtr leafMessage(uint64_t value) {
+  auto [msg, notification] = Ostrel::ArenaRespMsg::createResponse(pathOf("/d/a"), 7);
+  gnmi::Update* update = notification->add_update();
+  *update->mutable_path() = pathOf("/x");
+  update->mutable_val()->set_uint_val(value);
+  return msg;
+}
+
+TEST_F(Router, AMessageQueuedForSeveralStreamsIsSerialisedOnceForAll) {
+  const Ostrel::ArenaRespMsgPtr msg = leafMessage(1);
+  const auto [first, second] = at([&] { return std::pair(router_.outMessageOf(msg), router_.outMessageOf(msg)); });
+  const std::vector<grpc::Slice> a = bytesOf(first);
+  const std::vector<grpc::Slice> b = bytesOf(second);
+  EXPECT_EQ(textOf(a), msg->response->SerializeAsString());
+  ASSERT_EQ(a.size(), b.size());
+  for (size_t i = 0; i < a.size(); ++i) EXPECT_EQ(a[i].begin(), b[i].begin()) << "slice " << i << " was copied";
+}
+
+TEST_F(Router, AnotherMessageHasBytesOfItsOwn) {
+  const Ostrel::ArenaRespMsgPtr one = leafMessage(1);
+  const Ostrel::ArenaRespMsgPtr two = leafMessage(2);
+  const srv::OutMessage first = at([&] { return router_.outMessageOf(one); });
+  const srv::OutMessage second = at([&] { return router_.outMessageOf(two); });
+  EXPECT_EQ(textOf(bytesOf(first)), one->response->SerializeAsString());
+  EXPECT_EQ(textOf(bytesOf(second)), two->response->SerializeAsString());
+}
+
+TEST_F(Router, AMessageTheLibraryReusesIsNotTakenForTheOneBefore) {
+  Ostrel::ArenaRespMsgPtr old = leafMessage(1);
+  const Ostrel::ArenaRespMsg* where = old.get();
+  {
+    const srv::OutMessage first = at([&] { return router_.outMessageOf(old); });
+    bytesOf(first);
+  }
+  old.reset();  // back to the pool, which hands it out again first
+  const Ostrel::ArenaRespMsgPtr reused = leafMessage(2);
+  ASSERT_EQ(reused.get(), where);
+  const srv::OutMessage second = at([&] { return router_.outMessageOf(reused); });
+  EXPECT_EQ(textOf(bytesOf(second)), reused->response->SerializeAsString());
+}
+
 TEST_F(Router, SyncMessagesGoToTheirOwnerOnly) {
   library_.script("/d/a", {uintLeaf("x", 1), uintLeaf("y", 2)});
   library_.script("/d/b", {uintLeaf("z", 3)});

@@ -1,5 +1,6 @@
 // The per-subscriber queues: coalescing of changes by leaf, deletes, and the
-// bounded sync part with its pause and resume signals.
+// bounded sync part with its pause and resume signals; the channel that
+// empties a queue into its writer.
 #include <gtest/gtest.h>
 
 #include <Ostrel/ArenaRespMsg.h>
@@ -7,6 +8,7 @@
 #include "CoalescingQueue.h"
 #include "GnmiPathText.h"
 #include "TestPaths.h"
+#include "StreamChannel.h"
 #include "StreamQueue.h"
 
 namespace {
@@ -182,6 +184,131 @@ TEST(StreamQueue, ClosedQueueDropsEverythingAndTakesNothing) {
   EXPECT_FALSE(q.hasRoom());
   q.pushUpdate(P("/a"), P("x"), u(1), 1);
   EXPECT_FALSE(q.pop().message);
+}
+
+// A writer that records what the channel asks of it. Posted turns wait
+// until the test runs them, as they wait for one of gRPC's threads in the
+// agent.
+struct RecordingWriter : StreamWriter {
+  void startWrite(const OutMessage& message) override { written.push_back(message.response()); }
+  void finish(const grpc::Status& status) override { finished.push_back(status); }
+  void cancel(const grpc::Status& status) override { cancelled.push_back(status); }
+  void post(std::function<void()> task) override { posted.push_back(std::move(task)); }
+  // Runs the turns posted so far.
+  void runPosted() {
+    std::vector<std::function<void()>> tasks = std::move(posted);
+    posted.clear();
+    for (auto& task : tasks) task();
+  }
+  std::vector<gnmi::SubscribeResponse> written;
+  std::vector<grpc::Status> finished;
+  std::vector<grpc::Status> cancelled;
+  std::vector<std::function<void()>> posted;
+};
+
+class StreamChannelTest : public ::testing::Test {
+ protected:
+  ManualClock clock_;
+  RecordingWriter writer_;
+  std::shared_ptr<StreamChannel> channel_ = std::make_shared<StreamChannel>(&writer_, 8, clock_);
+};
+
+const grpc::Status SLOW(grpc::StatusCode::RESOURCE_EXHAUSTED, "slow");
+
+TEST_F(StreamChannelTest, AKickLeavesTheWriteToTheWritersTurn) {
+  channel_->queue().pushSync(OutMessage(response(1)));
+  channel_->kick();
+  EXPECT_TRUE(writer_.written.empty());  // not on the kicking thread (the event loop)
+  ASSERT_EQ(writer_.posted.size(), 1u);
+  writer_.runPosted();
+  ASSERT_EQ(writer_.written.size(), 1u);
+  EXPECT_EQ(writer_.written[0].update().timestamp(), 1);
+}
+
+TEST_F(StreamChannelTest, KicksPostOneTurnAtATime) {
+  channel_->queue().pushSync(OutMessage(response(1)));
+  channel_->kick();
+  channel_->queue().pushSync(OutMessage(response(2)));
+  channel_->kick();
+  channel_->kick();
+  EXPECT_EQ(writer_.posted.size(), 1u);
+  writer_.runPosted();
+  EXPECT_EQ(writer_.written.size(), 1u);
+  channel_->kick();  // a write is outstanding: its completion goes on
+  EXPECT_TRUE(writer_.posted.empty());
+}
+
+TEST_F(StreamChannelTest, AKickWithNothingQueuedPostsNothing) {
+  channel_->kick();
+  EXPECT_TRUE(writer_.posted.empty());
+}
+
+TEST_F(StreamChannelTest, AWriteCompletionStartsTheNextWriteItself) {
+  channel_->queue().pushSync(OutMessage(response(1)));
+  channel_->queue().pushSync(OutMessage(response(2)));
+  channel_->kick();
+  writer_.runPosted();
+  channel_->writeDone(true);
+  EXPECT_TRUE(writer_.posted.empty());
+  ASSERT_EQ(writer_.written.size(), 2u);
+  EXPECT_EQ(writer_.written[1].update().timestamp(), 2);
+}
+
+TEST_F(StreamChannelTest, TheSendTimeRunsFromTheWritersTurn) {
+  channel_->queue().pushSync(OutMessage(response(1)));
+  channel_->kick();
+  clock_.advance(std::chrono::seconds(3));
+  EXPECT_EQ(channel_->writeBlockedFor(), Clock::Duration::zero());
+  writer_.runPosted();
+  clock_.advance(std::chrono::seconds(2));
+  EXPECT_EQ(channel_->writeBlockedFor(), std::chrono::seconds(2));
+}
+
+TEST_F(StreamChannelTest, FinishWhenDrainedFinishesOnTheWritersTurnAfterTheQueue) {
+  channel_->queue().pushSync(OutMessage(response(1)));
+  channel_->finishWhenDrained(grpc::Status::OK);
+  EXPECT_TRUE(writer_.finished.empty());
+  writer_.runPosted();
+  EXPECT_EQ(writer_.written.size(), 1u);
+  EXPECT_TRUE(writer_.finished.empty());
+  channel_->writeDone(true);
+  ASSERT_EQ(writer_.finished.size(), 1u);
+  EXPECT_TRUE(writer_.finished[0].ok());
+}
+
+TEST_F(StreamChannelTest, AnAbortEndsTheStreamAtOnceAndFinishesOnTheWritersTurn) {
+  channel_->queue().pushSync(OutMessage(response(1)));
+  EXPECT_TRUE(channel_->abort(SLOW));
+  EXPECT_TRUE(channel_->ended());
+  EXPECT_FALSE(channel_->abort(SLOW));
+  EXPECT_TRUE(writer_.finished.empty());
+  writer_.runPosted();
+  EXPECT_TRUE(writer_.written.empty());  // what was queued is dropped
+  ASSERT_EQ(writer_.finished.size(), 1u);
+  EXPECT_EQ(writer_.finished[0].error_code(), grpc::StatusCode::RESOURCE_EXHAUSTED);
+}
+
+TEST_F(StreamChannelTest, AnAbortDuringAWriteCancelsWithItsStatusAndFinishesAfterTheFailedWrite) {
+  channel_->queue().pushSync(OutMessage(response(1)));
+  channel_->kick();
+  writer_.runPosted();
+  EXPECT_TRUE(channel_->abort(SLOW));
+  ASSERT_EQ(writer_.cancelled.size(), 1u);  // overtakes the blocked write
+  EXPECT_EQ(writer_.cancelled[0].error_message(), "slow");
+  EXPECT_TRUE(writer_.finished.empty());
+  channel_->writeDone(false);
+  ASSERT_EQ(writer_.finished.size(), 1u);
+  EXPECT_EQ(writer_.finished[0].error_message(), "slow");
+}
+
+TEST_F(StreamChannelTest, ATurnThatRunsAfterTheRpcIsDoneDoesNothing) {
+  channel_->queue().pushSync(OutMessage(response(1)));
+  channel_->kick();
+  channel_->detach();
+  channel_.reset();  // the posted turn holds the channel
+  writer_.runPosted();
+  EXPECT_TRUE(writer_.written.empty());
+  EXPECT_TRUE(writer_.finished.empty());
 }
 
 }  // namespace
