@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <grpc/grpc.h>
 #include <gtest/gtest.h>
 
 #include "AgentFixture.h"
@@ -173,6 +174,12 @@ TEST_F(AgentGetStatus, ALeafIsAnsweredWithItsValue) {
 
 class AgentClientText : public LiveAgent {
  protected:
+  // gRPC stays initialised for the whole suite: after a 4 MB request its
+  // executor thread may sit in a 10 s poll, which a per-test shutdown of the
+  // library (when the fixture's last gRPC object goes) would wait out.
+  static void SetUpTestSuite() { grpc_init(); }
+  static void TearDownTestSuite() { grpc_shutdown(); }
+
   static constexpr size_t HUGE_TEXT = 4 * 1024 * 1024;
   // The same channel still answers a Get at once.
   void expectGetStillServed() {
