@@ -1,63 +1,45 @@
 #include "JsonText.h"
 
-#include <array>
 #include <cmath>
+
+#include <absl/strings/escaping.h>
 
 namespace VekGnmi {
 
 namespace {
-constexpr char BASE64_ALPHABET[] =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-}  // namespace
 
-std::string base64Encode(std::string_view bytes) {
-  std::string out;
-  out.reserve((bytes.size() + 2) / 3 * 4);
-  size_t i = 0;
-  for (; i + 3 <= bytes.size(); i += 3) {
-    const uint32_t n = (static_cast<uint32_t>(static_cast<unsigned char>(bytes[i])) << 16) |
-                       (static_cast<uint32_t>(static_cast<unsigned char>(bytes[i + 1])) << 8) |
-                       static_cast<uint32_t>(static_cast<unsigned char>(bytes[i + 2]));
-    out.push_back(BASE64_ALPHABET[(n >> 18) & 63]);
-    out.push_back(BASE64_ALPHABET[(n >> 12) & 63]);
-    out.push_back(BASE64_ALPHABET[(n >> 6) & 63]);
-    out.push_back(BASE64_ALPHABET[n & 63]);
-  }
-  const size_t rest = bytes.size() - i;
-  if (rest > 0) {
-    uint32_t n = static_cast<uint32_t>(static_cast<unsigned char>(bytes[i])) << 16;
-    if (rest == 2) n |= static_cast<uint32_t>(static_cast<unsigned char>(bytes[i + 1])) << 8;
-    out.push_back(BASE64_ALPHABET[(n >> 18) & 63]);
-    out.push_back(BASE64_ALPHABET[(n >> 12) & 63]);
-    out.push_back(rest == 2 ? BASE64_ALPHABET[(n >> 6) & 63] : '=');
-    out.push_back('=');
-  }
-  return out;
+bool isBase64Letter(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
 }
 
-std::optional<std::string> base64Decode(std::string_view text) {
-  static const std::array<int8_t, 256> table = [] {
-    std::array<int8_t, 256> t{};
-    t.fill(-1);
-    for (int i = 0; i < 64; ++i) t[static_cast<unsigned char>(BASE64_ALPHABET[i])] = static_cast<int8_t>(i);
-    return t;
-  }();
-  while (!text.empty() && text.back() == '=') text.remove_suffix(1);
-  if (text.size() % 4 == 1) return std::nullopt;
-  std::string out;
-  out.reserve(text.size() * 3 / 4);
-  uint32_t acc = 0;
-  int bits = 0;
-  for (const char c : text) {
-    const int8_t v = table[static_cast<unsigned char>(c)];
-    if (v < 0) return std::nullopt;
-    acc = (acc << 6) | static_cast<uint32_t>(v);
-    bits += 6;
-    if (bits >= 8) {
-      bits -= 8;
-      out.push_back(static_cast<char>((acc >> bits) & 0xff));
-    }
+// Whether `text` is standard base64 as RFC 4648 section 4 writes it, padding
+// optional: letters of the alphabet only (no whitespace, no line breaks),
+// then either no padding or exactly the '=' that complete the last group of
+// four. absl::Base64Unescape alone is more lenient (it skips whitespace and
+// takes odd padding).
+bool isStrictBase64(std::string_view text) {
+  size_t letters = text.size();
+  while (letters > 0 && text[letters - 1] == '=') --letters;
+  const size_t padding = text.size() - letters;
+  if (letters % 4 == 1) return false;
+  if (padding != 0 && (padding > 2 || text.size() % 4 != 0)) return false;
+  for (size_t i = 0; i < letters; ++i) {
+    if (!isBase64Letter(text[i])) return false;
   }
+  return true;
+}
+
+// Debian's abseil has its own string_view, not std::string_view.
+absl::string_view abslView(std::string_view text) { return {text.data(), text.size()}; }
+
+}  // namespace
+
+std::string base64Encode(std::string_view bytes) { return absl::Base64Escape(abslView(bytes)); }
+
+std::optional<std::string> base64Decode(std::string_view text) {
+  if (!isStrictBase64(text)) return std::nullopt;
+  std::string out;
+  if (!absl::Base64Unescape(abslView(text), &out)) return std::nullopt;
   return out;
 }
 

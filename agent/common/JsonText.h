@@ -15,8 +15,9 @@ namespace VekGnmi {
 
 // Standard base64 alphabet with padding (RFC 4648 section 4).
 std::string base64Encode(std::string_view bytes);
-// Decodes standard base64 (padding optional, no whitespace); nullopt when
-// the text is not base64.
+// Decodes standard base64 (RFC 4648 section 4 alphabet; padding optional,
+// but when present exactly the '=' that complete the last group of four; no
+// whitespace); nullopt when the text is not base64.
 std::optional<std::string> base64Decode(std::string_view text);
 
 // Compact JSON text of `value`. Strings that are not valid UTF-8 have their

@@ -12,6 +12,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "BoundedText.h"
 #include "GnmiPathText.h"
 #include "JsonText.h"
 #include "PathResolver.h"
@@ -29,12 +30,17 @@ std::string utcTime(std::chrono::system_clock::time_point time) {
 
 }  // namespace
 
+// A client may send paths and user names of megabytes: an audit line keeps
+// the first MAX_AUDIT_TEXT_BYTES of each, with its length, so that a line
+// stays readable and one request cannot fill the log.
+constexpr size_t MAX_AUDIT_TEXT_BYTES = 1024;
+
 std::string auditLine(const AuditEntry& entry) {
   nlohmann::json ops = nlohmann::json::array();
   if (entry.request != nullptr) {
     const gnmi::SetRequest& r = *entry.request;
     auto add = [&](const char* op, const gnmi::Path& path) {
-      ops.push_back({{"op", op}, {"path", pathString(joinRequestPath(r.prefix(), path))}});
+      ops.push_back({{"op", op}, {"path", boundedText(pathString(joinRequestPath(r.prefix(), path)), MAX_AUDIT_TEXT_BYTES)}});
     };
     for (const gnmi::Path& p : r.delete_()) add("delete", p);
     for (const gnmi::Update& u : r.replace()) add("replace", u.path());
@@ -42,12 +48,12 @@ std::string auditLine(const AuditEntry& entry) {
     for (const gnmi::Update& u : r.union_replace()) add("union_replace", u.path());
   }
   nlohmann::json line = {{"time", utcTime(entry.time)},
-                         {"user", entry.user},
+                         {"user", boundedText(entry.user, MAX_AUDIT_TEXT_BYTES)},
                          {"authenticated", entry.authenticated},
                          {"peer", entry.peer},
                          {"ops", entry.request != nullptr ? ops : nlohmann::json(nullptr)},
                          {"code", statusCodeName(entry.outcome.error_code())},
-                         {"message", entry.outcome.error_message()}};
+                         {"message", boundedStatus(entry.outcome).error_message()}};
   return jsonDump(line);
 }
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "BoundedText.h"
 #include "GnmiPathText.h"
 #include "PathResolver.h"
 
@@ -23,12 +24,12 @@ bool elemWithin(const gnmi::PathElem& requested, const gnmi::PathElem& allowed) 
 }
 
 std::string who(const Grant& grant) {
-  return grant.user.empty() ? std::string("this client") : fmt::format("user '{}'", grant.user);
+  return grant.user.empty() ? std::string("this client") : fmt::format("user '{}'", boundedText(grant.user));
 }
 
 grpc::Status outside(const Grant& grant, const gnmi::Path& path) {
   return {grpc::StatusCode::PERMISSION_DENIED,
-          fmt::format("{} is outside the paths {} may reach", pathString(path), who(grant))};
+          fmt::format("{} is outside the paths {} may reach", boundedText(pathString(path)), who(grant))};
 }
 
 // OK when `prefix` joined with `path` is allowed.

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "BoundedText.h"
 #include "GnmiPathText.h"
 #include "PathResolver.h"
 #include "ValueEncoding.h"
@@ -112,7 +113,7 @@ void GetRpc::handle(std::shared_ptr<GetCall> call) {
     if (!status.ok()) return call->finish(status);
     if (r.absent || r.cover.empty()) {
       return call->finish(
-          {grpc::StatusCode::NOT_FOUND, fmt::format("nothing exists at {}", VekGnmi::pathString(path))});
+          {grpc::StatusCode::NOT_FOUND, fmt::format("nothing exists at {}", boundedText(VekGnmi::pathString(path)))});
     }
     covers.push_back(std::move(r.cover));
   }

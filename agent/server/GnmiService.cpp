@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <Zolt/Zolt.h>
 
+#include "BoundedText.h"
 #include "ListenPolicy.h"
 #include "MessageCodec.h"
 
@@ -91,7 +92,7 @@ class UnaryRpc final : public grpc::ServerUnaryReactor {
           outcome = getResult_;
         }
         if (outcome.ok()) return answer(raw->response);
-        Finish(outcome);
+        Finish(boundedStatus(outcome));
       });
     };
     {
@@ -109,7 +110,7 @@ class UnaryRpc final : public grpc::ServerUnaryReactor {
     if (status.ok()) status = authorizeSet(grant_, call->request);
     if (!status.ok()) {
       audit(&call->request, status);
-      return Finish(status);
+      return Finish(boundedStatus(status));
     }
     SetCall* raw = call.get();
     // Called on the event loop, which holds the call meanwhile; a Set's
@@ -117,7 +118,7 @@ class UnaryRpc final : public grpc::ServerUnaryReactor {
     call->finish = [this, raw](const grpc::Status& result) {
       audit(&raw->request, result);
       if (result.ok()) return answer(raw->response);
-      Finish(result);
+      Finish(boundedStatus(result));
     };
     gate_.agent.set(std::move(call));
   }
@@ -141,8 +142,8 @@ class UnaryRpc final : public grpc::ServerUnaryReactor {
       const bool decoded = MessageCodec::decode(*request_, request, "SetRequest").ok();
       audit(decoded ? &request : nullptr, status);
     }
-    if (delay.count() == 0) return Finish(status);
-    runAfter(alarm_, delay, [this, status] { Finish(status); });
+    if (delay.count() == 0) return Finish(boundedStatus(status));
+    runAfter(alarm_, delay, [this, status] { Finish(boundedStatus(status)); });
   }
 
   void audit(const gnmi::SetRequest* request, const grpc::Status& outcome) {
@@ -232,7 +233,7 @@ class SubscribeReactor final : public grpc::ServerBidiReactor<grpc::ByteBuffer, 
     }
     StartWrite(&out_);
   }
-  void finish(const grpc::Status& status) override { Finish(status); }
+  void finish(const grpc::Status& status) override { Finish(boundedStatus(status)); }
   void post(std::function<void()> task) override {
     // An alarm already due runs its callback on one of gRPC's executor
     // threads at once. (One due "now" does not: gRPC rounds a deadline up to
@@ -246,7 +247,8 @@ class SubscribeReactor final : public grpc::ServerBidiReactor<grpc::ByteBuffer, 
       task();
     });
   }
-  void cancel(const grpc::Status& status) override {
+  void cancel(const grpc::Status& given) override {
+    const grpc::Status status = boundedStatus(given);
     // Cancelling with a status makes gRPC send that status in trailers that
     // overtake whatever data is still blocked by the client's flow control,
     // so a subscriber that stopped reading learns why it was ended.

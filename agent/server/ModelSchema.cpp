@@ -9,6 +9,7 @@
 #include <Ostrel/VekKey.h>
 #include <Ostrel/VekTypeWalker.h>
 
+#include "BoundedText.h"
 #include "YangModel.h"
 
 namespace VekGnmi::Server {
@@ -139,7 +140,8 @@ bool ModelSchema::nodeAt(Vek::VekType entityType, const gnmi::Path& path, int fr
     const std::string& name = e.name();
     const bool last = i + 1 == path.elem_size();
     if (at == At::Leaf) {
-      error = fmt::format("'{}' is a leaf; there is no '{}' below it", path.elem(i - 1).name(), name);
+      error = fmt::format("'{}' is a leaf; there is no '{}' below it", boundedText(path.elem(i - 1).name()),
+                          boundedText(name));
       return false;
     }
     if (name == "*" || name == "...") {
@@ -175,14 +177,14 @@ bool ModelSchema::nodeAt(Vek::VekType entityType, const gnmi::Path& path, int fr
         leafIs(LeafKind::Key, coll.indexType(), &coll);
         continue;
       }
-      error = fmt::format("members of '{}' have no element '{}'", coll.name(), name);
+      error = fmt::format("members of '{}' have no element '{}'", coll.name(), boundedText(name));
       return false;
     }
     // An entity or a value with fields.
     const Vek::VekAttr a = type->attr(name);
     if (a && !a->type()->isCollectionControl()) {
       if (at == At::Composite && (a->isCollection() || a->isInstantiating())) {
-        error = fmt::format("{} has no element '{}'", type->qualifiedName(), name);
+        error = fmt::format("{} has no element '{}'", type->qualifiedName(), boundedText(name));
         return false;
       }
       enterAttr(*a, e, last);
@@ -201,7 +203,7 @@ bool ModelSchema::nodeAt(Vek::VekType entityType, const gnmi::Path& path, int fr
       leafIs(LeafKind::Key, memberAttr->indexType(), memberAttr);
       continue;
     }
-    error = fmt::format("{} has no element '{}'", type->qualifiedName(), name);
+    error = fmt::format("{} has no element '{}'", type->qualifiedName(), boundedText(name));
     return false;
   }
   if (at == At::Leaf) {

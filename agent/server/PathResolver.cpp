@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "BoundedText.h"
 #include "GnmiPathText.h"
 
 namespace VekGnmi::Server {
@@ -84,9 +85,8 @@ class Resolver {
     }
     const gnmi::PathElem& e = path_.elem(i);
     if (e.key_size() != 0) {
-      return {grpc::StatusCode::INVALID_ARGUMENT,
-              fmt::format("'{}' under {} is a directory entry and takes no keys", e.name(),
-                          pathString(at))};
+      return {grpc::StatusCode::INVALID_ARGUMENT, fmt::format("'{}' under {} is a directory entry and takes no keys",
+                                                              boundedText(e.name()), boundedText(pathString(at)))};
     }
     if (e.name() == "*") {
       for (Vek::CollectionIterator it = Vek::Dir::entityPtrAttr().genericIfIteratorConst(dir); it; ++it) {
@@ -102,7 +102,7 @@ class Resolver {
     Vek::Ptr<Vek::Entity> child = static_cast<Vek::Dir*>(dir.ptr())->child(e.name());
     if (!child || child->type() == Vek::Dir::Entry::entryType()) {
       return {grpc::StatusCode::NOT_FOUND,
-              fmt::format("no element '{}' under {}", e.name(), pathString(at))};
+              fmt::format("no element '{}' under {}", boundedText(e.name()), boundedText(pathString(at)))};
     }
     gnmi::PathElem elem;
     elem.set_name(e.name());
@@ -154,9 +154,8 @@ class Resolver {
         return visitEntity(member, childPath(at, *elem), i + 1);
       }
       if (e.key_size() != 0) {
-        return {grpc::StatusCode::INVALID_ARGUMENT,
-                fmt::format("'{}' under {} is a single child and takes no keys", e.name(),
-                            pathString(at))};
+        return {grpc::StatusCode::INVALID_ARGUMENT, fmt::format("'{}' under {} is a single child and takes no keys",
+                                                                boundedText(e.name()), boundedText(pathString(at)))};
       }
       watch(entity, at);
       Vek::Ptr<Vek::Entity> child = entity->entity(attr);
@@ -172,7 +171,7 @@ class Resolver {
     NodeInfo node;
     std::string error;
     if (!schema_.nodeAt(entity->type(), path_, i, node, error)) {
-      return {grpc::StatusCode::NOT_FOUND, fmt::format("{} (below {})", error, pathString(at))};
+      return {grpc::StatusCode::NOT_FOUND, fmt::format("{} (below {})", error, boundedText(pathString(at)))};
     }
     if (attr && attr->isCollection() && e.key_size() != 0) {
       grpc::Status status = checkKeyNames(schema_, attr, e, at);
@@ -274,12 +273,13 @@ grpc::Status checkKeyNames(ModelSchema& schema, const Vek::VekAttr& attr, const 
   for (const auto& [name, value] : elem.key()) given += fmt::format("[{}={}]", name, value);
   if (names.empty()) {
     return {grpc::StatusCode::INVALID_ARGUMENT,
-            fmt::format("'{}' under {} has members keyed by entities, which paths cannot name", elem.name(),
-                        pathString(at))};
+            fmt::format("'{}' under {} has members keyed by entities, which paths cannot name",
+                        boundedText(elem.name()), boundedText(pathString(at)))};
   }
   return {grpc::StatusCode::INVALID_ARGUMENT,
-          fmt::format("'{}' under {} is keyed by {}, not {}", elem.name(), pathString(at),
-                      names.size() == 1 ? fmt::format("[{}]", names.front()) : keys, given.empty() ? "nothing" : given)};
+          fmt::format("'{}' under {} is keyed by {}, not {}", boundedText(elem.name()), boundedText(pathString(at)),
+                      names.size() == 1 ? fmt::format("[{}]", names.front()) : keys,
+                      given.empty() ? "nothing" : boundedText(given))};
 }
 
 grpc::Status memberKey(ModelSchema& schema, const Vek::VekAttr& attr, const gnmi::PathElem& elem,
@@ -289,8 +289,8 @@ grpc::Status memberKey(ModelSchema& schema, const Vek::VekAttr& attr, const gnmi
   const Vek::VekType keyType = attr->indexType();
   const auto refuse = [&](const std::string& text, const Vek::VekType& type) {
     return grpc::Status(grpc::StatusCode::INVALID_ARGUMENT,
-                        fmt::format("'{}' is not a valid key of '{}' under {} (a {})", text, elem.name(),
-                                    pathString(at), type->qualifiedName()));
+                        fmt::format("'{}' is not a valid key of '{}' under {} (a {})", boundedText(text),
+                                    boundedText(elem.name()), boundedText(pathString(at)), type->qualifiedName()));
   };
   if (elem.key_size() == 1) {
     const std::string& text = singleKeyValue(elem);
@@ -311,8 +311,8 @@ grpc::Status memberKey(ModelSchema& schema, const Vek::VekAttr& attr, const gnmi
 grpc::Status checkOrigin(const gnmi::Path& path, const char* what) {
   if (path.origin().empty() || path.origin() == "openconfig") return grpc::Status::OK;
   return {grpc::StatusCode::INVALID_ARGUMENT,
-          fmt::format("{} has origin '{}'; this target serves origin \"\" and \"openconfig\" only",
-                      what, path.origin())};
+          fmt::format("{} has origin '{}'; this target serves origin \"\" and \"openconfig\" only", what,
+                      boundedText(path.origin()))};
 }
 
 gnmi::Path joinRequestPath(const gnmi::Path& prefix, const gnmi::Path& path) {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <Zolt/Zolt.h>
 
+#include "BoundedText.h"
 #include "GnmiPathText.h"
 #include "PathResolver.h"
 #include "SetUndo.h"
@@ -48,7 +49,8 @@ grpc::Status refusedAtCommit(const gnmi::Path& entityPath, const grpc::Status& s
   std::string why = status.error_message();
   if (why.starts_with(LIBRARY_PREFIX)) why.erase(0, LIBRARY_PREFIX.size());
   return {grpc::StatusCode::INVALID_ARGUMENT,
-          fmt::format("the device refused {}/{}; nothing was changed", pathString(entityPath), why)};
+          fmt::format("the device refused {}/{}; nothing was changed", boundedText(pathString(entityPath)),
+                      boundedText(why, 4 * MAX_ECHO_BYTES))};
 }
 
 bool sameKeys(const gnmi::PathElem& a, const gnmi::PathElem& b) {
@@ -83,6 +85,8 @@ class Applier {
     if (!status.ok()) {
       const size_t undone = undo_.restore();
       ZOLT_TRACE(dbg, 2, "Set", "Set refused ({}); {} changes undone", status.error_message(), undone);
+      // The library's and the device's refusals may quote the client's value.
+      status = grpc::Status(status.error_code(), boundedText(status.error_message(), 4 * MAX_ECHO_BYTES));
     }
     return status;
   }
@@ -91,13 +95,13 @@ class Applier {
   grpc::Status refused(const std::string& what, const Vek::Exception& e) const {
     return {grpc::StatusCode::INVALID_ARGUMENT,
             fmt::format("{}: the device refused to {} {}: {}; nothing was changed", step_->op, what,
-                        pathString(step_->path), e.what())};
+                        boundedText(pathString(step_->path)), boundedText(e.what(), 4 * MAX_ECHO_BYTES))};
   }
 
   // A directory on the way does not exist (directories are not made).
   static grpc::Status missing(const SetStep& s) {
-    return {grpc::StatusCode::NOT_FOUND,
-            fmt::format("{}: {} lies below a directory entry that does not exist", s.op, pathString(s.path))};
+    return {grpc::StatusCode::NOT_FOUND, fmt::format("{}: {} lies below a directory entry that does not exist", s.op,
+                                                     boundedText(pathString(s.path)))};
   }
 
   // Runs `change` (a write of the runtime); a refusal is INVALID_ARGUMENT.

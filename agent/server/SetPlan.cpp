@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "BoundedText.h"
 #include "GnmiPathText.h"
 #include "PathResolver.h"
 #include "ValueEncoding.h"
@@ -111,7 +112,8 @@ class Planner {
     if (!status.ok()) return status;
     out = joinRequestPath(prefix, path);
     if (hasWildcard(out)) {
-      return failed(invalid(fmt::format("{}: a Set path names one node; wildcards are not allowed", pathString(out))));
+      return failed(invalid(
+          fmt::format("{}: a Set path names one node; wildcards are not allowed", boundedText(pathString(out)))));
     }
     status = source_.normalizePath(out);
     return status.ok() ? status : failed(status);
@@ -126,12 +128,13 @@ class Planner {
     for (; i < n && node->type() == Vek::Dir::dirType(); ++i) {
       const gnmi::PathElem& e = path.elem(i);
       if (e.key_size() != 0) {
-        return failed(
-            invalid(fmt::format("'{}' under {} is a directory entry and takes no keys", e.name(), pathString(at))));
+        return failed(invalid(fmt::format("'{}' under {} is a directory entry and takes no keys", boundedText(e.name()),
+                                          boundedText(pathString(at)))));
       }
       Vek::Ptr<Vek::Entity> next = static_cast<Vek::Dir*>(node.ptr())->child(e.name());
       if (!next || next->type() == Vek::Dir::Entry::entryType()) {
-        return failed({grpc::StatusCode::NOT_FOUND, fmt::format("no element '{}' under {}", e.name(), pathString(at))});
+        return failed({grpc::StatusCode::NOT_FOUND,
+                       fmt::format("no element '{}' under {}", boundedText(e.name()), boundedText(pathString(at)))});
       }
       *at.add_elem() = e;
       node = next;
@@ -151,8 +154,8 @@ class Planner {
       out.attr = attr;
       if (attr->isCollection() && e.key_size() == 0) {
         if (i + 1 != n) {
-          return failed(invalid(
-              fmt::format("'{}' under {} is a list: name one of its members by its keys", e.name(), pathString(at))));
+          return failed(invalid(fmt::format("'{}' under {} is a list: name one of its members by its keys",
+                                            boundedText(e.name()), boundedText(pathString(at)))));
         }
         out.target = SetTarget::List;
         out.type = attr->type();
@@ -163,7 +166,8 @@ class Planner {
         const grpc::Status status = memberKey(schema_, attr, e, at, key);
         if (!status.ok()) return failed(status);
       } else if (e.key_size() != 0) {
-        return failed(invalid(fmt::format("'{}' under {} is a single child and takes no keys", e.name(), pathString(at))));
+        return failed(invalid(fmt::format("'{}' under {} is a single child and takes no keys", boundedText(e.name()),
+                                          boundedText(pathString(at)))));
       }
       type = attr->type();
       *at.add_elem() = e;
@@ -175,7 +179,7 @@ class Planner {
     NodeInfo info;
     std::string error;
     if (!schema_.nodeAt(type, path, i, info, error)) {
-      return failed({grpc::StatusCode::NOT_FOUND, fmt::format("{} (below {})", error, pathString(at))});
+      return failed({grpc::StatusCode::NOT_FOUND, fmt::format("{} (below {})", error, boundedText(pathString(at)))});
     }
     const Vek::VekAttr first = type->attr(path.elem(i).name());
     for (int j = i; j < n; ++j) {
@@ -186,7 +190,7 @@ class Planner {
         const grpc::Status status = memberKey(schema_, first, e, at, key);
         if (!status.ok()) return failed(status);
       } else if (e.key_size() != 0) {
-        return failed(invalid(fmt::format("'{}' is not a list and takes no keys", e.name())));
+        return failed(invalid(fmt::format("'{}' is not a list and takes no keys", boundedText(e.name()))));
       }
     }
     out.attr = info.attr;
@@ -202,7 +206,7 @@ class Planner {
       case NodeKind::Collection: out.target = SetTarget::List; break;
       case NodeKind::Composite: out.target = SetTarget::Composite; break;
       case NodeKind::Entity:
-        return failed(invalid(fmt::format("{} names no single node", pathString(path))));
+        return failed(invalid(fmt::format("{} names no single node", boundedText(pathString(path)))));
     }
     out.state = out.state || (info.attr != nullptr && schema_.isState(*info.attr));
     return grpc::Status::OK;
@@ -246,10 +250,12 @@ class Planner {
     Located at;
     grpc::Status status = locate(path, at);
     if (!status.ok()) return status;
-    if (at.state) return failed(invalid(fmt::format("{} is state; clients cannot delete it", pathString(path))));
+    if (at.state) {
+      return failed(invalid(fmt::format("{} is state; clients cannot delete it", boundedText(pathString(path)))));
+    }
     if (at.target == SetTarget::Leaf && at.keyLeaf) {
-      return failed(
-          invalid(fmt::format("{} is a key of its list; delete the list entry instead", pathString(path))));
+      return failed(invalid(
+          fmt::format("{} is a key of its list; delete the list entry instead", boundedText(pathString(path)))));
     }
     structural(SetStep::Kind::Delete, at.target, path, at.entityElems);
     return grpc::Status::OK;
@@ -264,11 +270,12 @@ class Planner {
     if (value.has_json_val() || value.has_json_ietf_val()) {
       std::string error;
       if (!parseClientJson(value.has_json_val() ? value.json_val() : value.json_ietf_val(), json, error)) {
-        return failed(invalid(fmt::format("{}: {}", pathString(path), error)));
+        return failed(invalid(fmt::format("{}: {}", boundedText(pathString(path)), error)));
       }
       client.json = &json;
     } else if (value.value_case() == gnmi::TypedValue::VALUE_NOT_SET) {
-      return failed(invalid(fmt::format("{}: the {} has no value", pathString(path), replace ? "replace" : "update")));
+      return failed(invalid(
+          fmt::format("{}: the {} has no value", boundedText(pathString(path)), replace ? "replace" : "update")));
     } else {
       client.typed = &value;
     }
@@ -277,14 +284,17 @@ class Planner {
 
   // The steps that set `path` (located `at`) to `value`.
   grpc::Status expand(const gnmi::Path& path, const Located& at, const ClientValue& value, bool replace) {
-    if (at.state) return failed(invalid(fmt::format("{} is state; clients cannot set it", pathString(path))));
+    if (at.state) {
+      return failed(invalid(fmt::format("{} is state; clients cannot set it", boundedText(pathString(path)))));
+    }
     if (at.target == SetTarget::Leaf) return leaf(path, at, value, replace);
     if (at.target == SetTarget::Directory) {
-      return failed(invalid(fmt::format("{} is a directory; a Set value names a node below it", pathString(path))));
+      return failed(
+          invalid(fmt::format("{} is a directory; a Set value names a node below it", boundedText(pathString(path)))));
     }
     const bool list = at.target == SetTarget::List;
     if (value.json == nullptr || !(list ? value.json->is_array() : value.json->is_object())) {
-      return failed(invalid(fmt::format("{} is not a leaf; its value is a JSON {}", pathString(path),
+      return failed(invalid(fmt::format("{} is not a leaf; its value is a JSON {}", boundedText(pathString(path)),
                                         list ? "array of its entries" : "object of its members")));
     }
     if (list) return entries(path, at, *value.json, replace);
@@ -297,15 +307,18 @@ class Planner {
   grpc::Status leaf(const gnmi::Path& path, const Located& at, const ClientValue& value, bool replace) {
     SetValue converted;
     grpc::Status status = source_.setValue(at.leaf, value, converted);
-    if (!status.ok()) return failed({status.error_code(), fmt::format("{}: {}", pathString(path), status.error_message())});
+    if (!status.ok()) {
+      return failed(
+          {status.error_code(), fmt::format("{}: {}", boundedText(pathString(path)), status.error_message())});
+    }
     if (at.keyLeaf) {
       // A key's value is the path's (gNMI: a key is not changed by a Set).
       const gnmi::PathElem& entry = path.elem(at.entityElems - 1);
       const auto key = entry.key().find(path.elem(path.elem_size() - 1).name());
       if (converted.values.size() != 1 || key == entry.key().end() ||
           converted.values.front()->gnmiStrRep() != key->second) {
-        return failed(invalid(
-            fmt::format("{} is a key of its list; it can only hold the path's key value", pathString(path))));
+        return failed(invalid(fmt::format("{} is a key of its list; it can only hold the path's key value",
+                                          boundedText(pathString(path)))));
       }
       ensure(path, at);
       return grpc::Status::OK;
@@ -334,20 +347,22 @@ class Planner {
         gnmi::Path check = path;
         std::string text;
         if (!scalarText(member, text)) {
-          return failed(invalid(fmt::format("the key {} of {} is no scalar", name, pathString(path))));
+          return failed(
+              invalid(fmt::format("the key {} of {} is no scalar", boundedText(name), boundedText(pathString(path)))));
         }
         (*check.mutable_elem(check.elem_size() - 1)->mutable_key())[element] = text;
         const grpc::Status status = source_.normalizePath(check);
         if (!status.ok()) return failed(status);
         if (check.elem(check.elem_size() - 1).key().at(element) != last.key().at(element)) {
-          return failed(invalid(fmt::format("the value of {} has the key {} = {}, not the path's", pathString(path),
-                                            name, member.dump())));
+          return failed(
+              invalid(fmt::format("the value of {} has the key {} = {}, not the path's", boundedText(pathString(path)),
+                                  boundedText(name), boundedText(member.dump()))));
         }
         continue;
       }
       if (element.empty()) {
         return failed(invalid(fmt::format("the value of {} has a member '{}', which {} does not have",
-                                          pathString(path), name, at.type->qualifiedName())));
+                                          boundedText(pathString(path)), boundedText(name), at.type->qualifiedName())));
       }
       const gnmi::Path below = child(path, [&] {
         gnmi::PathElem e;
@@ -368,7 +383,8 @@ class Planner {
     std::vector<gnmi::Path> entryPaths;
     for (const nlohmann::json& entry : array) {
       if (!entry.is_object()) {
-        return failed(invalid(fmt::format("an entry of the list {} is not a JSON object", pathString(path))));
+        return failed(
+            invalid(fmt::format("an entry of the list {} is not a JSON object", boundedText(pathString(path)))));
       }
       gnmi::Path entryPath = path;
       gnmi::PathElem& elem = *entryPath.mutable_elem(entryPath.elem_size() - 1);
@@ -378,14 +394,16 @@ class Planner {
         if (std::find(keyNames.begin(), keyNames.end(), element) == keyNames.end()) continue;
         std::string text;
         if (!scalarText(member, text)) {
-          return failed(invalid(fmt::format("the key {} of an entry of {} is no scalar", name, pathString(path))));
+          return failed(invalid(fmt::format("the key {} of an entry of {} is no scalar", boundedText(name),
+                                            boundedText(pathString(path)))));
         }
         (*elem.mutable_key())[element] = text;
       }
       if (elem.key_size() != static_cast<int>(keyNames.size()) || keyNames.empty()) {
         std::string names;
         for (const std::string& k : keyNames) names += fmt::format("{}{}", names.empty() ? "" : ", ", k);
-        return failed(invalid(fmt::format("an entry of the list {} lacks its keys ({})", pathString(path), names)));
+        return failed(
+            invalid(fmt::format("an entry of the list {} lacks its keys ({})", boundedText(pathString(path)), names)));
       }
       const grpc::Status status = source_.normalizePath(entryPath);
       if (!status.ok()) return failed(status);

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <Zolt/Zolt.h>
 
+#include "BoundedText.h"
 #include "CoalescingQueue.h"
 #include "GnmiPathText.h"
 #include "ValueEncoding.h"
@@ -57,8 +58,8 @@ void Subscription::startSync() {
     // member that does not exist now is no error (see Subscription.h).
     if (status.error_code() == grpc::StatusCode::NOT_FOUND) {
       return fail({grpc::StatusCode::UNIMPLEMENTED,
-                   fmt::format("this target does not implement the path {}: {}", pathString(entry->params.path),
-                               status.error_message())});
+                   fmt::format("this target does not implement the path {}: {}",
+                               boundedText(pathString(entry->params.path)), status.error_message())});
     }
     if (!status.ok()) return fail(status);
     for (PublishedEntity& e : r.cover) {

@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "BoundedText.h"
 #include "JsonText.h"
 
 namespace VekGnmi::Server {
@@ -327,7 +328,7 @@ bool jsonToTyped(const LeafInfo& leaf, const nlohmann::json& json, gnmi::TypedVa
   if (isInteger(code)) {
     Int128 v = 0;
     if (!jsonInteger(json, v)) {
-      error = fmt::format("{} is not an integer", jsonDump(json));
+      error = fmt::format("{} is not an integer", boundedText(jsonDump(json)));
       return false;
     }
     return integerFor(code, v, out, error);
@@ -335,14 +336,14 @@ bool jsonToTyped(const LeafInfo& leaf, const nlohmann::json& json, gnmi::TypedVa
   switch (code) {
     case Code::Bool:
       if (!json.is_boolean()) {
-        error = fmt::format("{} is not true or false", jsonDump(json));
+        error = fmt::format("{} is not true or false", boundedText(jsonDump(json)));
         return false;
       }
       out.set_bool_val(json.get<bool>());
       return true;
     case Code::String:
       if (!json.is_string()) {
-        error = fmt::format("{} is not a string", jsonDump(json));
+        error = fmt::format("{} is not a string", boundedText(jsonDump(json)));
         return false;
       }
       out.set_string_val(json.get<std::string>());
@@ -350,7 +351,7 @@ bool jsonToTyped(const LeafInfo& leaf, const nlohmann::json& json, gnmi::TypedVa
     case Code::Char: {
       const std::string s = json.is_string() ? json.get<std::string>() : std::string();
       if (s.size() != 1) {
-        error = fmt::format("{} is not a one-character string", jsonDump(json));
+        error = fmt::format("{} is not a one-character string", boundedText(jsonDump(json)));
         return false;
       }
       out.set_uint_val(static_cast<unsigned char>(s[0]));
@@ -360,7 +361,7 @@ bool jsonToTyped(const LeafInfo& leaf, const nlohmann::json& json, gnmi::TypedVa
     case Code::Double:
     case Code::Seconds: {
       if (!json.is_number()) {
-        error = fmt::format("{} is not a number", jsonDump(json));
+        error = fmt::format("{} is not a number", boundedText(jsonDump(json)));
         return false;
       }
       const double d = json.get<double>();
@@ -375,7 +376,7 @@ bool jsonToTyped(const LeafInfo& leaf, const nlohmann::json& json, gnmi::TypedVa
       std::optional<std::string> bytes =
           json.is_string() ? base64Decode(json.get<std::string>()) : std::nullopt;
       if (!bytes) {
-        error = fmt::format("{} is not a base64 string", jsonDump(json));
+        error = fmt::format("{} is not a base64 string", boundedText(jsonDump(json)));
         return false;
       }
       out.set_bytes_val(std::move(*bytes));
@@ -416,7 +417,7 @@ bool parseClientJson(std::string_view text, nlohmann::json& out, std::string& er
   }
   out = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
   if (out.is_discarded()) {
-    error = fmt::format("'{}' is not JSON", text.size() > 200 ? std::string(text.substr(0, 200)) + "..." : text);
+    error = fmt::format("'{}' is not JSON", boundedText(text));
     return false;
   }
   return true;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <libyang/libyang.h>
 
+#include "BoundedText.h"
 #include "ValueEncoding.h"
 #include "YangChurn.h"
 #include "YangData.h"
@@ -72,7 +73,7 @@ Ostrel::Result<std::string, std::string> jsonText(const YangLeaf& leaf, const nl
   if (value.is_string()) return value.get<std::string>();
   if (value.is_number() || value.is_boolean()) return value.dump();
   if (value == nlohmann::json::array({nullptr})) return std::string();
-  return Ostrel::Failure{fmt::format("{} is no value of leaf {}", value.dump(), leaf.node->name)};
+  return Ostrel::Failure{fmt::format("{} is no value of leaf {}", boundedText(value.dump()), leaf.node->name)};
 }
 
 std::string jsonText(const YangLeaf& leaf, const gnmi::TypedValue& value, bool ietf) {
@@ -126,8 +127,8 @@ class YangSource final : public ModelSource {
           auto canonical = Yang::YangValue::fromClient(*key, value);
           if (!canonical) {
             return {grpc::StatusCode::INVALID_ARGUMENT,
-                    fmt::format("'{}' is no value of the key {} of {}: {}", value, key->element, node->element,
-                                canonical.error())};
+                    fmt::format("'{}' is no value of the key {} of {}: {}", boundedText(value), key->element,
+                                node->element, boundedText(canonical.error(), 4 * MAX_ECHO_BYTES))};
           }
           value = std::move(canonical).value();
         }
@@ -154,11 +155,11 @@ class YangSource final : public ModelSource {
     if (leaf.yang == nullptr) return invalid("it is not a leaf of the YANG model");
     const YangLeaf& y = *leaf.yang;
     const auto add = [&](const Ostrel::Result<std::string, std::string>& text) {
-      if (!text) return invalid(text.error());
+      if (!text) return invalid(boundedText(text.error(), 4 * MAX_ECHO_BYTES));
       auto canonical = Yang::YangValue::fromClient(y, text.value());
-      if (!canonical) return invalid(canonical.error());
+      if (!canonical) return invalid(boundedText(canonical.error(), 4 * MAX_ECHO_BYTES));
       auto runtime = Yang::YangValue::runtimeValue(y, canonical.value());
-      if (!runtime) return invalid(runtime.error());
+      if (!runtime) return invalid(boundedText(runtime.error(), 4 * MAX_ECHO_BYTES));
       out.values.push_back(std::move(runtime).value());
       return grpc::Status::OK;
     };

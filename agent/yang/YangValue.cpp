@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <libyang/libyang.h>
 
+#include "BoundedText.h"
 #include "JsonText.h"
 
 namespace VekGnmi::Yang::YangValue {
@@ -27,8 +28,8 @@ nlohmann::json number(std::string_view text) {
 Ostrel::Result<Vek::Ptr<Vek::GenericIf>, std::string> runtimeValue(const YangLeaf& leaf, std::string_view canonical) {
   Vek::Ptr<Vek::GenericIf> value = leaf.valueType.genericIf(Vek::String(canonical), false);
   if (!value) {
-    return Ostrel::Failure{
-        fmt::format("\"{}\" is no value of {} ({})", canonical, leaf.node->name, leaf.valueType->qualifiedName())};
+    return Ostrel::Failure{fmt::format("\"{}\" is no value of {} ({})", VekGnmi::boundedText(canonical),
+                                       leaf.node->name, leaf.valueType->qualifiedName())};
   }
   return value;
 }
@@ -54,7 +55,8 @@ Ostrel::Result<std::string, std::string> canonicalize(const YangLeaf& leaf, std:
   const LY_ERR result =
       lyd_value_validate(contextOf(leaf), leaf.node, text.data(), text.size(), nullptr, nullptr, &canonical);
   if (result != LY_SUCCESS && result != LY_EINCOMPLETE) {
-    return Ostrel::Failure{errors.text(fmt::format("\"{}\" is no value of {}", text, leaf.node->name))};
+    return Ostrel::Failure{
+        errors.text(fmt::format("\"{}\" is no value of {}", VekGnmi::boundedText(text), leaf.node->name))};
   }
   std::string out = canonical ? canonical : std::string(text);
   if (canonical) lydict_remove(const_cast<ly_ctx*>(contextOf(leaf)), canonical);

@@ -393,6 +393,17 @@ TEST(AuditLog, OneJsonLinePerSetWithPathsAndOutcome) {
   EXPECT_EQ(error, "--audit-log /nonexistent/audit.log: No such file or directory");
 }
 
+TEST(AuditLog, HugePathsAndUserNamesAreKeptShortWithTheirLength) {
+  gnmi::SetRequest r;
+  *r.add_delete_()->add_elem()->mutable_name() = std::string(4 << 20, 'x');
+  AuditEntry entry{std::chrono::system_clock::time_point(), std::string(1 << 20, 'u'), false, "ipv4:127.0.0.1:5000",
+                   &r, grpc::Status(grpc::StatusCode::UNAUTHENTICATED, "wrong")};
+  const std::string line = auditLine(entry);
+  EXPECT_LT(line.size(), 4096u);
+  EXPECT_THAT(line, HasSubstr("(4194305 bytes)"));
+  EXPECT_THAT(line, HasSubstr("(1048576 bytes)"));
+}
+
 // ----------------------------------------------------------- request decoding
 
 grpc::ByteBuffer bytes(const std::string& data) {

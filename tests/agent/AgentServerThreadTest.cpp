@@ -8,7 +8,9 @@
 #include <atomic>
 #include <thread>
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <grpc/grpc.h>
 #include <gtest/gtest.h>
 
 #include "AgentFixture.h"
@@ -157,6 +159,77 @@ TEST_F(AgentGetStatus, ALeafIsAnsweredWithItsValue) {
   ASSERT_EQ(response.notification_size(), 1);
   ASSERT_EQ(response.notification(0).update_size(), 1);
   EXPECT_EQ(response.notification(0).update(0).val().json_val(), "9000");
+}
+
+// ---------------------------------------------------------------------------
+// Client text in statuses: a status travels in the answer's trailers, which
+// gRPC caps; a huge path or value echoed whole would never reach the client
+// (the call would end DEADLINE_EXCEEDED and stall the connection).
+
+// A message short enough for any peer's trailers that says how long the
+// echoed text was.
+::testing::Matcher<const std::string&> BoundedEcho(size_t length) {
+  return ::testing::AllOf(::testing::SizeIs(::testing::Le(1024u)), HasSubstr(fmt::format("… ({} bytes)", length)));
+}
+
+class AgentClientText : public LiveAgent {
+ protected:
+  // gRPC stays initialised for the whole suite: after a 4 MB request its
+  // executor thread may sit in a 10 s poll, which a per-test shutdown of the
+  // library (when the fixture's last gRPC object goes) would wait out.
+  static void SetUpTestSuite() { grpc_init(); }
+  static void TearDownTestSuite() { grpc_shutdown(); }
+
+  static constexpr size_t HUGE_TEXT = 4 * 1024 * 1024;
+  // The same channel still answers a Get at once.
+  void expectGetStillServed() {
+    gnmi::GetResponse response;
+    ASSERT_THAT(get(getOf(ETH0 + "/mtu"), &response), IsOk());
+    EXPECT_EQ(response.notification(0).update(0).val().json_val(), "9000");
+  }
+};
+
+TEST_F(AgentClientText, AHugeElementNameInAGetIsNotFoundWithABoundedMessage) {
+  gnmi::GetRequest r = getOf("/devices/dev1");
+  r.mutable_path(0)->add_elem()->set_name(std::string(HUGE_TEXT, 'a'));
+  EXPECT_THAT(get(r), StatusIs(grpc::StatusCode::NOT_FOUND, BoundedEcho(HUGE_TEXT)));
+  expectGetStillServed();
+}
+
+TEST_F(AgentClientText, AHugeKeyValueInAGetIsAnInvalidArgumentWithABoundedMessage) {
+  gnmi::GetRequest r = getOf("/devices/dev1/routes");
+  (*r.mutable_path(0)->mutable_elem(2)->mutable_key())["routesKey"] = std::string(HUGE_TEXT, 'k');
+  EXPECT_THAT(get(r), StatusIs(grpc::StatusCode::INVALID_ARGUMENT, BoundedEcho(HUGE_TEXT)));
+  expectGetStillServed();
+}
+
+TEST_F(AgentClientText, AHugeElementNameInASetIsNotFoundWithABoundedMessage) {
+  EXPECT_THAT(set(updateOf(ETH0 + "/" + std::string(HUGE_TEXT, 'm'), "1500")),
+              StatusIs(grpc::StatusCode::NOT_FOUND, BoundedEcho(HUGE_TEXT)));
+  expectGetStillServed();
+}
+
+TEST_F(AgentClientText, ALargeJsonValueOfTheWrongTypeIsAnInvalidArgumentWithABoundedMessage) {
+  const std::string value = "\"" + std::string(100000, 'v') + "\"";
+  EXPECT_THAT(set(updateOf(ETH0 + "/mtu", value)),
+              StatusIs(grpc::StatusCode::INVALID_ARGUMENT, BoundedEcho(value.size())));
+  expectGetStillServed();
+}
+
+TEST_F(AgentClientText, ALargeJsonIetfTextThatIsNoJsonIsAnInvalidArgumentWithABoundedMessage) {
+  gnmi::SetRequest r = updateOf(ETH0 + "/mtu", "");
+  r.mutable_update(0)->mutable_val()->set_json_ietf_val("{" + std::string(100000, 'b'));
+  EXPECT_THAT(set(r), StatusIs(grpc::StatusCode::INVALID_ARGUMENT, BoundedEcho(100001)));
+  expectGetStillServed();
+}
+
+TEST_F(AgentClientText, ALargeBytesValueForAnIntegerLeafIsRefusedWithABoundedMessage) {
+  gnmi::SetRequest r = updateOf(ETH0 + "/mtu", "");
+  r.mutable_update(0)->mutable_val()->set_bytes_val(std::string(100000, 'z'));
+  // The library's refusal quotes the value; the agent bounds it.
+  EXPECT_THAT(set(r), StatusIs(grpc::StatusCode::INVALID_ARGUMENT,
+                               ::testing::AllOf(::testing::SizeIs(::testing::Le(1024u)), HasSubstr(" bytes)"))));
+  expectGetStillServed();
 }
 
 // ---------------------------------------------------------------------------

@@ -151,6 +151,27 @@ TEST(ClientOutput, Base64RoundTrips) {
   EXPECT_FALSE(VekGnmi::base64Decode("a"));
 }
 
+TEST(ClientOutput, Base64PaddingIsOptional) {
+  EXPECT_EQ(VekGnmi::base64Decode("YWI"), "ab");
+  EXPECT_EQ(VekGnmi::base64Decode("YQ"), "a");
+  EXPECT_EQ(VekGnmi::base64Decode("YQ=="), "a");
+  EXPECT_EQ(VekGnmi::base64Decode(""), "");
+}
+
+TEST(ClientOutput, Base64DecodingRefusesWhatRfc4648DoesNotWrite) {
+  for (const char* text : {"YWI==",     // more padding than the last group needs
+                           "YQ=",       // padding that does not complete the group
+                           "YQ===",     // three '='
+                           "Y=WI",      // padding inside
+                           "YW I=",     // whitespace
+                           "YWI=\n",    // a line break
+                           "YW-_",      // the URL-safe alphabet
+                           "YWJj!",     // no base64 letter
+                           "YWJjZ"}) {  // a group of one letter
+    EXPECT_FALSE(VekGnmi::base64Decode(text)) << text;
+  }
+}
+
 TEST(ClientOutput, StatusLineNamesCodeAndMessage) {
   EXPECT_EQ(statusLine(grpc::Status(grpc::StatusCode::NOT_FOUND, "no such path /x")),
             "error: NOT_FOUND (5): no such path /x");
