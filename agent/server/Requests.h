@@ -42,9 +42,8 @@ struct SubscribeParams {
 // for STREAM, known subscription modes and intervals the target supports;
 // INVALID_ARGUMENT for an origin other than "" or "openconfig";
 // UNIMPLEMENTED for encodings other than JSON, JSON_IETF and PROTO. The
-// paths are resolved when the subscription starts (Subscription.h): as the
-// gNMI specification's table of Subscribe responses has it, a path the
-// model cannot hold is UNIMPLEMENTED (it is not an absent value), a
+// paths are resolved when the subscription starts (Subscription.h): as gNMI
+// clients expect of a Subscribe, a path the model cannot hold is UNIMPLEMENTED (it is not an absent value), a
 // malformed one INVALID_ARGUMENT, and one that names nothing now is no error.
 grpc::Status parseSubscribe(const gnmi::SubscribeRequest& request, const SubscribeLimits& limits,
                             SubscribeParams& out);

@@ -11,8 +11,7 @@
 //           suppress_redundant, all of them again at least every
 //           heartbeat_interval); ON_CHANGE entries with a heartbeat_interval
 //           re-send their leaves that often.
-// Paths are answered as the gNMI specification's table of Subscribe
-// responses says: a path with nothing under it now keeps the stream open
+// Paths are answered as gNMI clients expect of a Subscribe: a path with nothing under it now keeps the stream open
 // (ONCE and POLL send nothing for it), since members created later are
 // published by their owner's notifiee and pass the filter; a path the model
 // cannot hold (an element its schema does not have) ends the stream with
